@@ -1,0 +1,118 @@
+#pragma once
+// The frame's drawing surface: an offscreen EGL/OpenGL 3.3 core context whose render target is a
+// pooled texture+framebuffer ("pbuffer"), plus the program's common textured-quad routines.
+#include <GL/gl.h>
+
+#include <QImage>
+#include <QRectF>
+#include <QSize>
+#include <QSizeF>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+#include "core/util/LVUtil.h"
+
+class LVContext;
+class LVGLContext;
+class LVPBuffer;
+class LVPBufferPool;
+
+// GL_TEXTURE_2D RGBA8, origin bottom-left (GL convention).
+struct LVTexture {
+    GLuint name = 0;
+    int width = 0;
+    int height = 0;
+};
+
+// Process-wide video size, read once from the provider and cached.
+int LVGetWidth();
+int LVGetHeight();
+// The app installs one reading the "videoSize" preference; the default answers 320x240.
+void LVSetVideoSizeProvider(std::function<QSize()> provider);
+
+// Something whose output is drawn lazily into the context, when the surface is next needed.
+class LVPendingRenderer {
+public:
+    virtual ~LVPendingRenderer() = default;
+    // Draws the output into ctx's current frame (ctx.framebuffer() is already bound).
+    virtual void drawPendingOutput(LVContext& ctx) = 0;
+};
+
+class LVContext {
+public:
+    // Own EGL context (surfaceless Mesa, else the EGL device platform), OpenGL 3.3 core,
+    // sharing objects with the process-wide shared context; size = LVGetWidth/LVGetHeight.
+    // On failure answers null and, when error is given, the failing call and its error.
+    static std::unique_ptr<LVContext> create(QString* error);
+    ~LVContext();
+    LVContext(const LVContext&) = delete;
+    LVContext& operator=(const LVContext&) = delete;
+
+    QSizeF size() const { return QSizeF(width_, height_); }
+    int width() const { return width_; }
+    int height() const { return height_; }
+
+    void makeCurrent();
+    LVGLContext& oglCtx(); // runs _readRenderer first
+
+    // Drops any pending renderer, takes a new target from the pool and clears it to
+    // (0,0,0,0) when transparent, (0,0,0,1) otherwise. Leaves the new target bound.
+    void reset(bool transparent);
+    void flush();
+    // The current frame's framebuffer, bound as draw target with viewport (0,0,w,h).
+    GLuint framebuffer();
+    // The current frame's colour texture; valid until the frame after next reset.
+    LVTexture texture();
+    // Reads the frame as A,R,G,B bytes, top row first, rows rowBytes apart.
+    void fetchOpenGLPixels(void* destination, int rowBytes);
+    // Draws a texture into the current frame, not flipped, not mirrored.
+    void drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect);
+    // Draws the current frame into whatever framebuffer and viewport the caller bound.
+    void renderToCurrentTarget(bool flipped, bool mirrored);
+
+    void setQCRenderer(LVPendingRenderer* renderer) { renderer_ = renderer; }
+    LVPendingRenderer* qcRenderer() const { return renderer_; }
+    void setFrameTime(double seconds) { frameTime_ = seconds; }
+    double frameTime() const { return frameTime_; }
+    void setIsForPreview(bool forPreview) { bForPreview_ = forPreview; }
+    bool isForPreview() const { return bForPreview_; }
+
+    // Uploads an image for drawing (RGBA8, bottom row first); the caller deletes the texture.
+    GLuint textureFromImage(const QImage& image, int* width = nullptr, int* height = nullptr);
+
+    // Common drawing routines, into whatever framebuffer and viewport are bound on the
+    // current GL context.
+    static void clearContext(float r, float g, float b, float a);
+    // fromRect in texels, inRect in window pixels (truncated); flipped/mirrored swap the
+    // ortho bounds of the viewport.
+    static void drawTexture(const LVTexture& tex, QRectF fromRect, QRectF inRect, bool flipped, bool mirrored);
+    // Aspect-fits the whole texture into the current viewport; a texture stored upside down
+    // comes out upright.
+    static void drawCVTexture(const LVTexture& tex, bool storedUpsideDown, bool flipped, bool mirrored);
+
+private:
+    LVContext() = default;
+    void _readRenderer();
+
+    int width_ = 0;
+    int height_ = 0;
+    std::unique_ptr<LVGLContext> oglCtx_;
+    std::unique_ptr<LVPBuffer> oglPBuff_;
+    LVPendingRenderer* renderer_ = nullptr;
+    double frameTime_ = 0;
+    bool bForPreview_ = false;
+};
+
+// A CPU bitmap surface (alpha-first premultiplied pixels) for QPainter drawing.
+class LVOffscreenContext {
+public:
+    LVOffscreenContext(int32_t width, int32_t height);
+    LVBitmapContext* CGContext() const { return cgcontext_.get(); }
+    // All zero bytes when transparent, opaque black otherwise.
+    void clear(bool transparent);
+
+private:
+    std::unique_ptr<LVBitmapContext> cgcontext_;
+};
