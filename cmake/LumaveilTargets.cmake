@@ -1,0 +1,39 @@
+# Common settings for Lumaveil's own targets.
+set(LV_WARNINGS -Wall -Wextra -Werror)
+set(LV_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+
+function(lv_target_defaults target)
+    target_compile_options(${target} PRIVATE ${LV_WARNINGS})
+    if(LV_SANITIZE)
+        target_compile_options(${target} PRIVATE ${LV_SANITIZER_FLAGS})
+        target_link_options(${target} PRIVATE ${LV_SANITIZER_FLAGS})
+    endif()
+endfunction()
+
+# lv_library(name SOURCES... DEPS...): one static library per folder.
+function(lv_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+    lv_target_defaults(${name})
+endfunction()
+
+function(lv_executable name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_DEPS})
+    set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
+    lv_target_defaults(${name})
+endfunction()
+
+# lv_test(name SOURCES... DEPS... [LABELS...]): a GoogleTest executable run by ctest.
+# Every test gets offscreen Qt, its own shared-memory prefix and the leak suppressions.
+function(lv_test name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+    find_package(GTest REQUIRED)
+    lv_executable(${name} SOURCES ${ARG_SOURCES} DEPS ${ARG_DEPS} GTest::gtest GTest::gmock GTest::gtest_main)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT
+        "QT_QPA_PLATFORM=offscreen;LUMAVEIL_SHM_PREFIX=lvtest.${name}.;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0;UBSAN_OPTIONS=print_stacktrace=1;LUMAVEIL_TEST_DATA=${PROJECT_SOURCE_DIR}/tests/data")
+endfunction()

@@ -1,0 +1,54 @@
+#pragma once
+// One adjustable parameter of an effect kind. Declared once per kind; the settings
+// editors, the archive, MIDI and scripting all read the same list.
+#include <QJsonValue>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <vector>
+
+enum class LVParameterType {
+    Bool,     // bool
+    Integer,  // int, within minimum..maximum
+    Float,    // double, within minimum..maximum
+    Point2D,  // QPointF, each coordinate within minimum..maximum (QPointF bounds)
+    Color,    // QColor with alpha
+    Text,     // QString; drawn by the effect
+    Image,    // QString: path of an image file, empty for none
+    Choice,   // int, one of choiceValues (labels in choiceLabels)
+    Event,    // a momentary trigger, never archived
+};
+
+struct LVParameter {
+    QString key;   // archive key, scripting key path, MIDI target
+    QString name;  // what a user reads: editor label, scripting property name
+    LVParameterType type = LVParameterType::Float;
+    QVariant defaultValue;
+    QVariant minimum;
+    QVariant maximum;
+    QStringList choiceLabels;
+    QList<int> choiceValues;
+
+    // The value brought into the declared type and range; an unusable value gives the default.
+    QVariant clamp(const QVariant& value) const;
+    QJsonValue toJson(const QVariant& value) const;
+    // Decodes an archived value; a wrong type gives the default, out-of-range values are clamped.
+    QVariant fromJson(const QJsonValue& json) const;
+    bool isArchived() const { return type != LVParameterType::Event; }
+};
+
+using LVParameterList = std::vector<LVParameter>;
+
+// Builders that keep kind descriptors short and readable.
+LVParameter LVFloatParameter(const QString& key, const QString& name, double defaultValue, double minimum,
+                             double maximum);
+LVParameter LVIntegerParameter(const QString& key, const QString& name, int defaultValue, int minimum, int maximum);
+LVParameter LVBoolParameter(const QString& key, const QString& name, bool defaultValue);
+LVParameter LVTextParameter(const QString& key, const QString& name, const QString& defaultValue);
+LVParameter LVImageParameter(const QString& key, const QString& name);
+LVParameter LVColorParameter(const QString& key, const QString& name, const QVariant& defaultColor);
+LVParameter LVPointParameter(const QString& key, const QString& name, QPointF defaultValue, QPointF minimum,
+                             QPointF maximum);
+LVParameter LVChoiceParameter(const QString& key, const QString& name, int defaultValue, const QStringList& labels,
+                              const QList<int>& values);
