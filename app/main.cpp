@@ -1,4 +1,5 @@
 // Lumaveil's composition root: builds every object, wires the interfaces, runs.
+#include "app/LVKindRegistration.h"
 #include "core/LVEffectRegistry.h"
 
 #include <QCoreApplication>
@@ -36,6 +37,7 @@ void printCatalogue(const char* title, const LVEffectRegistry::FactoryList& list
 
 int listEffects()
 {
+    LVRegisterAllKinds();
     LVEffectRegistry registry(effectFolders());
     registry.findEffects();
     printCatalogue("Sources", registry.allSources());
