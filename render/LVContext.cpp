@@ -1,8 +1,16 @@
 #include "render/LVContext.h"
 
+#include <chrono>
+#include <cmath>
+#include <map>
+#include <vector>
+
+#include "core/util/LVLog.h"
 #include "render/LVGLContext.h"
+#include "render/LVQuad.h"
 
 namespace {
+
 std::function<QSize()>& sizeProvider()
 {
     static std::function<QSize()> provider = [] { return QSize(320, 240); };
@@ -10,47 +18,345 @@ std::function<QSize()>& sizeProvider()
 }
 int gWidth = 0;
 int gHeight = 0;
-}
 
-class LVPBuffer {};
-
-void LVSetVideoSizeProvider(std::function<QSize()> provider) { sizeProvider() = std::move(provider); }
-
-static void loadVideoSize()
+void loadVideoSize()
 {
     if (gWidth != 0)
         return;
-    QSize s = sizeProvider()();
+    const QSize s = sizeProvider()();
     gWidth = s.width();
     gHeight = s.height();
 }
-int LVGetWidth() { loadVideoSize(); return gWidth; }
-int LVGetHeight() { loadVideoSize(); return gHeight; }
+
+using Clock = std::chrono::steady_clock;
+
+} // namespace
+
+void LVSetVideoSizeProvider(std::function<QSize()> provider)
+{
+    sizeProvider() = std::move(provider);
+}
+
+int LVGetWidth()
+{
+    loadVideoSize();
+    return gWidth;
+}
+
+int LVGetHeight()
+{
+    loadVideoSize();
+    return gHeight;
+}
+
+// One frame's render target: a colour texture of the video size, shared by every context.
+class LVPBuffer {
+public:
+    GLuint texture = 0;
+    int width = 0;
+    int height = 0;
+    Clock::time_point released;
+};
+
+// Recycles render targets. A target still held by a texture handed out is never reused; one
+// that waited unused for more than half a second is freed the next time a target is taken.
+class LVPBufferPool {
+public:
+    static LVPBufferPool& shared()
+    {
+        static LVPBufferPool pool;
+        return pool;
+    }
+
+    std::shared_ptr<LVPBuffer> take(int width, int height)
+    {
+        const Clock::time_point now = Clock::now();
+        for (auto it = free_.begin(); it != free_.end();) {
+            if (it->use_count() == 1 && now - (*it)->released > kMaxAge) {
+                glDeleteTextures(1, &(*it)->texture);
+                it = free_.erase(it);
+            } else {
+                ++it;
+            }
+        }
+        for (auto it = free_.rbegin(); it != free_.rend(); ++it) {
+            if (it->use_count() == 1 && (*it)->width == width && (*it)->height == height) {
+                std::shared_ptr<LVPBuffer> found = std::move(*it);
+                free_.erase(std::next(it).base());
+                return found;
+            }
+        }
+        auto made = std::make_shared<LVPBuffer>();
+        made->width = width;
+        made->height = height;
+        glGenTextures(1, &made->texture);
+        glBindTexture(GL_TEXTURE_2D, made->texture);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        if (!LVCheckGLError("glTexImage2D(frame)")) {
+            glDeleteTextures(1, &made->texture);
+            return nullptr;
+        }
+        return made;
+    }
+
+    void recycle(std::shared_ptr<LVPBuffer> buffer)
+    {
+        if (!buffer)
+            return;
+        buffer->released = Clock::now();
+        free_.push_back(std::move(buffer));
+    }
+
+private:
+    static constexpr std::chrono::milliseconds kMaxAge{500};
+    std::vector<std::shared_ptr<LVPBuffer>> free_;
+};
 
 std::unique_ptr<LVContext> LVContext::create(QString* error)
 {
-    if (error)
-        *error = QStringLiteral("not implemented yet");
-    return nullptr;
+    return create(QSize(LVGetWidth(), LVGetHeight()), error);
 }
-LVContext::~LVContext() = default;
-void LVContext::makeCurrent() {}
-LVGLContext& LVContext::oglCtx() { return *oglCtx_; }
-void LVContext::reset(bool) {}
-void LVContext::flush() {}
-GLuint LVContext::framebuffer() { return 0; }
-LVTexture LVContext::texture() { return {}; }
-void LVContext::fetchOpenGLPixels(void*, int) {}
-void LVContext::drawTexture(const LVTexture&, QRectF, QRectF) {}
-void LVContext::renderToCurrentTarget(bool, bool) {}
-GLuint LVContext::textureFromImage(const QImage&, int*, int*) { return 0; }
-void LVContext::clearContext(float, float, float, float) {}
-void LVContext::drawTexture(const LVTexture&, QRectF, QRectF, bool, bool) {}
-void LVContext::drawCVTexture(const LVTexture&, bool, bool, bool) {}
-void LVContext::_readRenderer() {}
+
+std::unique_ptr<LVContext> LVContext::create(QSize size, QString* error)
+{
+    if (size.width() <= 0 || size.height() <= 0) {
+        if (error)
+            *error = QStringLiteral("LVContext: invalid video size %1x%2").arg(size.width()).arg(size.height());
+        return nullptr;
+    }
+    std::unique_ptr<LVGLContext> gl = LVGLContext::makeOffscreenGLContext(error);
+    if (!gl)
+        return nullptr;
+    std::unique_ptr<LVContext> ctx(new LVContext);
+    ctx->width_ = size.width();
+    ctx->height_ = size.height();
+    ctx->oglCtx_ = std::move(gl);
+    ctx->oglCtx_->makeCurrent();
+
+    glGenFramebuffers(1, &ctx->fbo_);
+    glGenRenderbuffers(1, &ctx->depth_);
+    glBindRenderbuffer(GL_RENDERBUFFER, ctx->depth_);
+    glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT24, ctx->width_, ctx->height_);
+    glBindRenderbuffer(GL_RENDERBUFFER, 0);
+    glBindFramebuffer(GL_FRAMEBUFFER, ctx->fbo_);
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, ctx->depth_);
+    glViewport(0, 0, ctx->width_, ctx->height_);
+    glEnable(GL_BLEND);
+    // Alpha composes "over", so a frame that starts opaque stays opaque.
+    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    if (!LVCheckGLError("LVContext::create")) {
+        if (error)
+            *error = QStringLiteral("LVContext::create: GL error while making the frame buffer");
+        return nullptr;
+    }
+    return ctx;
+}
+
+LVContext::~LVContext()
+{
+    if (!oglCtx_)
+        return;
+    oglCtx_->makeCurrent();
+    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
+    glDeleteFramebuffers(1, &fbo_);
+    glDeleteRenderbuffers(1, &depth_);
+}
+
+void LVContext::makeCurrent()
+{
+    oglCtx_->makeCurrent();
+}
+
+LVGLContext& LVContext::oglCtx()
+{
+    _readRenderer();
+    return *oglCtx_;
+}
+
+void LVContext::_bindTarget()
+{
+    makeCurrent();
+    glBindFramebuffer(GL_FRAMEBUFFER, fbo_);
+    glViewport(0, 0, width_, height_);
+}
+
+void LVContext::reset(bool transparent)
+{
+    renderer_ = nullptr;
+    makeCurrent();
+    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
+    oglPBuff_ = LVPBufferPool::shared().take(width_, height_);
+    if (!oglPBuff_)
+        LVLog("NIL pbuff!");
+    _bindTarget();
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, oglPBuff_ ? oglPBuff_->texture : 0, 0);
+    if (oglPBuff_)
+        clearContext(0, 0, 0, transparent ? 0 : 1);
+}
+
+void LVContext::flush()
+{
+    makeCurrent();
+    glFlush();
+}
+
+void LVContext::_readRenderer()
+{
+    if (!renderer_)
+        return;
+    LVPendingRenderer* r = renderer_;
+    renderer_ = nullptr;
+    _bindTarget();
+    r->drawPendingOutput(*this);
+}
+
+GLuint LVContext::framebuffer()
+{
+    _readRenderer();
+    _bindTarget();
+    return fbo_;
+}
+
+LVTexture LVContext::texture()
+{
+    _readRenderer();
+    if (!oglPBuff_)
+        return {};
+    return {oglPBuff_->texture, oglPBuff_->width, oglPBuff_->height, oglPBuff_};
+}
+
+void LVContext::fetchOpenGLPixels(void* destination, int rowBytes)
+{
+    _readRenderer();
+    std::shared_ptr<LVPBuffer> kept = std::move(oglPBuff_);
+    reset(true);
+    if (kept)
+        drawPBuffer({kept->texture, kept->width, kept->height}, true, false);
+    LVPBufferPool::shared().recycle(std::move(kept));
+
+    GLint rowLength = 0;
+    glGetIntegerv(GL_PACK_ROW_LENGTH, &rowLength);
+    glPixelStorei(GL_PACK_ROW_LENGTH, rowBytes / 4);
+    glReadPixels(0, 0, width_, height_, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8, destination);
+    glPixelStorei(GL_PACK_ROW_LENGTH, rowLength);
+}
+
+void LVContext::drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect)
+{
+    framebuffer();
+    drawTexture(tex, fromRect, inRect, false, false);
+}
+
+void LVContext::renderToContext()
+{
+    LVTexture t = texture();
+    makeCurrent();
+    drawPBuffer(t, false, false);
+}
+
+GLuint LVContext::textureFromImage(const QImage& image, int* width, int* height)
+{
+    makeCurrent();
+    // GL rows run bottom to top.
+    const QImage rgba = image.convertToFormat(QImage::Format_RGBA8888).mirrored(false, true);
+    GLuint name = 0;
+    glGenTextures(1, &name);
+    GLint previous = 0, rowLength = 0, alignment = 0;
+    glGetIntegerv(GL_TEXTURE_BINDING_2D, &previous);
+    glGetIntegerv(GL_UNPACK_ROW_LENGTH, &rowLength);
+    glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
+    glBindTexture(GL_TEXTURE_2D, name);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, int(rgba.bytesPerLine() / 4));
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, rgba.width(), rgba.height(), 0, GL_RGBA, GL_UNSIGNED_BYTE, rgba.constBits());
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, rowLength);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
+    glBindTexture(GL_TEXTURE_2D, previous);
+    if (!LVCheckGLError("glTexImage2D(textureFromImage)")) {
+        glDeleteTextures(1, &name);
+        return 0;
+    }
+    if (width)
+        *width = rgba.width();
+    if (height)
+        *height = rgba.height();
+    return name;
+}
+
+void LVContext::clearContext(float r, float g, float b, float a)
+{
+    glClearColor(r, g, b, a);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glFlush();
+}
+
+void LVContext::drawTexture(const LVTexture& tex, QRectF fromRect, QRectF inRect, bool flipped, bool mirrored)
+{
+    if (tex.name == 0 || tex.width <= 0 || tex.height <= 0)
+        return;
+    GLint vp[4] = {};
+    glGetIntegerv(GL_VIEWPORT, vp);
+    float left = float(vp[0]), right = float(vp[0] + vp[2]);
+    float bottom = float(vp[1]), top = float(vp[1] + vp[3]);
+    if (mirrored)
+        std::swap(left, right);
+    if (flipped)
+        std::swap(bottom, top);
+
+    const double sx = fromRect.x(), sy = fromRect.y(), sw = fromRect.width(), sh = fromRect.height();
+    const double dx = inRect.x(), dy = inRect.y(), dw = inRect.width(), dh = inRect.height();
+    const float tw = float(tex.width), th = float(tex.height);
+    auto vertex = [&](double x, double y, double u, double v) {
+        return LVQuadVertex{float(std::trunc(x)), float(std::trunc(y)), float(u) / tw, float(v) / th};
+    };
+    const LVQuadVertex quad[4] = {
+        vertex(dx, dy, sx, sy),
+        vertex(dx, dy + dh, sx, sy + sh),
+        vertex(dx + dw, dy + dh, sx + sw, sy + sh),
+        vertex(dx + dw, dy, sx + sw, sy),
+    };
+    LVQuadDraw(tex.name, quad, left, right, bottom, top);
+}
+
+void LVContext::drawCVTexture(const LVTexture& tex, bool storedUpsideDown, bool flipped, bool mirrored)
+{
+    const double sw = tex.width;
+    const double sh = storedUpsideDown ? -tex.height : tex.height;
+    const double sy = storedUpsideDown ? tex.height : 0;
+    GLint vp[4] = {};
+    glGetIntegerv(GL_VIEWPORT, vp);
+    QRectF fitted = LVUtil::fitRect(QSizeF(sw, std::abs(sh)), QSizeF(vp[2], vp[3]));
+    fitted.translate(vp[0], vp[1]);
+    drawTexture(tex, QRectF(0, sy, sw, sh), fitted, flipped, mirrored);
+}
+
+void LVContext::drawPBuffer(const LVTexture& tex, bool flipped, bool mirrored)
+{
+    drawCVTexture(tex, false, flipped, mirrored);
+}
 
 LVOffscreenContext::LVOffscreenContext(int32_t width, int32_t height)
     : cgcontext_(LVUtil::newBitmapContext(width, height, LVPixelFormatPremultipliedFirst))
 {
 }
-void LVOffscreenContext::clear(bool) {}
+
+void LVOffscreenContext::clear(bool transparent)
+{
+    if (!cgcontext_ || !cgcontext_->data()) {
+        LVLog("It happened!");
+        return;
+    }
+    // Pixels are native 0xAARRGGBB words.
+    const uint32_t pixel = transparent ? 0u : 0xFF000000u;
+    auto* p = reinterpret_cast<uint32_t*>(cgcontext_->data());
+    std::fill(p, p + size_t(cgcontext_->width()) * size_t(cgcontext_->height()), pixel);
+}

@@ -1,7 +1,7 @@
 #pragma once
 // The frame's drawing surface: an offscreen EGL/OpenGL 3.3 core context whose render target is a
 // pooled texture+framebuffer ("pbuffer"), plus the program's common textured-quad routines.
-#include <GL/gl.h>
+#include "render/LVGL.h"
 
 #include <QImage>
 #include <QRectF>
@@ -17,13 +17,14 @@
 class LVContext;
 class LVGLContext;
 class LVPBuffer;
-class LVPBufferPool;
 
-// GL_TEXTURE_2D RGBA8, origin bottom-left (GL convention).
+// GL_TEXTURE_2D RGBA8, origin bottom-left (GL convention). A frame's texture holds on to its
+// render target, so the pool never hands it out again while a copy of this is alive.
 struct LVTexture {
     GLuint name = 0;
     int width = 0;
     int height = 0;
+    std::shared_ptr<const void> retained = {};
 };
 
 // Process-wide video size, read once from the provider and cached.
@@ -46,6 +47,8 @@ public:
     // sharing objects with the process-wide shared context; size = LVGetWidth/LVGetHeight.
     // On failure answers null and, when error is given, the failing call and its error.
     static std::unique_ptr<LVContext> create(QString* error);
+    // The same at an explicit size (benchmarks, tools that follow a producer's size).
+    static std::unique_ptr<LVContext> create(QSize size, QString* error);
     ~LVContext();
     LVContext(const LVContext&) = delete;
     LVContext& operator=(const LVContext&) = delete;
@@ -63,14 +66,15 @@ public:
     void flush();
     // The current frame's framebuffer, bound as draw target with viewport (0,0,w,h).
     GLuint framebuffer();
-    // The current frame's colour texture; valid until the frame after next reset.
+    // The current frame's colour texture.
     LVTexture texture();
     // Reads the frame as A,R,G,B bytes, top row first, rows rowBytes apart.
     void fetchOpenGLPixels(void* destination, int rowBytes);
     // Draws a texture into the current frame, not flipped, not mirrored.
     void drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect);
-    // Draws the current frame into whatever framebuffer and viewport the caller bound.
-    void renderToCurrentTarget(bool flipped, bool mirrored);
+    // Draws the current frame into whatever framebuffer and viewport the caller bound on
+    // the current GL context, not flipped, not mirrored.
+    void renderToContext();
 
     void setQCRenderer(LVPendingRenderer* renderer) { renderer_ = renderer; }
     LVPendingRenderer* qcRenderer() const { return renderer_; }
@@ -91,15 +95,20 @@ public:
     // Aspect-fits the whole texture into the current viewport; a texture stored upside down
     // comes out upright.
     static void drawCVTexture(const LVTexture& tex, bool storedUpsideDown, bool flipped, bool mirrored);
+    // A frame's texture (stored the GL way up), aspect-fitted into the current viewport.
+    static void drawPBuffer(const LVTexture& tex, bool flipped, bool mirrored);
 
 private:
     LVContext() = default;
     void _readRenderer();
+    void _bindTarget();
 
     int width_ = 0;
     int height_ = 0;
     std::unique_ptr<LVGLContext> oglCtx_;
-    std::unique_ptr<LVPBuffer> oglPBuff_;
+    std::shared_ptr<LVPBuffer> oglPBuff_;
+    GLuint fbo_ = 0;
+    GLuint depth_ = 0;
     LVPendingRenderer* renderer_ = nullptr;
     double frameTime_ = 0;
     bool bForPreview_ = false;

@@ -1,0 +1,162 @@
+#include "render/LVQuad.h"
+
+#include <EGL/egl.h>
+
+#include <cstddef>
+#include <unordered_map>
+
+#include "core/util/LVLog.h"
+
+bool LVCheckGLError(const char* call)
+{
+    GLenum e = glGetError();
+    if (e == GL_NO_ERROR)
+        return true;
+    LVLog("%s: GL error 0x%04x", call, e);
+    while (glGetError() != GL_NO_ERROR) {
+    }
+    return false;
+}
+
+namespace {
+
+const char* kVertex = R"(#version 330 core
+layout(location = 0) in vec2 position;
+layout(location = 1) in vec2 texCoord;
+uniform vec4 ortho; // left, right, bottom, top
+out vec2 uv;
+void main() {
+    vec2 ndc = 2.0 * (position - ortho.xz) / (ortho.yw - ortho.xz) - 1.0;
+    gl_Position = vec4(ndc, 0.0, 1.0);
+    uv = texCoord;
+}
+)";
+
+const char* kFragment = R"(#version 330 core
+in vec2 uv;
+uniform sampler2D image;
+out vec4 colour;
+void main() {
+    colour = texture(image, uv);
+}
+)";
+
+struct Quad {
+    GLuint program = 0;
+    GLuint vao = 0;
+    GLuint vbo = 0;
+    GLint ortho = -1;
+};
+
+std::unordered_map<void*, Quad>& quads()
+{
+    static std::unordered_map<void*, Quad> map;
+    return map;
+}
+
+GLuint compile(GLenum type, const char* source)
+{
+    GLuint s = glCreateShader(type);
+    glShaderSource(s, 1, &source, nullptr);
+    glCompileShader(s);
+    GLint ok = 0;
+    glGetShaderiv(s, GL_COMPILE_STATUS, &ok);
+    if (!ok) {
+        char log[1024] = {};
+        glGetShaderInfoLog(s, sizeof log, nullptr, log);
+        LVLog("glCompileShader: %s", log);
+    }
+    return s;
+}
+
+Quad makeQuad()
+{
+    Quad q;
+    GLuint vs = compile(GL_VERTEX_SHADER, kVertex);
+    GLuint fs = compile(GL_FRAGMENT_SHADER, kFragment);
+    q.program = glCreateProgram();
+    glAttachShader(q.program, vs);
+    glAttachShader(q.program, fs);
+    glLinkProgram(q.program);
+    glDeleteShader(vs);
+    glDeleteShader(fs);
+    GLint ok = 0;
+    glGetProgramiv(q.program, GL_LINK_STATUS, &ok);
+    if (!ok) {
+        char log[1024] = {};
+        glGetProgramInfoLog(q.program, sizeof log, nullptr, log);
+        LVLog("glLinkProgram: %s", log);
+    }
+    q.ortho = glGetUniformLocation(q.program, "ortho");
+    GLint previousProgram = 0;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &previousProgram);
+    glUseProgram(q.program);
+    glUniform1i(glGetUniformLocation(q.program, "image"), 0);
+    glUseProgram(previousProgram);
+
+    GLint previousVao = 0, previousBuffer = 0;
+    glGetIntegerv(GL_VERTEX_ARRAY_BINDING, &previousVao);
+    glGetIntegerv(GL_ARRAY_BUFFER_BINDING, &previousBuffer);
+    glGenVertexArrays(1, &q.vao);
+    glGenBuffers(1, &q.vbo);
+    glBindVertexArray(q.vao);
+    glBindBuffer(GL_ARRAY_BUFFER, q.vbo);
+    glBufferData(GL_ARRAY_BUFFER, 4 * sizeof(LVQuadVertex), nullptr, GL_STREAM_DRAW);
+    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, sizeof(LVQuadVertex), nullptr);
+    glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, sizeof(LVQuadVertex),
+                          reinterpret_cast<const void*>(offsetof(LVQuadVertex, u)));
+    glEnableVertexAttribArray(0);
+    glEnableVertexAttribArray(1);
+    glBindVertexArray(previousVao);
+    glBindBuffer(GL_ARRAY_BUFFER, previousBuffer);
+    LVCheckGLError("LVQuad setup");
+    return q;
+}
+
+} // namespace
+
+void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float right, float bottom, float top)
+{
+    void* ctx = eglGetCurrentContext();
+    if (!ctx) {
+        LVLog("LVQuadDraw: no current GL context");
+        return;
+    }
+    auto it = quads().find(ctx);
+    if (it == quads().end())
+        it = quads().emplace(ctx, makeQuad()).first;
+    const Quad& q = it->second;
+
+    GLint previousProgram = 0, previousVao = 0, previousBuffer = 0, previousUnit = 0;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &previousProgram);
+    glGetIntegerv(GL_VERTEX_ARRAY_BINDING, &previousVao);
+    glGetIntegerv(GL_ARRAY_BUFFER_BINDING, &previousBuffer);
+    glGetIntegerv(GL_ACTIVE_TEXTURE, &previousUnit);
+
+    glUseProgram(q.program);
+    glUniform4f(q.ortho, left, right, bottom, top);
+    glBindVertexArray(q.vao);
+    glBindBuffer(GL_ARRAY_BUFFER, q.vbo);
+    glBufferSubData(GL_ARRAY_BUFFER, 0, sizeof quad, quad);
+    glActiveTexture(GL_TEXTURE0);
+    glBindTexture(GL_TEXTURE_2D, texture);
+    glDrawArrays(GL_TRIANGLE_FAN, 0, 4);
+    glFlush();
+    glBindTexture(GL_TEXTURE_2D, 0);
+
+    glActiveTexture(previousUnit);
+    glBindBuffer(GL_ARRAY_BUFFER, previousBuffer);
+    glBindVertexArray(previousVao);
+    glUseProgram(previousProgram);
+}
+
+void LVQuadRelease(void* eglContext)
+{
+    auto it = quads().find(eglContext);
+    if (it == quads().end())
+        return;
+    glDeleteProgram(it->second.program);
+    glDeleteVertexArrays(1, &it->second.vao);
+    glDeleteBuffers(1, &it->second.vbo);
+    quads().erase(it);
+}

@@ -1,0 +1,15 @@
+#pragma once
+// The textured-quad drawer behind LVContext's drawing routines. Vertex arrays are not shared
+// between GL contexts, so each context gets its own, made on first use.
+#include "render/LVGL.h"
+
+struct LVQuadVertex {
+    float x, y; // destination, window pixels
+    float u, v; // source, normalised
+};
+
+// Draws a triangle fan of four vertices sampling texture on unit 0 with the projection
+// glOrtho(left, right, bottom, top, -1, 1) into the bound framebuffer.
+void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float right, float bottom, float top);
+// Deletes the drawer of the given (current) EGL context.
+void LVQuadRelease(void* eglContext);

@@ -1,0 +1,277 @@
+#include "render/LVContext.h"
+#include "render/LVGLContext.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QImage>
+
+#include <array>
+#include <chrono>
+#include <thread>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr int W = 8;
+constexpr int H = 4;
+
+using ARGB = std::array<uint8_t, 4>;
+
+struct Frame {
+    std::vector<uint8_t> bytes;
+    int rowBytes = 0;
+    ARGB at(int x, int row) const // row 0 is the top row
+    {
+        const uint8_t* p = bytes.data() + row * rowBytes + x * 4;
+        return {p[0], p[1], p[2], p[3]};
+    }
+};
+
+class LVContextTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        QString error;
+        ctx = LVContext::create(QSize(W, H), &error);
+        ASSERT_TRUE(ctx) << error.toStdString();
+    }
+
+    Frame read(int padding = 0)
+    {
+        Frame f;
+        f.rowBytes = W * 4 + padding;
+        f.bytes.assign(size_t(f.rowBytes) * H, 0xEE);
+        ctx->fetchOpenGLPixels(f.bytes.data(), f.rowBytes);
+        return f;
+    }
+
+    // A W x H picture: left half red, right half blue, top row green (Qt rows run top down).
+    static QImage picture()
+    {
+        QImage img(W, H, QImage::Format_ARGB32);
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x)
+                img.setPixel(x, y, y == 0 ? 0xFF00FF00u : x < W / 2 ? 0xFFFF0000u : 0xFF0000FFu);
+        return img;
+    }
+
+    std::unique_ptr<LVContext> ctx;
+};
+
+const ARGB kRed{0xFF, 0xFF, 0, 0};
+const ARGB kGreen{0xFF, 0, 0xFF, 0};
+const ARGB kBlue{0xFF, 0, 0, 0xFF};
+const ARGB kBlack{0xFF, 0, 0, 0};
+const ARGB kClear{0, 0, 0, 0};
+
+TEST_F(LVContextTest, ResetClearsOpaqueOrTransparent)
+{
+    for (bool transparent : {false, true}) {
+        ctx->reset(transparent);
+        Frame f = read();
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x)
+                ASSERT_EQ(f.at(x, y), transparent ? kClear : kBlack) << x << "," << y;
+    }
+}
+
+TEST_F(LVContextTest, ReadBackIsArgbTopRowFirstWithRowStride)
+{
+    ctx->reset(false);
+    int tw = 0, th = 0;
+    LVTexture tex{ctx->textureFromImage(picture(), &tw, &th), 0, 0};
+    tex.width = tw;
+    tex.height = th;
+    ASSERT_NE(tex.name, 0u);
+    ctx->drawTexture(tex, QRectF(0, 0, W, H), QRectF(0, 0, W, H));
+    Frame f = read(12);
+    for (int x = 0; x < W; ++x) {
+        EXPECT_EQ(f.at(x, 0), kGreen) << x;
+        for (int y = 1; y < H; ++y)
+            EXPECT_EQ(f.at(x, y), x < W / 2 ? kRed : kBlue) << x << "," << y;
+    }
+    // Padding between rows stays untouched.
+    for (int y = 0; y < H; ++y)
+        for (int i = 0; i < 12; ++i)
+            EXPECT_EQ(f.bytes[y * f.rowBytes + W * 4 + i], 0xEE);
+    glDeleteTextures(1, &tex.name);
+}
+
+// Each case draws the W x H picture at 1:1 into the frame with one of the quad rules and
+// states which picture pixel must land at frame pixel (x, top-down row).
+struct QuadCase {
+    const char* name;
+    bool flipped;
+    bool mirrored;
+    bool upsideDown; // through drawCVTexture
+    int srcX(int x) const { return mirrored ? W - 1 - x : x; }
+    int srcRow(int row) const { return flipped ? H - 1 - row : row; }
+};
+
+TEST_F(LVContextTest, QuadRulesFlipMirrorAndUpsideDown)
+{
+    const QuadCase cases[] = {
+        {"plain", false, false, false},
+        {"flipped", true, false, false},
+        {"mirrored", false, true, false},
+        {"flipped+mirrored", true, true, false},
+        {"upside-down", false, false, true},
+        {"upside-down+flipped", true, false, true},
+    };
+    const QImage src = picture();
+    for (const QuadCase& c : cases) {
+        ctx->reset(false);
+        int tw = 0, th = 0;
+        LVTexture tex;
+        if (c.upsideDown) {
+            // Stored upside down: the picture's top row sits at GL's bottom.
+            tex.name = ctx->textureFromImage(src.mirrored(false, true), &tw, &th);
+        } else {
+            tex.name = ctx->textureFromImage(src, &tw, &th);
+        }
+        tex.width = tw;
+        tex.height = th;
+        ctx->framebuffer();
+        LVContext::drawCVTexture(tex, c.upsideDown, c.flipped, c.mirrored);
+        Frame f = read();
+        for (int row = 0; row < H; ++row)
+            for (int x = 0; x < W; ++x) {
+                const QRgb want = src.pixel(c.srcX(x), c.srcRow(row));
+                const ARGB a{uint8_t(qAlpha(want)), uint8_t(qRed(want)), uint8_t(qGreen(want)), uint8_t(qBlue(want))};
+                ASSERT_EQ(f.at(x, row), a) << c.name << " at " << x << "," << row;
+            }
+        glDeleteTextures(1, &tex.name);
+    }
+}
+
+TEST_F(LVContextTest, QuadPlacementTruncatesDestinationAndSamplesSourceTexels)
+{
+    ctx->reset(false);
+    QImage img(2, 2, QImage::Format_ARGB32);
+    img.fill(0xFF00FF00u);
+    img.setPixel(1, 1, 0xFFFF0000u); // bottom-right in Qt terms: texel (1, 0) in GL terms
+    int tw = 0, th = 0;
+    LVTexture tex{ctx->textureFromImage(img, &tw, &th), 0, 0};
+    tex.width = tw;
+    tex.height = th;
+    // The whole green texture into (2.7, 1.9)-(5.2, 3.99): truncated to (2,1)-(5,3).
+    ctx->drawTexture(tex, QRectF(2.7, 1.9, 2.5, 2.09), QRectF(0, 0, 0.1, 0.1));
+    // Texel (1, 0) alone into pixel (7, 0).
+    ctx->drawTexture(tex, QRectF(7, 0, 1, 1), QRectF(1, 0, 1, 1));
+    Frame f = read();
+    for (int row = 0; row < H; ++row)
+        for (int x = 0; x < W; ++x) {
+            const int glY = H - 1 - row;
+            const ARGB want = (x == 7 && glY == 0) ? kRed : (x >= 2 && x < 5 && glY >= 1 && glY < 3) ? kGreen : kBlack;
+            ASSERT_EQ(f.at(x, row), want) << x << "," << row;
+        }
+    glDeleteTextures(1, &tex.name);
+}
+
+TEST_F(LVContextTest, DrawCVTextureAspectFitsIntoViewport)
+{
+    // A 2x2 white texture into the 8x4 frame: pillar-boxed to x 2..6, full height.
+    ctx->reset(false);
+    QImage img(2, 2, QImage::Format_ARGB32);
+    img.fill(0xFFFFFFFFu);
+    int tw = 0, th = 0;
+    LVTexture tex{ctx->textureFromImage(img, &tw, &th), 0, 0};
+    tex.width = tw;
+    tex.height = th;
+    ctx->framebuffer();
+    LVContext::drawCVTexture(tex, false, false, false);
+    Frame f = read();
+    const ARGB white{0xFF, 0xFF, 0xFF, 0xFF};
+    for (int row = 0; row < H; ++row)
+        for (int x = 0; x < W; ++x)
+            ASSERT_EQ(f.at(x, row), (x >= 2 && x < 6) ? white : kBlack) << x << "," << row;
+    glDeleteTextures(1, &tex.name);
+}
+
+TEST_F(LVContextTest, BlendingUsesSourceAlpha)
+{
+    ctx->reset(false);
+    QImage img(1, 1, QImage::Format_ARGB32);
+    img.setPixel(0, 0, qRgba(255, 255, 255, 128));
+    int tw = 0, th = 0;
+    LVTexture tex{ctx->textureFromImage(img, &tw, &th), 1, 1};
+    ctx->drawTexture(tex, QRectF(0, 0, W, H), QRectF(0, 0, 1, 1));
+    Frame f = read();
+    // Half white over opaque black: grey, still opaque.
+    const ARGB a = f.at(3, 2);
+    EXPECT_EQ(a[0], 0xFF);
+    EXPECT_NEAR(a[1], 128, 1);
+    EXPECT_EQ(a[1], a[2]);
+    EXPECT_EQ(a[2], a[3]);
+    glDeleteTextures(1, &tex.name);
+}
+
+class Pending : public LVPendingRenderer {
+public:
+    int draws = 0;
+    void drawPendingOutput(LVContext&) override
+    {
+        ++draws;
+        LVContext::clearContext(0, 1, 0, 1);
+    }
+};
+
+TEST_F(LVContextTest, PendingRendererDrawsOnceWhenSurfaceIsNeededAndResetDropsIt)
+{
+    Pending p;
+    ctx->reset(false);
+    ctx->setQCRenderer(&p);
+    EXPECT_EQ(ctx->qcRenderer(), &p);
+    ctx->reset(false);
+    EXPECT_EQ(ctx->qcRenderer(), nullptr);
+    EXPECT_EQ(p.draws, 0);
+
+    ctx->setQCRenderer(&p);
+    ctx->texture();
+    ctx->texture();
+    EXPECT_EQ(p.draws, 1);
+    EXPECT_EQ(read().at(0, 0), kGreen);
+}
+
+TEST_F(LVContextTest, PoolNeverReusesAHeldFrameAndFreesIdleOnes)
+{
+    ctx->reset(false);
+    LVTexture held = ctx->texture();
+    ctx->reset(false);
+    const GLuint second = ctx->texture().name;
+    EXPECT_NE(held.name, second);
+    ctx->reset(false);
+    EXPECT_EQ(ctx->texture().name, second); // recycled within the age limit
+    const GLuint first = held.name;
+    held = {};
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    ctx->reset(false);
+    EXPECT_FALSE(glIsTexture(first)); // idle longer than half a second
+}
+
+TEST(LVOffscreenContextTest, ClearWritesTransparentOrOpaqueBlack)
+{
+    LVOffscreenContext off(3, 2);
+    ASSERT_NE(off.CGContext(), nullptr);
+    const auto* words = reinterpret_cast<const uint32_t*>(off.CGContext()->data());
+    EXPECT_EQ(words[0], 0xFFFFFFFFu); // new bitmaps start all 0xFF
+    off.clear(false);
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(words[i], 0xFF000000u);
+    off.clear(true);
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(words[i], 0u);
+}
+
+TEST(LVVideoSizeTest, DefaultsTo320x240AndIsCachedOnFirstUse)
+{
+    LVSetVideoSizeProvider([] { return QSize(320, 240); });
+    EXPECT_EQ(LVGetWidth(), 320);
+    LVSetVideoSizeProvider([] { return QSize(640, 480); });
+    EXPECT_EQ(LVGetWidth(), 320);
+    EXPECT_EQ(LVGetHeight(), 240);
+}
+
+} // namespace
