@@ -1,0 +1,245 @@
+#include "render/transport/LVShmem.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "core/util/LVLog.h"
+#include "render/LVContext.h"
+
+namespace {
+
+// The control block is shared with another process: every access is atomic, and swap's two
+// stores are ordered (currentBlock before frameSeq).
+template <typename T>
+std::atomic_ref<T> field(uint8_t* base, int offset)
+{
+    return std::atomic_ref<T>(*reinterpret_cast<T*>(base + offset));
+}
+
+template <typename T>
+void put(uint8_t* base, int offset, T value)
+{
+    std::memcpy(base + offset, &value, sizeof value);
+}
+
+template <typename T>
+T get(const uint8_t* base, int offset)
+{
+    T value;
+    std::memcpy(&value, base + offset, sizeof value);
+    return value;
+}
+
+uint8_t* mapped(const KDSharedMem* m)
+{
+    if (!m || m->getMemory() == KDSharedMem::kNotMapped)
+        return nullptr;
+    return static_cast<uint8_t*>(m->getMemory());
+}
+
+} // namespace
+
+std::string LVShmem::segmentName(const std::string& base)
+{
+    const char* prefix = std::getenv("LUMAVEIL_SHM_PREFIX");
+    return "/" + std::string(prefix ? prefix : "") + base;
+}
+
+std::string LVShmem::imageBlockName(int index)
+{
+    char name[128];
+    std::snprintf(name, sizeof name, "com.marrowkit.LVImg3.%d", index);
+    return segmentName(name);
+}
+
+uint64_t LVShmem::currentHostTime()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return uint64_t(ts.tv_sec) * 1000000000ull + uint64_t(ts.tv_nsec);
+}
+
+LVShmem::LVShmem()
+{
+    acquireLock();
+    controlBlockShmem_ = KDSharedMem::initWithName(segmentName("com.marrowkit.LVCtrl3").c_str());
+    if (controlBlockShmem_)
+        controlBlockShmem_->ensureSize(kLVControlBlockSize);
+    controlBlock_ = mapped(controlBlockShmem_.get());
+    if (!controlBlock_) {
+        // Without a control block there is no transport; keep a private one so calls stay safe.
+        LVLog("LVShmem: no control block, frames are not published");
+        alignas(8) static uint8_t detached[kLVControlBlockSize];
+        controlBlock_ = detached;
+    }
+    makeImageBlock(0);
+    makeImageBlock(1);
+    if (field<uint32_t>(controlBlock_, kLVCtrlAppPid).load() == 0) {
+        field<uint64_t>(controlBlock_, 0).store(0);
+        field<uint64_t>(controlBlock_, 8).store(0);
+    }
+    releaseLock();
+}
+
+void LVShmem::makeImageBlock(int index)
+{
+    imageBlockShmem_[index] = KDSharedMem::initWithName(imageBlockName(index).c_str());
+    verifyBlockSize(index, 0);
+}
+
+void LVShmem::verifyBlockSize(int index, uint32_t pixelBytes)
+{
+    KDSharedMem* block = imageBlockShmem_[index].get();
+    if (!block)
+        return;
+    const int32_t length = int32_t(pixelBytes + kLVImageBlockHeaderSize);
+    if (block->ensureSize(length)) {
+        std::memset(block->getMemory(), 0, size_t(length));
+        auto version = field<uint16_t>(controlBlock_, kLVCtrlBlockVersion + 2 * index);
+        const uint16_t next = uint16_t(version.load() + 1);
+        version.store(next);
+        lastBlockVersion_[index] = next;
+    }
+}
+
+uint8_t* LVShmem::getImageBlock(int index, uint32_t pixelBytes)
+{
+    const uint16_t version = blockVersion(index);
+    // A producer starting with no producer recorded zeroes the versions, so an equal version
+    // can still hide a block re-created since this process mapped it.
+    KDSharedMem* block = imageBlockShmem_[index].get();
+    if (version != lastBlockVersion_[index] || (block && block->isUnlinked())) {
+        if (block)
+            block->openSegment(false);
+        lastBlockVersion_[index] = version;
+    }
+    verifyBlockSize(index, pixelBytes);
+    lastImageBlock_ = mapped(imageBlockShmem_[index].get());
+    return lastImageBlock_;
+}
+
+uint8_t* LVShmem::getNextImageBlock(uint32_t pixelBytes)
+{
+    acquireLock();
+    const uint32_t current = currentBlock();
+    const int index = current == kLVNoBlock ? 0 : int(current ^ 1);
+    uint8_t* block = getImageBlock(index, pixelBytes);
+    releaseLock();
+    return block;
+}
+
+void LVShmem::swap()
+{
+    acquireLock();
+    const uint32_t current = currentBlock();
+    field<uint32_t>(controlBlock_, kLVCtrlCurrentBlock).store(current == kLVNoBlock ? 0 : current ^ 1, std::memory_order_release);
+    auto seq = field<uint32_t>(controlBlock_, kLVCtrlFrameSeq);
+    seq.store(seq.load() + 1, std::memory_order_release);
+    releaseLock();
+}
+
+void LVShmem::setAppRunning()
+{
+    acquireLock();
+    field<uint32_t>(controlBlock_, kLVCtrlCurrentBlock).store(kLVNoBlock);
+    field<uint32_t>(controlBlock_, kLVCtrlAppPid).store(uint32_t(getpid()));
+    releaseLock();
+}
+
+void LVShmem::setAppNotRunning()
+{
+    acquireLock();
+    field<uint32_t>(controlBlock_, kLVCtrlCurrentBlock).store(kLVNoBlock);
+    field<uint32_t>(controlBlock_, kLVCtrlAppPid).store(0);
+    releaseLock();
+}
+
+bool LVShmem::appRunning() const
+{
+    return field<uint32_t>(controlBlock_, kLVCtrlAppPid).load() != 0;
+}
+
+bool LVShmem::isNewImageAvailable() const
+{
+    return frameSeq() != lastSeq_;
+}
+
+uint32_t LVShmem::currentBlock() const
+{
+    return field<uint32_t>(controlBlock_, kLVCtrlCurrentBlock).load(std::memory_order_acquire);
+}
+
+uint32_t LVShmem::frameSeq() const
+{
+    return field<uint32_t>(controlBlock_, kLVCtrlFrameSeq).load(std::memory_order_acquire);
+}
+
+uint16_t LVShmem::blockVersion(int index) const
+{
+    return field<uint16_t>(controlBlock_, kLVCtrlBlockVersion + 2 * index).load(std::memory_order_acquire);
+}
+
+LVShmemReadResult LVShmem::getData(std::unique_ptr<uint8_t[]>& data, uint64_t& lengthReturn, uint64_t lastTimestamp)
+{
+    LVShmemReadResult result;
+    acquireLock();
+    if (!appRunning()) {
+        result.status = 1;
+        releaseLock();
+        return result;
+    }
+    const uint32_t current = currentBlock();
+    if (frameSeq() == lastSeq_ || current == kLVNoBlock) {
+        releaseLock();
+        return result;
+    }
+    const uint8_t* block = getImageBlock(int(current & 1), 0);
+    if (!block) {
+        releaseLock();
+        return result;
+    }
+    const uint64_t timestamp = get<uint64_t>(block, kLVImgTimestamp);
+    if (timestamp <= lastTimestamp)
+        return result;
+    const uint32_t length = get<uint32_t>(block, kLVImgDataLength);
+    // A header that claims more than the mapping holds is a torn or foreign block.
+    if (uint64_t(length) + kLVImgPixels > uint64_t(imageBlockShmem_[current & 1]->getSize())) {
+        releaseLock();
+        return result;
+    }
+    lengthReturn = length;
+    data.reset(new uint8_t[length]);
+    std::memcpy(data.get(), block + kLVImgPixels, length);
+    lastSeq_ = frameSeq();
+    result.status = 0;
+    result.timestamp = timestamp;
+    result.frameRate = get<uint16_t>(block, kLVImgFrameRate);
+    releaseLock();
+    return result;
+}
+
+void LVShmem::publishFrame(int width, int height, int frameRate, const std::function<void(void*, int)>& readPixels)
+{
+    const uint32_t pixelBytes = uint32_t(width * height * 4);
+    uint8_t* block = getNextImageBlock(pixelBytes);
+    if (!block)
+        return;
+    readPixels(block + kLVImgPixels, width * 4);
+    put<uint16_t>(block, kLVImgHeight, uint16_t(height));
+    put<uint16_t>(block, kLVImgWidth, uint16_t(width));
+    put<uint32_t>(block, kLVImgDataLength, pixelBytes);
+    put<uint64_t>(block, kLVImgTimestamp, currentHostTime());
+    put<uint16_t>(block, kLVImgFrameRate, uint16_t(frameRate));
+    swap();
+}
+
+void LVShmem::publishFrame(LVContext& ctx, int frameRate)
+{
+    publishFrame(ctx.width(), ctx.height(), frameRate,
+                 [&ctx](void* pixels, int rowBytes) { ctx.fetchOpenGLPixels(pixels, rowBytes); });
+}

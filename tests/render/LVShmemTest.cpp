@@ -1,0 +1,351 @@
+#include "render/transport/KDLock.h"
+#include "render/transport/LVShmem.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+
+namespace {
+
+void unlinkAll()
+{
+    shm_unlink(LVShmem::segmentName("com.marrowkit.LVCtrl3").c_str());
+    shm_unlink(LVShmem::imageBlockName(0).c_str());
+    shm_unlink(LVShmem::imageBlockName(1).c_str());
+}
+
+off_t segmentSize(const std::string& name)
+{
+    const int fd = shm_open(name.c_str(), O_RDONLY, 0);
+    if (fd < 0)
+        return -1;
+    struct stat st {};
+    fstat(fd, &st);
+    close(fd);
+    return st.st_size;
+}
+
+// Every pixel of a frame carries the frame's number, so a reader can tell frames apart.
+void fillFrame(void* pixels, int rowBytes, int height, uint32_t tag)
+{
+    for (int y = 0; y < height; ++y) {
+        auto* row = reinterpret_cast<uint32_t*>(static_cast<uint8_t*>(pixels) + y * rowBytes);
+        for (int x = 0; x < rowBytes / 4; ++x)
+            row[x] = tag;
+    }
+}
+
+void publish(LVShmem& shm, int w, int h, int rate, uint32_t tag)
+{
+    shm.publishFrame(w, h, rate, [&](void* p, int rowBytes) { fillFrame(p, rowBytes, h, tag); });
+}
+
+// Runs body in a child process; answers its exit status (0 on success).
+int inChild(const std::function<int()>& body)
+{
+    const pid_t pid = fork();
+    if (pid == 0)
+        _exit(body());
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 100;
+}
+
+class LVShmemTest : public ::testing::Test {
+protected:
+    void SetUp() override { unlinkAll(); }
+    void TearDown() override { unlinkAll(); }
+};
+
+TEST_F(LVShmemTest, NamesHaveALeadingSlashAndTheTestPrefix)
+{
+    const char* prefix = std::getenv("LUMAVEIL_SHM_PREFIX");
+    const std::string p = prefix ? prefix : "";
+    EXPECT_EQ(LVShmem::segmentName("com.marrowkit.LVCtrl3"), "/" + p + "com.marrowkit.LVCtrl3");
+    EXPECT_EQ(LVShmem::imageBlockName(1), "/" + p + "com.marrowkit.LVImg3.1");
+}
+
+TEST_F(LVShmemTest, CleanStartCreatesSmallBlocksAndFirstFramesGrowThemOnce)
+{
+    LVShmem w;
+    EXPECT_EQ(segmentSize(LVShmem::segmentName("com.marrowkit.LVCtrl3")), 16);
+    EXPECT_EQ(segmentSize(LVShmem::imageBlockName(0)), 24);
+    EXPECT_EQ(segmentSize(LVShmem::imageBlockName(1)), 24);
+    EXPECT_EQ(w.blockVersion(0), 0);
+    EXPECT_EQ(w.blockVersion(1), 0);
+    EXPECT_FALSE(w.appRunning());
+
+    w.setAppRunning();
+    EXPECT_EQ(w.currentBlock(), kLVNoBlock);
+    const uint32_t pixels = 4 * 3 * 4;
+    struct Step {
+        int w, h;
+        uint32_t block;
+        uint16_t v0, v1;
+        off_t size0, size1;
+    };
+    // Grow, alternate, shrink (nothing re-created), then grow past the largest size seen.
+    const Step steps[] = {
+        {4, 3, 0, 1, 0, pixels + 24, 24},
+        {4, 3, 1, 1, 1, pixels + 24, pixels + 24},
+        {4, 3, 0, 1, 1, pixels + 24, pixels + 24},
+        {2, 2, 1, 1, 1, pixels + 24, pixels + 24},
+        {8, 3, 0, 2, 1, 8 * 3 * 4 + 24, pixels + 24},
+        {8, 3, 1, 2, 2, 8 * 3 * 4 + 24, 8 * 3 * 4 + 24},
+    };
+    uint32_t seq = w.frameSeq();
+    for (const Step& s : steps) {
+        publish(w, s.w, s.h, 30, 0x11223344);
+        SCOPED_TRACE(testing::Message() << s.w << "x" << s.h << " into block " << s.block);
+        EXPECT_EQ(w.currentBlock(), s.block);
+        EXPECT_EQ(w.frameSeq(), ++seq);
+        EXPECT_EQ(w.blockVersion(0), s.v0);
+        EXPECT_EQ(w.blockVersion(1), s.v1);
+        EXPECT_EQ(segmentSize(LVShmem::imageBlockName(0)), s.size0);
+        EXPECT_EQ(segmentSize(LVShmem::imageBlockName(1)), s.size1);
+    }
+}
+
+TEST_F(LVShmemTest, ImageBlockHeaderLayout)
+{
+    LVShmem w;
+    w.setAppRunning();
+    const uint64_t before = LVShmem::currentHostTime();
+    publish(w, 3, 2, 70000, 0xA1B2C3D4); // a rate above 65535 keeps its low 16 bits
+    const uint8_t* b = w.getImageBlock(0, 0);
+    ASSERT_NE(b, nullptr);
+    uint64_t ts;
+    std::memcpy(&ts, b, 8);
+    EXPECT_GE(ts, before);
+    EXPECT_LE(ts, LVShmem::currentHostTime());
+    const uint8_t expect[] = {3, 0, 2, 0, 24, 0, 0, 0, 0x70, 0x11, 0, 0, 0xD4, 0xC3, 0xB2, 0xA1};
+    EXPECT_EQ(std::memcmp(b + 8, expect, sizeof expect), 0);
+    EXPECT_EQ(70000 & 0xFFFF, 0x1170);
+}
+
+TEST_F(LVShmemTest, ReaderInAnotherProcessFollowsProducerStates)
+{
+    LVShmem r; // the reader attaches first; the producer is not running
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t length = 0;
+    EXPECT_EQ(r.getData(data, length, 0).status, 1);
+
+    // A producer that ran, published frames and quit properly.
+    ASSERT_EQ(inChild([] {
+        LVShmem w;
+        w.setAppRunning();
+        publish(w, 4, 4, 25, 1);
+        publish(w, 4, 4, 25, 2);
+        w.setAppNotRunning();
+        return 0;
+    }), 0);
+    EXPECT_FALSE(r.appRunning());
+    EXPECT_EQ(r.getData(data, length, 0).status, 1); // regardless of the blocks' contents
+
+    // A producer that set itself running and died before publishing anything.
+    ASSERT_EQ(inChild([] {
+        LVShmem w;
+        w.setAppRunning();
+        return 0;
+    }), 0);
+    EXPECT_TRUE(r.appRunning());
+    EXPECT_EQ(r.getData(data, length, 0).status, 2);
+
+    // A producer that published two frames and died without setAppNotRunning.
+    ASSERT_EQ(inChild([] {
+        LVShmem w; // keeps the dead producer's values: appPid is set
+        if (!w.appRunning())
+            return 1;
+        w.setAppRunning();
+        publish(w, 4, 4, 25, 7);
+        publish(w, 4, 4, 25, 8);
+        return 0;
+    }), 0);
+    EXPECT_TRUE(r.isNewImageAvailable());
+    LVShmemReadResult res = r.getData(data, length, 0);
+    ASSERT_EQ(res.status, 0);
+    EXPECT_EQ(length, 64u);
+    EXPECT_EQ(res.frameRate, 25);
+    uint32_t px;
+    std::memcpy(&px, data.get() + 60, 4);
+    EXPECT_EQ(px, 8u); // the newest frame
+    EXPECT_FALSE(r.isNewImageAvailable());
+    EXPECT_EQ(r.getData(data, length, 0).status, 2);
+
+    // A fresh LVShmem in a new process does not clear a control block with a producer recorded.
+    LVShmem again;
+    EXPECT_TRUE(again.appRunning());
+    EXPECT_EQ(again.currentBlock(), r.currentBlock());
+}
+
+TEST_F(LVShmemTest, ReaderPassingTheNewestTimestampKeepsItsSequence)
+{
+    LVShmem w;
+    w.setAppRunning();
+    publish(w, 2, 2, 15, 5);
+    LVShmem r;
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t length = 0;
+    LVShmemReadResult first = r.getData(data, length, 0);
+    ASSERT_EQ(first.status, 0);
+    publish(w, 2, 2, 15, 6);
+    uint64_t newest;
+    std::memcpy(&newest, w.getImageBlock(int(w.currentBlock()), 0), 8);
+    EXPECT_EQ(r.getData(data, length, newest).status, 2);
+    EXPECT_TRUE(r.isNewImageAvailable()); // the same frame is looked at again next time
+    LVShmemReadResult second = r.getData(data, length, first.timestamp);
+    ASSERT_EQ(second.status, 0);
+    EXPECT_EQ(second.timestamp, newest);
+}
+
+TEST_F(LVShmemTest, ReaderFollowsASizeChangeMadeByAnotherProcess)
+{
+    LVShmem r;
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t length = 0;
+    uint64_t last = 0;
+    struct Case {
+        int w, h;
+        uint32_t tag;
+    };
+    const Case cases[] = {{2, 2, 0x01}, {64, 48, 0x02}, {640, 480, 0x03}, {16, 16, 0x04}, {1280, 720, 0x05}};
+    for (const Case& c : cases) {
+        ASSERT_EQ(inChild([&] {
+            LVShmem w;
+            w.setAppRunning();
+            publish(w, c.w, c.h, 30, c.tag);
+            publish(w, c.w, c.h, 30, c.tag + 0x100);
+            return 0;
+        }), 0);
+        LVShmemReadResult res = r.getData(data, length, last);
+        ASSERT_EQ(res.status, 0) << c.w << "x" << c.h;
+        ASSERT_EQ(length, uint64_t(c.w * c.h * 4));
+        const auto* words = reinterpret_cast<const uint32_t*>(data.get());
+        EXPECT_EQ(words[0], c.tag + 0x100);
+        EXPECT_EQ(words[c.w * c.h - 1], c.tag + 0x100);
+        last = res.timestamp;
+    }
+}
+
+TEST_F(LVShmemTest, StreamingBetweenProcessesDeliversFramesInOrder)
+{
+    LVShmem r;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        LVShmem w;
+        w.setAppRunning();
+        for (uint32_t i = 1; i <= 200; ++i) {
+            publish(w, 320, 240, 60, i);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        w.setAppNotRunning();
+        _exit(0);
+    }
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t length = 0, last = 0;
+    uint32_t previous = 0;
+    int frames = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    bool started = false;
+    while (std::chrono::steady_clock::now() < deadline) {
+        LVShmemReadResult res = r.getData(data, length, last);
+        if (res.status == 1 && started)
+            break;
+        if (res.status == 0) {
+            started = true;
+            uint32_t tag;
+            std::memcpy(&tag, data.get(), 4);
+            EXPECT_GT(tag, previous);
+            EXPECT_GT(res.timestamp, last);
+            previous = tag;
+            last = res.timestamp;
+            ++frames;
+        } else {
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+        }
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_GT(frames, 10);
+    EXPECT_LE(previous, 200u);
+}
+
+TEST_F(LVShmemTest, CountersWrapWithoutSpecialHandling)
+{
+    LVShmem w;
+    w.setAppRunning();
+    publish(w, 2, 2, 15, 1);
+    LVShmem r;
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t length = 0;
+    ASSERT_EQ(r.getData(data, length, 0).status, 0);
+
+    uint8_t* ctrl = w.controlBlock();
+    const uint32_t maxSeq = 0xFFFFFFFF;
+    std::memcpy(ctrl + kLVCtrlFrameSeq, &maxSeq, 4);
+    w.swap();
+    EXPECT_EQ(w.frameSeq(), 0u);
+
+    // Block 0's version at 0xFFFF wraps to 0 when the block is re-created larger.
+    const uint16_t maxVersion = 0xFFFF;
+    std::memcpy(ctrl + kLVCtrlBlockVersion, &maxVersion, 2);
+    w.getImageBlock(0, 0); // takes up the new version
+    w.verifyBlockSize(0, 1000);
+    EXPECT_EQ(w.blockVersion(0), 0);
+}
+
+TEST_F(LVShmemTest, FailuresAreLoggedWithTheCallNameAndLeaveTheSegmentClosed)
+{
+    testing::internal::CaptureStderr();
+    std::unique_ptr<KDSharedMem> bad = KDSharedMem::initWithName("/no/such/dir");
+    ASSERT_NE(bad, nullptr); // a failed open still answers an object
+    EXPECT_EQ(bad->getSize(), 0);
+    EXPECT_FALSE(bad->ensureSize(64));
+    EXPECT_EQ(bad->getMemory(), KDSharedMem::kNotMapped);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(log, "Opening shmem segment /no/such/dir\n"
+                   "shm_open: " + std::string(strerror(EINVAL)) + "\n"
+                   "ftruncate: " + std::string(strerror(EBADF)) + "\n");
+}
+
+TEST(KDLockTest, TimedWaitTimesOutAndNotifyWakes)
+{
+    KDLock lock;
+    auto deadline = [](int ms) {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        long usec = now.tv_nsec / 1000 + ms * 1000L;
+        return std::pair<long, long>(now.tv_sec + usec / 1000000, usec % 1000000);
+    };
+    lock.lock();
+    auto [s, us] = deadline(20);
+    EXPECT_FALSE(lock.timedWaitSecs(s, us));
+
+    bool ready = false;
+    std::thread t([&] {
+        lock.lock();
+        ready = true;
+        lock.notify();
+        lock.unlock();
+    });
+    bool woken = true;
+    auto [s2, us2] = deadline(5000);
+    while (!ready && woken)
+        woken = lock.timedWaitSecs(s2, us2);
+    lock.unlock();
+    t.join();
+    EXPECT_TRUE(ready);
+    EXPECT_TRUE(woken);
+}
+
+} // namespace
