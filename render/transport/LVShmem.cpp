@@ -219,8 +219,24 @@ LVShmemReadResult LVShmem::getData(std::unique_ptr<uint8_t[]>& data, uint64_t& l
     result.status = 0;
     result.timestamp = timestamp;
     result.frameRate = get<uint16_t>(block, kLVImgFrameRate);
+    result.width = get<uint16_t>(block, kLVImgWidth);
+    result.height = get<uint16_t>(block, kLVImgHeight);
     releaseLock();
     return result;
+}
+
+bool LVShmem::peekNewestFrame(int& width, int& height, int& frameRate)
+{
+    const uint32_t current = currentBlock();
+    if (!appRunning() || current == kLVNoBlock)
+        return false;
+    const uint8_t* block = getImageBlock(int(current & 1), 0);
+    if (!block)
+        return false;
+    width = get<uint16_t>(block, kLVImgWidth);
+    height = get<uint16_t>(block, kLVImgHeight);
+    frameRate = get<uint16_t>(block, kLVImgFrameRate);
+    return width > 0 && height > 0;
 }
 
 void LVShmem::publishFrame(int width, int height, int frameRate, const std::function<void(void*, int)>& readPixels)

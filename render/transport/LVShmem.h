@@ -33,6 +33,8 @@ struct LVShmemReadResult {
     int32_t status = 2; // 0 new frame copied, 1 producer not running, 2 no new frame
     uint64_t timestamp = 0;
     int32_t frameRate = 0;
+    int32_t width = 0;  // the frame's size, read with the pixels (status 0 only)
+    int32_t height = 0;
 };
 
 class LVShmem {
@@ -67,6 +69,10 @@ public:
     // block published.
     void publishFrame(int width, int height, int frameRate, const std::function<void(void* pixels, int rowBytes)>& readPixels);
     void publishFrame(LVContext& ctx, int frameRate);
+
+    // The size and rate in the header of the newest published frame, without reading it;
+    // false when the producer is not running or has published nothing.
+    bool peekNewestFrame(int& width, int& height, int& frameRate);
 
     uint8_t* controlBlock() const { return controlBlock_; }
     uint32_t currentBlock() const;

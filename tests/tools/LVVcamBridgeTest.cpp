@@ -1,0 +1,225 @@
+#include "tools/vcam/LVVcamBridge.h"
+
+#include <gtest/gtest.h>
+
+#include <QGuiApplication>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <sys/mman.h>
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+// Keeps what the bridge writes.
+class RecordingOutput : public LVVideoOutput {
+public:
+    bool open(LVVcamLayout& layout, int rate, QString*) override
+    {
+        openedLayout = layout;
+        openedRate = rate;
+        return true;
+    }
+    bool writeFrame(const uint8_t* data, size_t bytes) override
+    {
+        frames.emplace_back(data, data + bytes);
+        return true;
+    }
+    QString description() const override { return QStringLiteral("recording"); }
+
+    LVVcamLayout openedLayout;
+    int openedRate = 0;
+    std::vector<std::vector<uint8_t>> frames;
+};
+
+void unlinkAll()
+{
+    shm_unlink(LVShmem::segmentName("com.marrowkit.LVCtrl3").c_str());
+    shm_unlink(LVShmem::imageBlockName(0).c_str());
+    shm_unlink(LVShmem::imageBlockName(1).c_str());
+}
+
+// Publishes a frame of one opaque grey level (A,R,G,B bytes).
+void publishGrey(LVShmem& w, int width, int height, int rate, uint8_t level)
+{
+    w.publishFrame(width, height, rate, [&](void* p, int rowBytes) {
+        for (int y = 0; y < height; ++y) {
+            uint8_t* row = static_cast<uint8_t*>(p) + y * rowBytes;
+            for (int x = 0; x < width; ++x) {
+                row[x * 4] = 0xFF;
+                row[x * 4 + 1] = row[x * 4 + 2] = row[x * 4 + 3] = level;
+            }
+        }
+    });
+}
+
+// First byte of a BGRA output frame at (x, y): the blue level.
+uint8_t blueAt(const std::vector<uint8_t>& frame, int width, int x, int y)
+{
+    return frame[size_t(y * width + x) * 4];
+}
+
+class LVVcamBridgeTest : public ::testing::Test {
+protected:
+    void SetUp() override { unlinkAll(); }
+    void TearDown() override { unlinkAll(); }
+};
+
+TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
+{
+    LVShmem producer;
+    producer.setAppRunning();
+    publishGrey(producer, 64, 48, 25, 10);
+    struct Case {
+        QSize size;
+        int rate;
+        int w, h, wantRate;
+    };
+    const Case cases[] = {{{}, 0, 64, 48, 25}, {{32, 16}, 60, 32, 16, 60}};
+    for (const Case& c : cases) {
+        LVShmem reader;
+        RecordingOutput out;
+        LVVcamOptions o;
+        o.format = LVVcamFormat::BGRA;
+        o.size = c.size;
+        o.rate = c.rate;
+        LVVcamBridge bridge(reader, out, o);
+        QString error;
+        ASSERT_TRUE(bridge.open(&error));
+        EXPECT_EQ(out.openedLayout.width, c.w);
+        EXPECT_EQ(out.openedLayout.height, c.h);
+        EXPECT_EQ(out.openedRate, c.wantRate);
+    }
+    producer.setAppNotRunning();
+    LVShmem reader;
+    RecordingOutput out;
+    LVVcamBridge bridge(reader, out, {});
+    QString error;
+    ASSERT_TRUE(bridge.open(&error));
+    EXPECT_EQ(out.openedLayout.width, 320); // nothing running: the default video size
+    EXPECT_EQ(out.openedRate, 15);
+}
+
+TEST_F(LVVcamBridgeTest, KeepsTheCameraAliveAcrossPausesRestartsAndSizeChanges)
+{
+    using namespace std::chrono;
+    auto producer = std::make_unique<LVShmem>();
+    producer->setAppRunning();
+    publishGrey(*producer, 8, 8, 10, 100);
+
+    LVShmem reader;
+    RecordingOutput out;
+    LVVcamOptions o;
+    o.format = LVVcamFormat::BGRA;
+    o.noSignalAfter = 3.0;
+    LVVcamBridge bridge(reader, out, o);
+    QString error;
+    ASSERT_TRUE(bridge.open(&error));
+    const auto t0 = LVVcamBridge::Clock::now();
+    auto at = [&](int ms) { return t0 + milliseconds(ms); };
+
+    struct Step {
+        int ms;
+        std::function<void()> producerAction;
+        size_t frames;  // written so far
+        int blue;       // of the newest output frame at (4, 4); -1: the card
+    };
+    const Step steps[] = {
+        {0, nullptr, 1, 100},                                       // the newest frame at once
+        {50, nullptr, 1, 100},                                      // within one period: nothing
+        {100, nullptr, 2, 100},                                     // a period without news: again
+        {150, [&] { publishGrey(*producer, 8, 8, 10, 120); }, 3, 120}, // news at once
+        {200, [&] { producer->setAppNotRunning(); }, 3, 120},
+        {260, nullptr, 4, 120},                                     // paused: last frame
+        {3100, nullptr, 5, 120},                                    // still under three seconds
+        {3200, nullptr, 6, -1},                                     // the card
+        {3300, [&] {                                                // a new producer process, larger
+             producer = std::make_unique<LVShmem>();
+             producer->setAppRunning();
+             publishGrey(*producer, 16, 8, 10, 200);
+         }, 7, 200},
+    };
+    for (const Step& s : steps) {
+        SCOPED_TRACE(s.ms);
+        if (s.producerAction)
+            s.producerAction();
+        ASSERT_TRUE(bridge.step(at(s.ms)));
+        ASSERT_EQ(out.frames.size(), s.frames);
+        EXPECT_EQ(bridge.showingNoSignal(), s.blue < 0);
+        if (s.blue >= 0) {
+            EXPECT_EQ(blueAt(out.frames.back(), 8, 4, 4), s.blue);
+        }
+    }
+    // The 16x8 frame is fitted into 8x8: black bands above and below.
+    EXPECT_EQ(blueAt(out.frames.back(), 8, 4, 0), 0);
+    EXPECT_EQ(blueAt(out.frames.back(), 8, 4, 7), 0);
+}
+
+TEST_F(LVVcamBridgeTest, StopsAfterTheRequestedFrameCount)
+{
+    LVShmem reader;
+    RecordingOutput out;
+    LVVcamOptions o;
+    o.frames = 2;
+    LVVcamBridge bridge(reader, out, o);
+    QString error;
+    ASSERT_TRUE(bridge.open(&error));
+    const auto t0 = LVVcamBridge::Clock::now();
+    EXPECT_TRUE(bridge.step(t0));
+    EXPECT_TRUE(bridge.showingNoSignal()); // nothing published yet
+    EXPECT_FALSE(bridge.step(t0 + std::chrono::seconds(1)));
+    EXPECT_EQ(out.frames.size(), 2u);
+}
+
+QString vcam()
+{
+    return QStringLiteral(LV_VCAM_PATH);
+}
+
+TEST(LVVcamToolTest, ExplainsHowToCreateALoopbackDevice)
+{
+    QTemporaryDir emptyDev;
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("LUMAVEIL_DEV_DIR"), emptyDev.path());
+    p.setProcessEnvironment(env);
+    p.start(vcam(), {});
+    ASSERT_TRUE(p.waitForFinished(10000));
+    EXPECT_EQ(p.exitCode(), 1);
+    const QString err = QString::fromUtf8(p.readAllStandardError());
+    EXPECT_TRUE(err.startsWith(QStringLiteral("lumaveil-vcam: no v4l2loopback device found"))) << err.toStdString();
+    EXPECT_TRUE(err.contains(QStringLiteral("sudo modprobe v4l2loopback exclusive_caps=1 card_label=Lumaveil")));
+}
+
+TEST(LVVcamToolTest, RejectsBadArgumentsWithTheReason)
+{
+    struct Case {
+        QStringList args;
+        const char* message;
+    };
+    const Case cases[] = {
+        {{"--stdout", "--format", "rgb565"}, "unknown format \"rgb565\""},
+        {{"--stdout", "--size", "12x"}, "bad size \"12x\""},
+        {{"--stdout", "--rate", "0"}, "bad rate \"0\""},
+        {{"--stdout", "--format", "i420", "--size", "641x480"}, "i420 needs an even width and height"},
+    };
+    for (const Case& c : cases) {
+        QProcess p;
+        p.start(vcam(), c.args);
+        ASSERT_TRUE(p.waitForFinished(10000));
+        EXPECT_EQ(p.exitCode(), 1);
+        const QString err = QString::fromUtf8(p.readAllStandardError());
+        EXPECT_TRUE(err.startsWith(QStringLiteral("lumaveil-vcam: ") + QLatin1String(c.message))) << err.toStdString();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QGuiApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
