@@ -1,0 +1,348 @@
+#include "SetupTestKinds.h"
+#include "setups/model/LVSavedSetup.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+QByteArray sourceBlob()
+{
+    return LVEffect::dataFromEffect(*newTestEffect(setupTestSource()));
+}
+
+QByteArray effectBlob(const QString& name = {})
+{
+    return LVEffect::dataFromEffect(*newTestEffect(setupTestEffect(), name));
+}
+
+QString b64(const QByteArray& bytes)
+{
+    return QString::fromLatin1(bytes.toBase64());
+}
+
+QByteArray json(const QJsonValue& value)
+{
+    return value.isArray() ? QJsonDocument(value.toArray()).toJson() : QJsonDocument(value.toObject()).toJson();
+}
+
+QByteArray pngOf(const QImage& image)
+{
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return png;
+}
+
+QImage redImage(int w, int h)
+{
+    QImage image(w, h, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::red);
+    return image;
+}
+
+QJsonObject fileObject(const QString& path)
+{
+    return QJsonDocument::fromJson(readAll(path)).object();
+}
+
+class SavedSetup : public testing::Test {
+protected:
+    void SetUp() override { registerSetupTestKinds(); }
+    QString path(const QString& name) const { return dir_.filePath(name); }
+
+    QTemporaryDir dir_;
+};
+
+struct FileFormCase {
+    const char* label;
+    QByteArray bytes;
+    LVSavedSetup::FileForm form;
+    int numEffects;
+    uint32_t midiKey;
+    bool hasVideoSource;
+    bool hasIcon;
+};
+
+TEST_F(SavedSetup, ReadsEveryFileForm)
+{
+    using F = LVSavedSetup::FileForm;
+    const QByteArray png = pngOf(redImage(4, 4));
+    const std::vector<FileFormCase> cases = {
+        {"dictionary", json(QJsonObject{{"encoded", QJsonArray{b64(sourceBlob()), b64(effectBlob())}},
+                                        {"midiKey", 42}, {"icon", b64(png)}}),
+         F::Dictionary, 2, 42, true, true},
+        {"dictionary without optional keys", json(QJsonObject{{"encoded", QJsonArray{b64(effectBlob())}}}),
+         F::Dictionary, 1, 0, false, false},
+        {"dictionary with nothing", "{}", F::Dictionary, 0, 0, false, false},
+        {"legacy array, effect first", json(QJsonArray{b64(effectBlob()), b64(sourceBlob())}), F::LegacyArray, 2, 0,
+         false, false},
+        {"legacy array, source first", json(QJsonArray{b64(sourceBlob())}), F::LegacyArray, 1, 0, true, false},
+        {"effect written as an object", R"({"encoded": [{"class": "SetupTestSource", "enabled": true}]})",
+         F::Dictionary, 1, 0, true, false},
+        {"unknown kind first", json(QJsonObject{{"encoded", QJsonArray{b64(kForeignBlob), b64(sourceBlob())}}}),
+         F::Dictionary, 2, 0, false, false},
+        {"empty file", "", F::Unreadable, 0, 0, false, false},
+        {"truncated", json(QJsonObject{{"encoded", QJsonArray{b64(sourceBlob())}}}).left(30), F::Unreadable, 0, 0,
+         false, false},
+        {"another program's JSON", "3", F::Unreadable, 0, 0, false, false},
+        {"binary", pngOf(redImage(2, 2)), F::Unreadable, 0, 0, false, false},
+        {"encoded not a list", R"({"encoded": "abc"})", F::Unreadable, 0, 0, false, false},
+        {"blob not base64", R"({"encoded": ["%%%"]})", F::Unreadable, 0, 0, false, false},
+        {"midiKey not a number", R"({"encoded": [], "midiKey": "C4"})", F::Unreadable, 0, 0, false, false},
+        {"icon not base64", R"({"encoded": [], "icon": 7})", F::Unreadable, 0, 0, false, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        writeAll(path("Setup"), c.bytes);
+        const LVSavedSetup setup(nullptr, path("Setup"));
+        EXPECT_EQ(setup.fileForm(), c.form);
+        EXPECT_EQ(setup.loadError().isEmpty(), c.form != F::Unreadable);
+        EXPECT_EQ(setup.numEffects(), c.numEffects);
+        EXPECT_EQ(setup.midiKey(), c.midiKey);
+        EXPECT_EQ(setup.hasVideoSource(), c.hasVideoSource);
+        EXPECT_EQ(!setup.icon().isNull(), c.hasIcon);
+        EXPECT_EQ(setup.name(), "Setup");
+    }
+}
+
+TEST_F(SavedSetup, LegacyArrayIsRewrittenAsDictionaryOnFirstPersist)
+{
+    const QJsonArray blobs{b64(sourceBlob()), b64(effectBlob("Warm"))};
+    writeAll(path("Old"), json(blobs));
+    LVSavedSetup setup(nullptr, path("Old"));
+    ASSERT_EQ(setup.fileForm(), LVSavedSetup::FileForm::LegacyArray);
+    EXPECT_EQ(readAll(path("Old")), json(blobs)) << "reading never writes";
+
+    ASSERT_TRUE(setup.persist());
+    const QJsonObject stored = fileObject(path("Old"));
+    EXPECT_EQ(stored.value("encoded").toArray(), blobs);
+    EXPECT_EQ(stored.value("midiKey").toInt(-1), 0);
+    EXPECT_FALSE(stored.contains("icon"));
+    EXPECT_EQ(LVSavedSetup(nullptr, path("Old")).fileForm(), LVSavedSetup::FileForm::Dictionary);
+}
+
+// A newer build's effect and keys come back byte for byte, whatever the setup goes through.
+TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytes)
+{
+    const QJsonObject original{{"encoded", QJsonArray{b64(sourceBlob()), b64(kForeignBlob)}},
+                               {"midiKey", 3},
+                               {"tags", QJsonArray{"news", "live"}}};
+    writeAll(path("Future"), json(original));
+    LVSavedSetup setup(nullptr, path("Future"));
+    EXPECT_EQ(setup.instantiateWithContext(nullptr).size(), 1u) << "the unknown kind is skipped when loading";
+
+    setup.setMidiKey(9);
+    setup.setName("Future Renamed");
+    LVSavedSetup copy(std::vector<LVEffectRef>{}, path("Copy"));
+    copy.duplicateFrom(LVSavedSetup(nullptr, path("Future Renamed")));
+
+    for (const QString& name : {QString("Future Renamed"), QString("Copy")}) {
+        SCOPED_TRACE(name.toStdString());
+        const QJsonObject stored = fileObject(path(name));
+        const QJsonArray blobs = stored.value("encoded").toArray();
+        ASSERT_EQ(blobs.size(), 2);
+        EXPECT_EQ(QByteArray::fromBase64(blobs.at(1).toString().toLatin1()), kForeignBlob);
+        EXPECT_EQ(stored.value("tags"), original.value("tags"));
+        EXPECT_EQ(stored.value("midiKey").toInt(), 9);
+    }
+}
+
+TEST_F(SavedSetup, UnreadableFileIsNeverOverwrittenUnlessTheUserActs)
+{
+    const QByteArray damaged = "{\"encoded\": [\"eyJjbGFzcyI6";
+    writeAll(path("Broken"), damaged);
+    {
+        LVSavedSetup setup(nullptr, path("Broken"));
+        EXPECT_EQ(setup.fileForm(), LVSavedSetup::FileForm::Unreadable);
+        EXPECT_TRUE(setup.instantiateWithContext(nullptr).empty());
+    }
+    EXPECT_EQ(readAll(path("Broken")), damaged);
+
+    // Renaming moves the file as it is.
+    LVSavedSetup setup(nullptr, path("Broken"));
+    setup.setName("Still Broken");
+    EXPECT_FALSE(QFile::exists(path("Broken")));
+    EXPECT_EQ(readAll(path("Still Broken")), damaged);
+
+    // Writing over it first keeps the original aside, hidden from the folder scan.
+    setup.setMidiKey(5);
+    EXPECT_EQ(readAll(path(".Still Broken.unreadable")), damaged);
+    EXPECT_EQ(LVSavedSetup(nullptr, path("Still Broken")).midiKey(), 5u);
+    writeAll(path("Still Broken"), damaged);
+    LVSavedSetup again(nullptr, path("Still Broken"));
+    again.persist();
+    EXPECT_EQ(readAll(path(".Still Broken.unreadable.1")), damaged) << "an earlier kept copy is not replaced";
+}
+
+struct RenameCase {
+    const char* label;
+    QString from;
+    QString to;
+    bool targetExists;
+};
+
+TEST_F(SavedSetup, RenameWritesTheNewFileAndDeletesTheOld)
+{
+    const std::vector<RenameCase> cases = {
+        {"plain", "Morning", "Evening", false},
+        {"case only", "news", "News", false},
+        {"onto an existing file", "A", "B", true},
+        {"with spaces and accents", "Intro", "Café – Live", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        QDir(dir_.path()).removeRecursively();
+        QDir().mkpath(dir_.path());
+        if (c.targetExists) writeAll(path(c.to), "old bytes");
+        LVSavedSetup setup({newTestEffect(setupTestSource())}, path(c.from));
+        setup.setMidiKey(60);
+        QSignalSpy renamed(&setup, &LVSavedSetup::nameChanged);
+
+        setup.setName(c.to);
+        EXPECT_EQ(renamed.count(), 1);
+        EXPECT_EQ(setup.name(), c.to);
+        EXPECT_EQ(setup.path(), path(c.to));
+        EXPECT_FALSE(QFile::exists(path(c.from)));
+        const LVSavedSetup reread(nullptr, path(c.to));
+        EXPECT_EQ(reread.midiKey(), 60u);
+        EXPECT_TRUE(reread.hasVideoSource());
+        EXPECT_EQ(QDir(dir_.path()).entryList(QDir::Files).size(), 1);
+    }
+}
+
+TEST_F(SavedSetup, RenameToItsOwnNameChangesNothing)
+{
+    LVSavedSetup setup({newTestEffect(setupTestEffect())}, path("Same"));
+    setup.persist();
+    const QByteArray before = readAll(path("Same"));
+    QSignalSpy renamed(&setup, &LVSavedSetup::nameChanged);
+    setup.setName("Same");
+    EXPECT_EQ(renamed.count(), 0);
+    EXPECT_EQ(readAll(path("Same")), before);
+}
+
+TEST_F(SavedSetup, DuplicateCopiesContentAndMidiKeyAndWritesAtOnce)
+{
+    LVSavedSetup original({newTestEffect(setupTestSource()), newTestEffect(setupTestEffect(), "Warm")},
+                          path("Show"));
+    original.setIcon(redImage(64, 64));
+    original.setMidiKey(61);
+    const QByteArray originalBytes = readAll(path("Show"));
+
+    LVSavedSetup copy(std::vector<LVEffectRef>{}, path("Copy of Show"));
+    QSignalSpy iconChanged(&copy, &LVSavedSetup::iconChanged);
+    QSignalSpy sourceChanged(&copy, &LVSavedSetup::hasVideoSourceChanged);
+    copy.duplicateFrom(original);
+
+    EXPECT_EQ(copy.name(), "Copy of Show");
+    EXPECT_EQ(copy.midiKey(), 61u) << "both setups answer the same key";
+    EXPECT_EQ(copy.encoded(), original.encoded());
+    EXPECT_EQ(copy.iconData(), original.iconData());
+    EXPECT_TRUE(copy.hasVideoSource());
+    EXPECT_GE(iconChanged.count(), 1);
+    EXPECT_EQ(sourceChanged.count(), 1);
+    const LVSavedSetup reread(nullptr, path("Copy of Show"));
+    EXPECT_EQ(reread.encoded(), original.encoded());
+    EXPECT_EQ(reread.midiKey(), 61u);
+    EXPECT_EQ(reread.iconData(), original.iconData());
+    EXPECT_EQ(readAll(path("Show")), originalBytes) << "the original is untouched";
+}
+
+TEST_F(SavedSetup, InstantiatesFreshEffectsMarkedWithTheSetupName)
+{
+    auto tint = newTestEffect(setupTestEffect(), "Warm");
+    tint->setParameterValue("amount", 0.25);
+    tint->setEnabled(false);
+    LVSavedSetup setup({newTestEffect(setupTestSource()), tint}, path("Morning"));
+    setup.persist();
+
+    const LVSavedSetup reread(nullptr, path("Morning"));
+    const auto first = reread.instantiateWithContext(nullptr);
+    const auto second = reread.instantiateWithContext(nullptr);
+    ASSERT_EQ(first.size(), 2u);
+    ASSERT_EQ(second.size(), 2u);
+    EXPECT_NE(first[1].get(), second[1].get());
+    EXPECT_TRUE(first[0]->isSource());
+    EXPECT_EQ(first[1]->displayName(), "Warm (Morning)");
+    EXPECT_FALSE(first[1]->isEnabled());
+    EXPECT_DOUBLE_EQ(first[1]->parameterValue("amount").toDouble(), 0.25);
+}
+
+TEST_F(SavedSetup, SetEffectsAnnouncesHasVideoSourceOnlyWhenItChanges)
+{
+    LVSavedSetup setup(std::vector<LVEffectRef>{}, path("S"));
+    QSignalSpy changed(&setup, &LVSavedSetup::hasVideoSourceChanged);
+    setup.setEffects({newTestEffect(setupTestEffect())});
+    EXPECT_EQ(changed.count(), 0);
+    setup.setEffects({newTestEffect(setupTestSource()), newTestEffect(setupTestEffect())});
+    setup.setEffects({newTestEffect(setupTestSource())});
+    EXPECT_EQ(changed.count(), 1);
+    EXPECT_TRUE(setup.hasVideoSource());
+    EXPECT_FALSE(QFile::exists(path("S"))) << "setEffects does not persist";
+}
+
+TEST_F(SavedSetup, NamesDifferingOnlyByCaseAreTwoSetupsThatSortTogether)
+{
+    LVSavedSetup upper({newTestEffect(setupTestSource())}, path("X"));
+    LVSavedSetup lower({newTestEffect(setupTestEffect())}, path("x"));
+    LVSavedSetup after(std::vector<LVEffectRef>{}, path("Y"));
+    upper.persist();
+    lower.persist();
+    EXPECT_TRUE(LVSavedSetup(nullptr, path("X")).hasVideoSource());
+    EXPECT_FALSE(LVSavedSetup(nullptr, path("x")).hasVideoSource());
+    EXPECT_TRUE(LVSavedSetup::lessThan(upper, after));
+    EXPECT_TRUE(LVSavedSetup::lessThan(lower, after));
+    EXPECT_NE(LVSavedSetup::lessThan(upper, lower), LVSavedSetup::lessThan(lower, upper));
+}
+
+TEST_F(SavedSetup, NameProblems)
+{
+    const std::vector<std::pair<QString, bool>> cases = {
+        {"Morning Show", true}, {"Café", true},        {"a.b", true},
+        {"", false},            {"News/Weather", false}, {".hidden", false},
+        {QString(256, 'a'), false}, {QString(85, QChar(0x20AC)), true}, {QString(86, QChar(0x20AC)), false},
+    };
+    for (const auto& [name, usable] : cases) {
+        EXPECT_EQ(LVSavedSetup::nameProblem(name).isEmpty(), usable) << name.toStdString();
+    }
+}
+
+TEST_F(SavedSetup, IconIsTheFrameFittedOnBlack)
+{
+    const QImage wide = LVSavedSetup::iconFromFrame(redImage(320, 160));
+    ASSERT_EQ(wide.size(), QSize(64, 64));
+    EXPECT_EQ(wide.pixel(32, 32), qRgb(255, 0, 0));
+    EXPECT_EQ(wide.pixel(32, 4), qRgb(0, 0, 0));
+    EXPECT_EQ(wide.pixel(32, 60), qRgb(0, 0, 0));
+    const QImage tall = LVSavedSetup::iconFromFrame(redImage(100, 200));
+    EXPECT_EQ(tall.pixel(4, 32), qRgb(0, 0, 0));
+    EXPECT_EQ(tall.pixel(32, 32), qRgb(255, 0, 0));
+
+    LVSavedSetup setup(std::vector<LVEffectRef>{}, path("Snap"));
+    setup.snapshotIcon(redImage(320, 240));
+    const LVSavedSetup reread(nullptr, path("Snap"));
+    EXPECT_EQ(reread.icon().size(), QSize(64, 64));
+    EXPECT_EQ(reread.icon().pixel(32, 32), qRgb(255, 0, 0));
+}
+
+TEST_F(SavedSetup, PersistCreatesMissingFoldersAndUnlinkDeletes)
+{
+    const QString deep = dir_.filePath("a/b/Saved Setups/Deep");
+    LVSavedSetup setup({newTestEffect(setupTestEffect())}, deep);
+    ASSERT_TRUE(setup.persist());
+    EXPECT_TRUE(QFile::exists(deep));
+    setup.unlink();
+    EXPECT_FALSE(QFile::exists(deep));
+    setup.unlink();
+}
+
+} // namespace
