@@ -1,7 +1,9 @@
 #include "app/LVKindRegistration.h"
+#include "sources/webcam/CamSource.h"
 
 // One include and one call per kind library, in any order: the catalogue orders kinds itself.
 
 void LVRegisterAllKinds()
 {
+    LVRegisterWebcamKinds();
 }
