@@ -1,0 +1,170 @@
+#include "LVCamTestSupport.h"
+
+#include "render/LVContext.h"
+#include "sources/webcam/CamSource.h"
+
+#include <QJsonDocument>
+
+namespace {
+
+const char* kWhite = "video/x-raw,format=YUY2,width=320,height=240,framerate=30/1";
+
+class CamSourceTest : public LVCamFixture {
+protected:
+    void SetUp() override
+    {
+        install({
+            {"test:a", "Fake Cam", kWhite, "white"},
+            {"test:b", "Fake Cam", kWhite, "white"},
+            {"test:c", "Other Cam", kWhite, "white"},
+        });
+        LVRegisterWebcamKinds();
+        QString error;
+        // 4:3 like the cameras, so the picture covers the whole frame.
+        context = LVContext::create(QSize(8, 6), &error);
+        ASSERT_TRUE(context) << error.toStdString();
+    }
+
+    LVEffectRef decode(const QJsonObject& keys)
+    {
+        QJsonObject archive = keys;
+        archive.insert("class", "CamSource");
+        archive.insert("enabled", true);
+        return LVEffect::effectFromData(QJsonDocument(archive).toJson(), context.get());
+    }
+
+    static CamSource& cam(const LVEffectRef& effect) { return static_cast<CamSource&>(*effect); }
+
+    LVCamGrabber::Ref grabber(int index) { return LVCamGrabber::deviceList().at(size_t(index)); }
+
+    std::unique_ptr<LVContext> context;
+};
+
+TEST_F(CamSourceTest, IsTheWebcamSourceAndANewOnePicksTheFirstCamera)
+{
+    const LVEffectDescriptor* kind = LVEffectClasses::classNamed("CamSource");
+    ASSERT_TRUE(kind);
+    EXPECT_EQ(kind->name, "Webcam");
+    EXPECT_TRUE(kind->isSource());
+    auto source = kind->make();
+    source->initWithContext(context.get());
+    EXPECT_EQ(static_cast<CamSource&>(*source).selectedCamera(), grabber(0));
+}
+
+TEST_F(CamSourceTest, ArchivedCameraIsFoundByIdentifierThenByName)
+{
+    const struct {
+        const char* what;
+        QJsonObject keys;
+        int expected; // index in the device list, -1 for none
+    } cases[] = {
+        {"identifier wins over name", {{"camID", "test:b"}, {"selectedCamera", "Other Cam"}}, 1},
+        {"unknown identifier falls back to the name", {{"camID", "gone"}, {"selectedCamera", "Other Cam"}}, 2},
+        {"numbered twin by name", {{"selectedCamera", "Fake Cam 2"}}, 1},
+        {"older name with a bracketed detail", {{"selectedCamera", "Other Cam [USB 2.0]"}}, 2},
+        {"only the last bracket is cut", {{"selectedCamera", "Fake Cam [a] [b]"}}, -1},
+        {"a camera not present: none, not the first", {{"camID", "gone"}, {"selectedCamera", "Gone Cam"}}, -1},
+        {"nothing stored: none", {}, -1},
+    };
+    for (const auto& c : cases) {
+        LVEffectRef effect = decode(c.keys);
+        ASSERT_TRUE(effect) << c.what;
+        const LVCamGrabber::Ref expected = c.expected < 0 ? nullptr : grabber(c.expected);
+        EXPECT_EQ(cam(effect).selectedCamera(), expected) << c.what;
+    }
+}
+
+TEST_F(CamSourceTest, EncodesCameraNameAndIdentifierOnly)
+{
+    CamSource source;
+    source.initWithContext(context.get());
+    source.setSelectedCamera(grabber(1));
+    LVKeyedArchiver archiver;
+    source.encodeWithCoder(archiver);
+    const QJsonObject keys = archiver.object();
+    EXPECT_EQ(keys.value("class").toString(), "CamSource");
+    EXPECT_EQ(keys.value("selectedCamera").toString(), "Fake Cam 2");
+    EXPECT_EQ(keys.value("camID").toString(), "test:b");
+    EXPECT_FALSE(keys.contains(CamSource::kCameraKey));
+    EXPECT_FALSE(keys.contains(CamSource::kResolutionKey));
+    LVEffectRef back = LVEffect::effectFromData(archiver.finishEncoding(), context.get());
+    ASSERT_TRUE(back);
+    EXPECT_EQ(cam(back).selectedCamera(), grabber(1));
+}
+
+TEST_F(CamSourceTest, ModesStartAndStopTheCamera)
+{
+    const LVCamGrabber::Ref g = grabber(0);
+    CamSource source;
+    source.initWithContext(context.get());
+    const struct {
+        int32_t mode;
+        bool changed;
+        uint32_t refCnt;
+    } steps[] = {
+        {LVModeOff, false, 0}, {LVModeLive, true, 1},  {LVModePreview, true, 1}, {LVModeOff, true, 0},
+        {5, true, 0},          {LVModeOff, true, 0},   {LVModeTransition, true, 1}, {LVModeOff, true, 0},
+    };
+    for (const auto& s : steps) {
+        EXPECT_EQ(source.setMode(s.mode), s.changed) << s.mode;
+        EXPECT_EQ(g->refCnt(), s.refCnt) << s.mode;
+    }
+    // A camera chosen in mode 3 is not started; in modes 1 and 2 it is.
+    source.setMode(LVModeTransition);
+    source.setSelectedCamera(grabber(1));
+    EXPECT_EQ(g->refCnt(), 0u);
+    EXPECT_EQ(grabber(1)->refCnt(), 0u);
+    source.setMode(LVModeLive);
+    source.setSelectedCamera(grabber(2));
+    EXPECT_EQ(grabber(2)->refCnt(), 1u);
+    source.destruct();
+    EXPECT_EQ(grabber(2)->refCnt(), 0u);
+}
+
+TEST_F(CamSourceTest, SettingsPanelChoicesSelectCameraAndForcedSize)
+{
+    CamSource source;
+    source.initWithContext(context.get());
+    const LVParameterList parameters = source.effectProperties();
+    ASSERT_EQ(parameters.size(), 2u);
+    EXPECT_EQ(parameters[0].choiceLabels, QStringList({"Fake Cam", "Fake Cam 2", "Other Cam"}));
+    EXPECT_EQ(parameters[1].choiceLabels, QStringList({"Automatic", "320x240"}));
+
+    source.setParameterValue(CamSource::kCameraKey, 2);
+    EXPECT_EQ(source.selectedCamera(), grabber(2));
+    source.setParameterValue(CamSource::kResolutionKey, 0);
+    EXPECT_EQ(grabber(2)->forceResolution(), QSize(320, 240));
+    source.setParameterValue(CamSource::kResolutionKey, -1);
+    EXPECT_EQ(grabber(2)->forceResolution(), std::nullopt);
+    source.setSelectedCamera(grabber(1));
+    EXPECT_EQ(source.parameterValue(CamSource::kCameraKey).toInt(), 1);
+}
+
+TEST_F(CamSourceTest, DrawsTheCameraPictureAndNothingWithoutOne)
+{
+    CamSource source;
+    source.initWithContext(context.get());
+    source.setMode(LVModeLive);
+    const auto read = [&] {
+        std::vector<uint8_t> argb(8 * 6 * 4);
+        context->fetchOpenGLPixels(argb.data(), 8 * 4);
+        return argb;
+    };
+    ASSERT_TRUE(LVWaitFor([&] {
+        context->reset(false);
+        source.doit();
+        return read()[1] == 255; // the picture has arrived when the frame turns white
+    }));
+    const auto argb = read();
+    for (size_t i = 0; i < argb.size(); ++i) EXPECT_NEAR(argb[i], 255, 1) << "byte " << i;
+
+    LVEffectRef gone = decode({{"selectedCamera", "Gone Cam"}});
+    context->reset(false);
+    cam(gone).doit();
+    const auto black = read();
+    EXPECT_EQ(black[0], 255);
+    EXPECT_EQ(black[1], 0);
+    source.setMode(LVModeOff);
+}
+
+} // namespace

@@ -1,0 +1,75 @@
+#include "LVCamTestSupport.h"
+
+#include <QCoreApplication>
+
+#include <chrono>
+#include <thread>
+
+bool LVWaitFor(const std::function<bool()>& done, int limitMs)
+{
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        if (QCoreApplication::instance()) QCoreApplication::processEvents();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+LVPictureReader::LVPictureReader()
+{
+    QString error;
+    gl_ = LVGLContext::makeOffscreenGLContext(&error);
+    EXPECT_TRUE(gl_) << error.toStdString();
+    if (!gl_) return;
+    gl_->makeCurrent();
+    glGenFramebuffers(1, &fbo_);
+}
+
+LVPictureReader::~LVPictureReader()
+{
+    if (!gl_) return;
+    gl_->makeCurrent();
+    glDeleteFramebuffers(1, &fbo_);
+}
+
+RGBA LVPictureReader::at(const LVCamPicture& picture, int x, int row)
+{
+    gl_->makeCurrent();
+    glBindFramebuffer(GL_FRAMEBUFFER, fbo_);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, picture.name(), 0);
+    unsigned char p[4] = {};
+    glReadPixels(x, picture.height() - 1 - row, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, p);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    return {p[0], p[1], p[2], p[3]};
+}
+
+void LVCamFixture::install(std::vector<LVCamTestDeviceSpec> specs)
+{
+    ASSERT_TRUE(dir_.isValid());
+    defaults_ = std::make_unique<LVDefaults>(dir_.filePath(QStringLiteral("prefs.json")));
+    defaults_->setValue(QStringLiteral("frameRate"), 30);
+    LVDefaults::setStandardUserDefaults(defaults_.get());
+    auto provider = std::make_unique<LVCamTestProvider>(std::move(specs));
+    provider_ = provider.get();
+    LVCamGrabber::setDeviceProvider(std::move(provider));
+}
+
+void LVCamFixture::TearDown()
+{
+    LVCamGrabber::setDeviceProvider(nullptr);
+    LVDefaults::setStandardUserDefaults(nullptr);
+}
+
+std::shared_ptr<const LVCamPicture> LVNextPicture(LVCamGrabber& grabber,
+                                                  const std::shared_ptr<const LVCamPicture>& previous, int limitMs)
+{
+    std::shared_ptr<const LVCamPicture> picture;
+    LVWaitFor(
+        [&] {
+            picture = grabber.last();
+            return picture && picture != previous;
+        },
+        limitMs);
+    return picture != previous ? picture : nullptr;
+}
