@@ -1,0 +1,131 @@
+#include "sources/testpattern/TestPatternSource.h"
+
+#include <QFont>
+#include <QPainter>
+
+#include "render/LVContext.h"
+
+const std::array<QRgb, 7> TestPatternSource::kBars = {
+    qRgb(191, 191, 191), qRgb(191, 191, 0), qRgb(0, 191, 191), qRgb(0, 191, 0),
+    qRgb(191, 0, 191),   qRgb(191, 0, 0),   qRgb(0, 0, 191),
+};
+
+namespace {
+
+const QString kMoving = QStringLiteral("moving");
+const QString kCounter = QStringLiteral("showCounter");
+
+int stripHeight(int height)
+{
+    return height - (height * 2) / 3;
+}
+
+// Solid rectangles through scissored clears: exact colours, no blending, no geometry.
+void fill(const QRect& r, QRgb colour)
+{
+    glScissor(r.x(), r.y(), r.width(), r.height());
+    glClearColor(qRed(colour) / 255.f, qGreen(colour) / 255.f, qBlue(colour) / 255.f, 1.f);
+    glClear(GL_COLOR_BUFFER_BIT);
+}
+
+} // namespace
+
+const LVEffectDescriptor& TestPatternSource::classDescriptor()
+{
+    static const LVEffectDescriptor d{
+        QStringLiteral("TestPatternSource"),
+        QStringLiteral("Test Pattern"),
+        LVEffectRole::Source,
+        [] { return std::make_unique<TestPatternSource>(); },
+        {LVBoolParameter(kMoving, QStringLiteral("Moving Square"), true),
+         LVBoolParameter(kCounter, QStringLiteral("Frame Counter"), true)},
+    };
+    return d;
+}
+
+void LVRegisterTestPatternSource()
+{
+    LVEffectClasses::registerClass(&TestPatternSource::classDescriptor());
+}
+
+QRect TestPatternSource::barRect(int index, int width, int height)
+{
+    const int strip = stripHeight(height);
+    const int x0 = index * width / 7;
+    const int x1 = (index + 1) * width / 7;
+    return QRect(x0, strip, x1 - x0, height - strip);
+}
+
+QRect TestPatternSource::squareRect(qint64 frame, int width, int height)
+{
+    const int side = std::max(1, stripHeight(height) / 2);
+    const int step = std::max(1, width / 160);
+    const int travel = std::max(1, width - side);
+    const int x = int((frame * step) % travel);
+    return QRect(x, stripHeight(height) - side, side, side);
+}
+
+QRect TestPatternSource::counterRect(int width, int height)
+{
+    return QRect(0, 0, width, std::max(1, stripHeight(height) / 2));
+}
+
+QString TestPatternSource::counterText(qint64 frame, double seconds)
+{
+    const qint64 ms = qint64(seconds * 1000.0 + 0.5);
+    return QStringLiteral("%1:%2:%3.%4  #%5")
+        .arg(ms / 3600000, 2, 10, QLatin1Char('0'))
+        .arg((ms / 60000) % 60, 2, 10, QLatin1Char('0'))
+        .arg((ms / 1000) % 60, 2, 10, QLatin1Char('0'))
+        .arg(ms % 1000, 3, 10, QLatin1Char('0'))
+        .arg(frame, 6, 10, QLatin1Char('0'));
+}
+
+void TestPatternSource::doit()
+{
+    LVContext* ctx = context();
+    if (!ctx)
+        return;
+    ctx->framebuffer();
+    const int w = ctx->width();
+    const int h = ctx->height();
+
+    glEnable(GL_SCISSOR_TEST);
+    for (int i = 0; i < int(kBars.size()); ++i)
+        fill(barRect(i, w, h), kBars[size_t(i)]);
+    fill(QRect(0, 0, w, stripHeight(h)), qRgb(0, 0, 0));
+    const qint64 position = parameterValue(kMoving).toBool() ? frame_ : 0;
+    fill(squareRect(position, w, h), qRgb(255, 255, 255));
+    glDisable(GL_SCISSOR_TEST);
+
+    if (parameterValue(kCounter).toBool()) {
+        // The frame's own time when the application sets one, else time since the first frame.
+        double seconds;
+        if (ctx->frameTime() != 0) {
+            if (!firstFrameTime_)
+                firstFrameTime_ = ctx->frameTime();
+            seconds = ctx->frameTime() - *firstFrameTime_;
+        } else {
+            seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+        }
+        const QRect area = counterRect(w, h);
+        if (counterImage_.size() != area.size())
+            counterImage_ = QImage(area.size(), QImage::Format_RGBA8888);
+        counterImage_.fill(Qt::black);
+        {
+            QPainter p(&counterImage_);
+            QFont font(QStringLiteral("DejaVu Sans Mono"));
+            font.setPixelSize(std::max(6, area.height() * 3 / 5));
+            p.setFont(font);
+            p.setPen(Qt::white);
+            p.drawText(counterImage_.rect(), Qt::AlignCenter, counterText(frame_, seconds));
+        }
+        int tw = 0, th = 0;
+        LVTexture tex{ctx->textureFromImage(counterImage_, &tw, &th), 0, 0};
+        tex.width = tw;
+        tex.height = th;
+        ctx->drawTexture(tex, QRectF(area), QRectF(0, 0, tw, th));
+        glDeleteTextures(1, &tex.name);
+    }
+    ++frame_;
+}
