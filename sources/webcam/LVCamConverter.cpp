@@ -17,6 +17,7 @@ struct LVCamPicture::Pool {
 namespace {
 
 enum Layout { kYUYV = 0, kUYVY = 1, kSemiPlanar = 2, kPlanar = 3, kRGB = 4 };
+constexpr int kLayouts = 5;
 
 const char* kVertex = R"(#version 330 core
 void main()
@@ -27,11 +28,11 @@ void main()
 }
 )";
 
-const char* kFragment = R"(#version 330 core
+// One program per layout: llvmpipe runs branch-free shaders several times faster.
+const char* kFragment = R"(
 uniform sampler2D plane0;
 uniform sampler2D plane1;
 uniform sampler2D plane2;
-uniform int planeLayout;
 uniform int height;
 uniform ivec2 chromaShift;
 uniform mat3 matrix;
@@ -43,29 +44,31 @@ void main()
     // Camera rows run top down; the picture is stored the GL way up.
     int row = height - 1 - p.y;
     vec3 yuv;
-    if (planeLayout == 0) {
-        vec4 t = texelFetch(plane0, ivec2(p.x >> 1, row), 0);
-        yuv = vec3((p.x & 1) == 0 ? t.r : t.b, t.g, t.a);
-    } else if (planeLayout == 1) {
-        vec4 t = texelFetch(plane0, ivec2(p.x >> 1, row), 0);
-        yuv = vec3((p.x & 1) == 0 ? t.g : t.a, t.r, t.b);
-    } else if (planeLayout == 2) {
-        yuv = vec3(texelFetch(plane0, ivec2(p.x, row), 0).r, texelFetch(plane1, ivec2(p.x >> 1, row >> 1), 0).rg);
-    } else if (planeLayout == 3) {
-        ivec2 c = ivec2(p.x >> chromaShift.x, row >> chromaShift.y);
-        yuv = vec3(texelFetch(plane0, ivec2(p.x, row), 0).r, texelFetch(plane1, c, 0).r, texelFetch(plane2, c, 0).r);
-    } else {
-        color = vec4(texelFetch(plane0, ivec2(p.x, row), 0).rgb, 1.0);
-        return;
-    }
+#if LAYOUT == 0
+    vec4 t = texelFetch(plane0, ivec2(p.x >> 1, row), 0);
+    yuv = vec3((p.x & 1) == 0 ? t.r : t.b, t.g, t.a);
+#elif LAYOUT == 1
+    vec4 t = texelFetch(plane0, ivec2(p.x >> 1, row), 0);
+    yuv = vec3((p.x & 1) == 0 ? t.g : t.a, t.r, t.b);
+#elif LAYOUT == 2
+    yuv = vec3(texelFetch(plane0, ivec2(p.x, row), 0).r, texelFetch(plane1, ivec2(p.x >> 1, row >> 1), 0).rg);
+#elif LAYOUT == 3
+    ivec2 c = ivec2(p.x >> chromaShift.x, row >> chromaShift.y);
+    yuv = vec3(texelFetch(plane0, ivec2(p.x, row), 0).r, texelFetch(plane1, c, 0).r, texelFetch(plane2, c, 0).r);
+#endif
+#if LAYOUT == 4
+    color = vec4(texelFetch(plane0, ivec2(p.x, row), 0).rgb, 1.0);
+#else
     color = vec4(clamp(matrix * yuv + offset, 0.0, 1.0), 1.0);
+#endif
 }
 )";
 
-GLuint compile(GLenum type, const char* source)
+GLuint compile(GLenum type, const char* source, const char* prefix = "")
 {
     GLuint shader = glCreateShader(type);
-    glShaderSource(shader, 1, &source, nullptr);
+    const char* sources[] = {prefix, source};
+    glShaderSource(shader, 2, sources, nullptr);
     glCompileShader(shader);
     GLint ok = 0;
     glGetShaderiv(shader, GL_COMPILE_STATUS, &ok);
@@ -126,35 +129,39 @@ std::unique_ptr<LVCamConverter> LVCamConverter::create()
     std::unique_ptr<LVCamConverter> c(new LVCamConverter);
     c->pool_ = std::make_shared<LVCamPicture::Pool>();
     GLuint vs = compile(GL_VERTEX_SHADER, kVertex);
-    GLuint fs = compile(GL_FRAGMENT_SHADER, kFragment);
-    if (!vs || !fs) {
-        glDeleteShader(vs);
+    if (!vs) return nullptr;
+    for (int layout = 0; layout < kLayouts; ++layout) {
+        const QByteArray prefix = QByteArrayLiteral("#version 330 core\n#define LAYOUT ") + QByteArray::number(layout) + '\n';
+        GLuint fs = compile(GL_FRAGMENT_SHADER, kFragment, prefix.constData());
+        if (!fs) {
+            glDeleteShader(vs);
+            return nullptr;
+        }
+        Program& p = c->programs_[layout];
+        p.name = glCreateProgram();
+        glAttachShader(p.name, vs);
+        glAttachShader(p.name, fs);
+        glLinkProgram(p.name);
         glDeleteShader(fs);
-        return nullptr;
+        GLint ok = 0;
+        glGetProgramiv(p.name, GL_LINK_STATUS, &ok);
+        if (!ok) {
+            char log[1024] = {};
+            glGetProgramInfoLog(p.name, sizeof log, nullptr, log);
+            LVLog("glLinkProgram(camera conversion): %s", log);
+            glDeleteShader(vs);
+            return nullptr;
+        }
+        glUseProgram(p.name);
+        glUniform1i(glGetUniformLocation(p.name, "plane0"), 0);
+        glUniform1i(glGetUniformLocation(p.name, "plane1"), 1);
+        glUniform1i(glGetUniformLocation(p.name, "plane2"), 2);
+        p.height = glGetUniformLocation(p.name, "height");
+        p.chromaShift = glGetUniformLocation(p.name, "chromaShift");
+        p.matrix = glGetUniformLocation(p.name, "matrix");
+        p.offset = glGetUniformLocation(p.name, "offset");
     }
-    c->program_ = glCreateProgram();
-    glAttachShader(c->program_, vs);
-    glAttachShader(c->program_, fs);
-    glLinkProgram(c->program_);
     glDeleteShader(vs);
-    glDeleteShader(fs);
-    GLint ok = 0;
-    glGetProgramiv(c->program_, GL_LINK_STATUS, &ok);
-    if (!ok) {
-        char log[1024] = {};
-        glGetProgramInfoLog(c->program_, sizeof log, nullptr, log);
-        LVLog("glLinkProgram(camera conversion): %s", log);
-        return nullptr;
-    }
-    glUseProgram(c->program_);
-    glUniform1i(glGetUniformLocation(c->program_, "plane0"), 0);
-    glUniform1i(glGetUniformLocation(c->program_, "plane1"), 1);
-    glUniform1i(glGetUniformLocation(c->program_, "plane2"), 2);
-    c->uLayout_ = glGetUniformLocation(c->program_, "planeLayout");
-    c->uHeight_ = glGetUniformLocation(c->program_, "height");
-    c->uChromaShift_ = glGetUniformLocation(c->program_, "chromaShift");
-    c->uMatrix_ = glGetUniformLocation(c->program_, "matrix");
-    c->uOffset_ = glGetUniformLocation(c->program_, "offset");
     glUseProgram(0);
     glGenVertexArrays(1, &c->vao_);
     glGenFramebuffers(1, &c->fbo_);
@@ -172,7 +179,7 @@ LVCamConverter::~LVCamConverter()
     }
     glDeleteFramebuffers(1, &fbo_);
     glDeleteVertexArrays(1, &vao_);
-    glDeleteProgram(program_);
+    for (const Program& p : programs_) glDeleteProgram(p.name);
 }
 
 bool LVCamConverter::supports(GstVideoFormat format)
@@ -322,12 +329,12 @@ std::shared_ptr<const LVCamPicture> LVCamConverter::draw(int64_t captureTimeNs)
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, target, 0);
     glViewport(0, 0, width_, height_);
     glDisable(GL_BLEND);
-    glUseProgram(program_);
-    glUniform1i(uLayout_, layout_);
-    glUniform1i(uHeight_, height_);
-    glUniform2i(uChromaShift_, chromaShift_[0], chromaShift_[1]);
-    glUniformMatrix3fv(uMatrix_, 1, GL_FALSE, matrix_);
-    glUniform3fv(uOffset_, 1, offset_);
+    const Program& program = programs_[layout_];
+    glUseProgram(program.name);
+    glUniform1i(program.height, height_);
+    glUniform2i(program.chromaShift, chromaShift_[0], chromaShift_[1]);
+    glUniformMatrix3fv(program.matrix, 1, GL_FALSE, matrix_);
+    glUniform3fv(program.offset, 1, offset_);
     for (int i = 0; i < 3; ++i) {
         glActiveTexture(GL_TEXTURE0 + i);
         glBindTexture(GL_TEXTURE_2D, planes_[i].name);

@@ -75,10 +75,13 @@ private:
         int width = 0;
         int height = 0;
     };
-    GLuint program_ = 0;
+    struct Program {
+        GLuint name = 0;
+        GLint height = -1, chromaShift = -1, matrix = -1, offset = -1;
+    };
+    Program programs_[5]; // one per plane layout
     GLuint vao_ = 0;
     GLuint fbo_ = 0;
-    GLint uLayout_ = -1, uHeight_ = -1, uChromaShift_ = -1, uMatrix_ = -1, uOffset_ = -1;
     Plane planes_[3];
     int width_ = 0;
     int height_ = 0;
