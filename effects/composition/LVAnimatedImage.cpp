@@ -1,0 +1,37 @@
+#include "effects/composition/LVAnimatedImage.h"
+
+#include <QImageReader>
+
+#include <cmath>
+
+std::unique_ptr<LVAnimatedImage> LVAnimatedImage::animatedImageFromFile(const QString& path)
+{
+    QImageReader reader(path);
+    if (!reader.supportsAnimation() || reader.imageCount() == 1) return nullptr;
+    auto animation = std::unique_ptr<LVAnimatedImage>(new LVAnimatedImage);
+    animation->path_ = path;
+    // Long animations are capped so a huge file cannot eat the memory.
+    constexpr int kMaxFrames = 1000;
+    while (int(animation->frames_.size()) < kMaxFrames) {
+        QImage frame = reader.read();
+        if (frame.isNull()) break;
+        // Browsers treat delays under 20 ms as 100 ms; so do we.
+        int delay = reader.nextImageDelay();
+        if (delay < 20) delay = 100;
+        animation->frames_.push_back({frame, animation->duration_});
+        animation->duration_ += delay / 1000.0;
+    }
+    if (animation->frames_.size() < 2) return nullptr;
+    return animation;
+}
+
+bool LVAnimatedImage::advance(double time)
+{
+    double t = std::fmod(time, duration_);
+    if (t < 0) t += duration_;
+    size_t frame = 0;
+    while (frame + 1 < frames_.size() && frames_[frame + 1].start <= t) ++frame;
+    const bool changed = frame != current_;
+    current_ = frame;
+    return changed;
+}

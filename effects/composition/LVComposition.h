@@ -1,0 +1,120 @@
+#pragma once
+// One composition file, parsed: its inputs, passes, imported images and shader sources,
+// ready to compile. Loaded once per path and modification time; a file that fails to
+// parse is reported once and yields an invalid composition that draws nothing.
+#include "core/LVParameter.h"
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <memory>
+#include <vector>
+
+enum class LVISFInputType { Bool, Long, Float, Point2D, Color, Image, Event, Text, Audio };
+
+struct LVISFInput {
+    QString name;
+    QString label;  // "LABEL", else the name
+    LVISFInputType type = LVISFInputType::Float;
+    QVariant defaultValue;
+    QVariant minimum;
+    QVariant maximum;
+    QStringList labels;  // long: menu labels
+    QList<int> values;   // long: menu values
+    double fontScale = 1;  // text: size relative to "Font_Size"
+    QJsonObject json;
+};
+
+struct LVISFPass {
+    QString target;  // empty: renders only to the output
+    bool persistent = false;
+    bool floatTarget = false;
+    QString widthExpr;   // empty: $WIDTH
+    QString heightExpr;  // empty: $HEIGHT
+    bool read = true;    // false when no pass samples the target (the pass is skipped)
+};
+
+struct LVISFImport {
+    QString name;
+    QString path;  // absolute
+};
+
+class LVComposition {
+public:
+    // The cached composition for the file (re-read when it changed on disk).
+    static std::shared_ptr<const LVComposition> load(const QString& path);
+    // Parses text as if read from path; vertexText empty when there is no companion shader.
+    static std::shared_ptr<const LVComposition> parse(const QString& path, const QByteArray& text,
+                                                      const QByteArray& vertexText);
+    // Drops the cache (tests, refresh).
+    static void clearCache();
+
+    bool isValid() const { return error_.isEmpty(); }
+    // "file:line: message" for the log.
+    const QString& error() const { return error_; }
+    const QString& path() const { return path_; }
+    // Unique per loaded version; keys compiled programs.
+    quint64 uid() const { return uid_; }
+
+    const std::vector<LVISFInput>& inputs() const { return inputs_; }
+    const LVISFInput* input(const QString& name) const;
+    const std::vector<LVISFPass>& passes() const { return passes_; }
+    const std::vector<LVISFImport>& imports() const { return imports_; }
+    const QString& description() const { return description_; }
+    const QString& credit() const { return credit_; }
+
+    // The input that receives the chain's picture: "inputImage" or "_protocolInput_Image"
+    // (an ISF transition's "startImage" too); empty for a generator.
+    const QString& imageInputKey() const { return imageInputKey_; }
+    const QString& previewInputKey() const { return previewInputKey_; }
+    bool isFilter() const { return !imageInputKey_.isEmpty(); }
+    bool isTransition() const { return isTransition_; }
+    // Uses the image input at all; a filter that ignores it needs nothing drawn beneath.
+    bool readsImageInput() const { return readsImageInput_; }
+    // Reads its image input only at the pixel it writes, in one pass: it can run inside
+    // the previous effect's shader.
+    bool isPointwise() const { return pointwise_; }
+
+    // Shader text after the header, with #version lines blanked (line numbers kept).
+    const QString& fragmentSource() const { return fragmentSource_; }
+    int fragmentFirstLine() const { return fragmentFirstLine_; }
+    const QString& vertexSource() const { return vertexSource_; }
+    bool hasVertexShader() const { return !vertexSource_.isEmpty(); }
+    // Top-level names the shader declares (functions, constants, structs) and its macros:
+    // renamed per stage when several compositions share one shader.
+    const QStringList& globalNames() const { return globalNames_; }
+    const QStringList& macroNames() const { return macroNames_; }
+
+    // The parameter list that editors, the archive and scripting read.
+    LVParameterList parameters() const;
+
+private:
+    void parseHeader(const QJsonObject& header, const QString& folder);
+    void analyse();
+
+    QString path_;
+    quint64 uid_ = 0;
+    QString error_;
+    std::vector<LVISFInput> inputs_;
+    std::vector<LVISFPass> passes_;
+    std::vector<LVISFImport> imports_;
+    QString description_;
+    QString credit_;
+    QString imageInputKey_;
+    QString previewInputKey_;
+    bool isTransition_ = false;
+    bool readsImageInput_ = false;
+    bool pointwise_ = false;
+    QString fragmentSource_;
+    int fragmentFirstLine_ = 1;
+    QString vertexSource_;
+    QStringList globalNames_;
+    QStringList macroNames_;
+    QJsonObject header_;
+};
+
+// The derived X and Y keys of a position pair ("Logo_X_Position" -> "Logo_"); empty base
+// for keys that are not part of one.
+QString LVISFPositionBase(const QString& key);

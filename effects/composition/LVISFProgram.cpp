@@ -1,0 +1,271 @@
+#include "effects/composition/LVISFProgram.h"
+
+#include "core/util/LVLog.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <map>
+#include <memory>
+
+namespace {
+
+const char* kCommonMacros = R"(#define texture2D texture
+#define texture2DProj textureProj
+#define texture2DLod textureLod
+#define texture2DRect texture
+#define sampler2DRect sampler2D
+#define IMG_SIZE(img) vec2(textureSize(img, 0))
+#define IMG_NORM_PIXEL(img, c) texture(img, c)
+#define IMG_PIXEL(img, c) texture(img, (c) / vec2(textureSize(img, 0)))
+#define IMG_THIS_NORM_PIXEL(img) texture(img, isf_FragNormCoord)
+#define IMG_THIS_PIXEL(img) texture(img, isf_FragNormCoord)
+#define IMG_NORM_PIXEL_2D(img, size, c) texture(img, c)
+#define IMG_PIXEL_2D(img, size, c) texture(img, (c) / (size))
+#define vv_FragNormCoord isf_FragNormCoord
+)";
+
+const QStringList& perStageBuiltins()
+{
+    static const QStringList names = {QStringLiteral("PASSINDEX"), QStringLiteral("TIME"), QStringLiteral("TIMEDELTA"),
+                                      QStringLiteral("FRAMEINDEX"), QStringLiteral("DATE")};
+    return names;
+}
+
+QString uniformType(LVISFInputType type)
+{
+    switch (type) {
+    case LVISFInputType::Bool:
+    case LVISFInputType::Event: return QStringLiteral("bool");
+    case LVISFInputType::Long: return QStringLiteral("int");
+    case LVISFInputType::Float: return QStringLiteral("float");
+    case LVISFInputType::Point2D: return QStringLiteral("vec2");
+    case LVISFInputType::Color: return QStringLiteral("vec4");
+    case LVISFInputType::Image:
+    case LVISFInputType::Text:
+    case LVISFInputType::Audio: return QStringLiteral("sampler2D");
+    }
+    return {};
+}
+
+// Uniforms of one composition: built-ins kept per stage, inputs, pass targets, imports.
+QString declarations(const LVComposition& c, bool skipImageInput)
+{
+    QString s = QStringLiteral("uniform int PASSINDEX;\nuniform float TIME;\nuniform float TIMEDELTA;\n"
+                               "uniform int FRAMEINDEX;\nuniform vec4 DATE;\n");
+    for (const LVISFInput& in : c.inputs()) {
+        if (skipImageInput && in.name == c.imageInputKey()) continue;
+        s += QStringLiteral("uniform %1 %2;\n").arg(uniformType(in.type), in.name);
+    }
+    for (const LVISFPass& pass : c.passes()) {
+        if (!pass.target.isEmpty()) s += QStringLiteral("uniform sampler2D %1;\n").arg(pass.target);
+    }
+    for (const LVISFImport& import : c.imports()) s += QStringLiteral("uniform sampler2D %1;\n").arg(import.name);
+    return s;
+}
+
+QString vertexText(const LVComposition* c)
+{
+    QString s = QStringLiteral("#version 330 core\n#define attribute in\n#define varying out\n");
+    s += QLatin1String(kCommonMacros);
+    s += QStringLiteral("out vec2 isf_FragNormCoord;\nuniform vec2 RENDERSIZE;\n");
+    if (c && c->hasVertexShader()) s += declarations(*c, false);
+    // One triangle that covers the viewport; no vertex buffers needed.
+    s += QStringLiteral("void isf_vertShaderInit() {\n"
+                        "    vec2 p = vec2(float((gl_VertexID << 1) & 2), float(gl_VertexID & 2));\n"
+                        "    gl_Position = vec4(p * 2.0 - 1.0, 0.0, 1.0);\n"
+                        "    isf_FragNormCoord = p;\n}\n"
+                        "#define vv_vertShaderInit isf_vertShaderInit\n");
+    if (c && c->hasVertexShader()) s += QStringLiteral("#line 1\n") + c->vertexSource();
+    else s += QStringLiteral("void main() { isf_vertShaderInit(); }\n");
+    return s;
+}
+
+QString fragmentText(const LVComposition& c)
+{
+    QString s = QStringLiteral("#version 330 core\n#define varying in\n");
+    s += QLatin1String(kCommonMacros);
+    s += QStringLiteral("#define gl_FragColor lv_FragColor\nout vec4 lv_FragColor;\nin vec2 isf_FragNormCoord;\n"
+                        "uniform vec2 RENDERSIZE;\n");
+    s += declarations(c, false);
+    s += QStringLiteral("#line %1\n").arg(c.fragmentFirstLine()) + c.fragmentSource();
+    return s;
+}
+
+QString fusedFragmentText(const std::vector<const LVComposition*>& stages)
+{
+    QString s = QStringLiteral("#version 330 core\n#define varying in\n");
+    s += QLatin1String(kCommonMacros);
+    s += QStringLiteral("out vec4 lv_FragColor;\nin vec2 isf_FragNormCoord;\nuniform vec2 RENDERSIZE;\n"
+                        "vec4 lv_stageInput;\nvec4 lv_stageOutput;\n");
+    for (size_t i = 0; i < stages.size(); ++i) {
+        const LVComposition& c = *stages[i];
+        QStringList renamed = perStageBuiltins();
+        for (const LVISFInput& in : c.inputs()) renamed << in.name;
+        for (const LVISFPass& pass : c.passes()) {
+            if (!pass.target.isEmpty()) renamed << pass.target;
+        }
+        for (const LVISFImport& import : c.imports()) renamed << import.name;
+        renamed << c.globalNames();
+        renamed.removeDuplicates();
+        const QString prefix = QStringLiteral("lv_s%1_").arg(i);
+        s += QStringLiteral("#define main %1main\n#define gl_FragColor lv_stageOutput\n").arg(prefix);
+        for (const QString& name : renamed) s += QStringLiteral("#define %1 %2%1\n").arg(name, prefix);
+        s += declarations(c, i > 0);
+        QString source = c.fragmentSource();
+        if (i > 0) {
+            // The previous stage's pixel stands in for this one's image input.
+            const QRegularExpression read(QStringLiteral("\\bIMG_THIS_(NORM_)?PIXEL\\s*\\(\\s*%1\\s*\\)")
+                                              .arg(QRegularExpression::escape(c.imageInputKey())));
+            source.replace(read, QStringLiteral("lv_stageInput"));
+        }
+        s += QStringLiteral("#line %1\n").arg(c.fragmentFirstLine()) + source + QLatin1Char('\n');
+        s += QStringLiteral("#undef main\n#undef gl_FragColor\n");
+        for (const QString& name : renamed) s += QStringLiteral("#undef %1\n").arg(name);
+        for (const QString& name : c.macroNames()) s += QStringLiteral("#undef %1\n").arg(name);
+    }
+    s += QStringLiteral("void main() {\n    lv_stageOutput = vec4(0.0);\n    lv_s0_main();\n");
+    // Each stage reads what an 8-bit frame would hold: rounded to even, decoded as c * (1/255).
+    for (size_t i = 1; i < stages.size(); ++i) {
+        s += QStringLiteral("    lv_stageInput = roundEven(clamp(lv_stageOutput, 0.0, 1.0) * 255.0) * (1.0 / 255.0);\n"
+                            "    lv_stageOutput = vec4(0.0);\n    lv_s%1_main();\n")
+                 .arg(i);
+    }
+    s += QStringLiteral("    lv_FragColor = lv_stageOutput;\n}\n");
+    return s;
+}
+
+// "0:12(5): error: ..." from Mesa becomes "file:12: error: ...".
+QString formatLog(const QString& log, const QString& file)
+{
+    static const QRegularExpression mesa(QStringLiteral("^\\s*\\d+:(\\d+)\\((\\d+)\\):\\s*(.*)$"));
+    QStringList lines;
+    for (const QString& line : log.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        const auto m = mesa.match(line);
+        lines << (m.hasMatch() ? QStringLiteral("%1:%2: %3").arg(file, m.captured(1), m.captured(3))
+                               : QStringLiteral("%1: %2").arg(file, line.trimmed()));
+    }
+    return lines.join(QLatin1Char('\n'));
+}
+
+GLuint compile(GLenum kind, const QString& text, const QString& file, QString* error)
+{
+    const GLuint shader = glCreateShader(kind);
+    const QByteArray bytes = text.toUtf8();
+    const char* src = bytes.constData();
+    const GLint length = GLint(bytes.size());
+    glShaderSource(shader, 1, &src, &length);
+    glCompileShader(shader);
+    GLint ok = 0;
+    glGetShaderiv(shader, GL_COMPILE_STATUS, &ok);
+    if (!ok) {
+        GLint size = 0;
+        glGetShaderiv(shader, GL_INFO_LOG_LENGTH, &size);
+        QByteArray log(std::max(size, 1), '\0');
+        glGetShaderInfoLog(shader, size, nullptr, log.data());
+        *error = formatLog(QString::fromUtf8(log.constData()), file);
+        glDeleteShader(shader);
+        return 0;
+    }
+    return shader;
+}
+
+std::unique_ptr<LVISFProgram> link(const QString& vertex, const QString& fragment, const QString& vertexFile,
+                                   const QString& fragmentFile, QString* error)
+{
+    const GLuint vs = compile(GL_VERTEX_SHADER, vertex, vertexFile, error);
+    if (!vs) return nullptr;
+    const GLuint fs = compile(GL_FRAGMENT_SHADER, fragment, fragmentFile, error);
+    if (!fs) {
+        glDeleteShader(vs);
+        return nullptr;
+    }
+    auto program = std::make_unique<LVISFProgram>();
+    program->program = glCreateProgram();
+    glAttachShader(program->program, vs);
+    glAttachShader(program->program, fs);
+    glLinkProgram(program->program);
+    glDeleteShader(vs);
+    glDeleteShader(fs);
+    GLint ok = 0;
+    glGetProgramiv(program->program, GL_LINK_STATUS, &ok);
+    if (!ok) {
+        GLint size = 0;
+        glGetProgramiv(program->program, GL_INFO_LOG_LENGTH, &size);
+        QByteArray log(std::max(size, 1), '\0');
+        glGetProgramInfoLog(program->program, size, nullptr, log.data());
+        *error = formatLog(QString::fromUtf8(log.constData()), fragmentFile);
+        glDeleteProgram(program->program);
+        return nullptr;
+    }
+    GLint count = 0;
+    glGetProgramiv(program->program, GL_ACTIVE_UNIFORMS, &count);
+    for (GLint i = 0; i < count; ++i) {
+        char name[256];
+        GLsizei nameLength = 0;
+        GLint arraySize = 0;
+        GLenum type = 0;
+        glGetActiveUniform(program->program, GLuint(i), sizeof name, &nameLength, &arraySize, &type, name);
+        const QString uniform = QString::fromLatin1(name, nameLength);
+        program->uniforms.insert(uniform, glGetUniformLocation(program->program, name));
+        if (type == GL_SAMPLER_2D) program->samplers << uniform;
+    }
+    return program;
+}
+
+struct ProgramCache {
+    std::map<quint64, std::unique_ptr<LVISFProgram>> own;  // null: did not compile
+    std::map<std::vector<quint64>, std::unique_ptr<LVISFProgram>> fused;
+};
+
+ProgramCache& programs()
+{
+    static ProgramCache cache;
+    return cache;
+}
+
+} // namespace
+
+QString LVISFUniformName(int stage, const QString& name)
+{
+    return stage < 0 ? name : QStringLiteral("lv_s%1_%2").arg(stage).arg(name);
+}
+
+QString LVISFFragmentShaderText(const LVComposition& composition)
+{
+    return fragmentText(composition);
+}
+
+QString LVISFVertexShaderText(const LVComposition* composition)
+{
+    return vertexText(composition);
+}
+
+const LVISFProgram* LVISFProgramFor(const LVComposition& c)
+{
+    if (!c.isValid()) return nullptr;
+    auto& own = programs().own;
+    const auto it = own.find(c.uid());
+    if (it != own.end()) return it->second.get();
+    QString error;
+    const QFileInfo info(c.path());
+    const QString vertexFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".vs"));
+    auto program = link(vertexText(&c), fragmentText(c), vertexFile, c.path(), &error);
+    if (!program) LVLog("Composition %s does not compile:\n%s", qPrintable(c.path()), qPrintable(error));
+    return own.emplace(c.uid(), std::move(program)).first->second.get();
+}
+
+const LVISFProgram* LVISFFusedProgramFor(const std::vector<const LVComposition*>& stages)
+{
+    std::vector<quint64> key;
+    for (const LVComposition* c : stages) key.push_back(c->uid());
+    auto& fused = programs().fused;
+    const auto it = fused.find(key);
+    if (it != fused.end()) return it->second.get();
+    QString error;
+    auto program = link(vertexText(nullptr), fusedFragmentText(stages), QStringLiteral("(fused)"),
+                        QStringLiteral("(fused)"), &error);
+    // Not an error for the user: the effects then run one after another.
+    return fused.emplace(std::move(key), std::move(program)).first->second.get();
+}

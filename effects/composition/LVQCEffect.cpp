@@ -1,0 +1,257 @@
+#include "effects/composition/LVQCEffect.h"
+
+#include "core/LVEffectRegistry.h"
+#include "core/util/LVLog.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace {
+
+bool& fusion()
+{
+    static bool enabled = qEnvironmentVariableIsEmpty("LUMAVEIL_NO_FUSION");
+    return enabled;
+}
+
+// One fused shader binds at most this many textures (the GL 3.3 guarantee).
+constexpr int kMaxFusedSamplers = 16;
+constexpr size_t kMaxFusedStages = 8;
+
+} // namespace
+
+const LVEffectDescriptor& LVQCEffect::classDescriptor()
+{
+    // No catalogue name: compositions enter the catalogue through their files.
+    static const LVEffectDescriptor descriptor{QStringLiteral("LVQCEffect"), QString(), LVEffectRole::Effect,
+                                               [] { return std::make_unique<LVQCEffect>(); }, {}};
+    return descriptor;
+}
+
+const LVEffectDescriptor& LVQCEffect::descriptor() const
+{
+    static const LVEffectDescriptor transition{classDescriptor().className, QString(), LVEffectRole::Transition,
+                                               [] { return std::make_unique<LVQCEffect>(); }, {}};
+    return rend_ && rend_->composition().isTransition() ? transition : classDescriptor();
+}
+
+LVEffectRef LVQCEffect::makeForFile(LVContext* context, const QString& fileName)
+{
+    auto effect = std::make_unique<LVQCEffect>();
+    effect->initWithContext(context, fileName);
+    return LVMakeEffectHandle(std::move(effect));
+}
+
+LVQCEffect::~LVQCEffect()
+{
+    if (context() && context()->qcRenderer() == this) context()->setQCRenderer(nullptr);
+}
+
+void LVQCEffect::setFusionEnabled(bool enabled)
+{
+    fusion() = enabled;
+}
+
+bool LVQCEffect::fusionEnabled()
+{
+    return fusion();
+}
+
+void LVQCEffect::initWithContext(LVContext* context, const QString& filename)
+{
+    initWithContextFile(context, filename);
+}
+
+void LVQCEffect::initWithContextFile(LVContext* context, const QString& filename)
+{
+    LVEffect::initWithContext(context);
+    fname_ = filename;
+    // A fresh effect is kept even when its composition cannot be used.
+    initQCEffectCommon();
+}
+
+bool LVQCEffect::initWithCoder(LVKeyedUnarchiver& coder)
+{
+    if (!LVEffect::initWithCoder(coder)) return false;
+    fname_ = coder.decodeString(QStringLiteral("fileName"));
+    if (!initQCEffectCommon()) return false;
+    for (const QString& key : std::as_const(patchAttributes_)) {
+        if (!coder.containsValueForKey(key)) continue;
+        for (const LVParameter& parameter : properties_) {
+            if (parameter.key == key) setParameterValue(key, parameter.fromJson(coder.decodeValue(key)));
+        }
+    }
+    makeInspector();
+    return true;
+}
+
+void LVQCEffect::encodeWithCoder(LVKeyedArchiver& coder) const
+{
+    LVEffect::encodeWithCoder(coder);
+    coder.encodeString(QStringLiteral("fileName"), fname_);
+}
+
+QString LVQCEffect::resolvePath() const
+{
+    LVEffectRegistry* registry = LVEffectRegistry::current();
+    if (fname_.startsWith(QStringLiteral("./"))) {
+        // Inside the application's resources: the folder that holds the bundled Effects.
+        const QString bundled = registry ? registry->folders().bundled : LVEffectFolders::standard().bundled;
+        const QString path = QDir::cleanPath(QStringLiteral("%1/../%2").arg(bundled, fname_.mid(2)));
+        return QFileInfo::exists(path) ? path : QString();
+    }
+    return registry ? registry->effectPathFromFilename(fname_) : QString();
+}
+
+bool LVQCEffect::initQCEffectCommon()
+{
+    if (name().isEmpty()) setName(LVQCEffectFactory::nameFromPath(fname_));
+    properties_.clear();
+    patchAttributes_.clear();
+    if (!context()) {
+        LVLog("Composition effect %s has no render context", qPrintable(fname_));
+        return false;
+    }
+    const QString path = resolvePath();
+    if (path.isEmpty()) {
+        LVLog("Composition %s not found in the Effects folders", qPrintable(fname_));
+        rend_.reset();
+    } else {
+        rend_ = std::make_shared<SimpleQCRenderer>(context(), path);
+    }
+    imageInputKey_.clear();
+    isPreviewInputKey_.clear();
+    if (rend_) {
+        const LVComposition& c = rend_->composition();
+        imageInputKey_ = c.imageInputKey();
+        for (const LVISFInput& input : c.inputs()) {
+            if (input.name == QLatin1String("_protocolInput_PreviewMode") ||
+                input.name == QLatin1String("protocolInput_PreviewMode")) {
+                isPreviewInputKey_ = input.name;
+                break;
+            }
+            if (input.name == QLatin1String("LVPatchTimeResetInPreview"))
+                bFreezeTimeInPreview_ = rend_->valueForInputKey(input.name).toBool();
+        }
+    }
+    makeInspector();
+    return true;
+}
+
+void LVQCEffect::makeInspector()
+{
+    properties_.clear();
+    patchAttributes_.clear();
+    if (!rend_) return;
+    properties_ = rend_->composition().parameters();
+    for (const LVParameter& parameter : properties_) patchAttributes_ << parameter.key;
+}
+
+QStringList LVQCEffect::inspectorNotes() const
+{
+    QStringList notes;
+    if (!rend_) return notes;
+    if (!rend_->composition().description().isEmpty()) notes << rend_->composition().description();
+    if (!rend_->composition().credit().isEmpty()) notes << QStringLiteral("Credit: %1").arg(rend_->composition().credit());
+    return notes;
+}
+
+void LVQCEffect::parameterChanged(const QString& key)
+{
+    if (rend_) rend_->setValue(parameterValue(key), key);
+}
+
+bool LVQCEffect::setMode(int32_t newMode)
+{
+    if (rend_ && !isPreviewInputKey_.isEmpty()) rend_->setNonGifValue(newMode == LVModePreview, isPreviewInputKey_);
+    if (mode() == LVModeOff && newMode != LVModeOff && context()) baseTime_ = context()->frameTime();
+    return LVEffect::setMode(newMode);
+}
+
+bool LVQCEffect::canTakeOver(const LVQCEffect& previous) const
+{
+    if (!fusion() || !rend_->composition().isPointwise() || previous.pending_.empty() ||
+        previous.pending_.size() >= kMaxFusedStages)
+        return false;
+    const LVComposition& head = previous.pending_.front()->composition();
+    if (head.hasVertexShader() || !head.passes().back().target.isEmpty()) return false;
+    std::vector<const LVComposition*> stages;
+    for (const auto& stage : previous.pending_) stages.push_back(&stage->composition());
+    stages.push_back(&rend_->composition());
+    const LVISFProgram* program = LVISFFusedProgramFor(stages);
+    return program && program->samplers.size() <= kMaxFusedSamplers;
+}
+
+void LVQCEffect::doit()
+{
+    // A composition that did not load or compile draws nothing; the chain goes on.
+    if (!rend_ || !rend_->isUsable()) return;
+    LVContext& ctx = *context();
+    if (bFreezeTimeInPreview_ && mode() == LVModePreview) baseTime_ = ctx.frameTime();
+    rend_->beginFrame(ctx.frameTime() - baseTime_);
+
+    if (!rend_->usesFilterProtocol()) {
+        ctx.framebuffer();
+        rend_->renderIntermediatePasses();
+        ctx.framebuffer();
+        rend_->drawFinalPass(true);
+        rend_->endFrame();
+        return;
+    }
+
+    auto* previous = dynamic_cast<LVQCEffect*>(ctx.qcRenderer());
+    if (previous && previous != this && rend_->composition().readsImageInput() && canTakeOver(*previous)) {
+        // Runs inside the previous effect's shader: its picture is never stored.
+        pending_ = std::move(previous->pending_);
+        previous->pending_.clear();
+        pending_.push_back(rend_);
+        ctx.setQCRenderer(this);
+        return;
+    }
+    if (rend_->composition().readsImageInput()) {
+        rend_->setTextureForInputKey(ctx.texture(), imageInputKey_);
+    }
+    // A filter that ignores its input needs nothing drawn beneath it.
+    ctx.reset(false);
+    rend_->renderIntermediatePasses();
+    pending_.assign(1, rend_);
+    ctx.setQCRenderer(this);
+}
+
+void LVQCEffect::drawPendingOutput(LVContext& ctx)
+{
+    const auto stages = std::move(pending_);
+    pending_.clear();
+    if (stages.empty()) return;
+    if (stages.size() == 1) {
+        stages[0]->drawFinalPass(false);
+    } else {
+        std::vector<const LVComposition*> compositions;
+        for (const auto& stage : stages) compositions.push_back(&stage->composition());
+        const LVISFProgram* program = LVISFFusedProgramFor(compositions);
+        const bool blending = glIsEnabled(GL_BLEND);
+        glDisable(GL_BLEND);
+        glViewport(0, 0, ctx.width(), ctx.height());
+        glUseProgram(program->program);
+        int unit = 0;
+        for (size_t i = 0; i < stages.size(); ++i) {
+            const int lastPass = int(stages[i]->composition().passes().size()) - 1;
+            stages[i]->applyUniforms(*program, int(i), lastPass, QSize(ctx.width(), ctx.height()), &unit);
+        }
+        stages.back()->drawTriangle();
+        glActiveTexture(GL_TEXTURE0);
+        glUseProgram(0);
+        if (blending) glEnable(GL_BLEND);
+    }
+    for (const auto& stage : stages) stage->endFrame();
+}
+
+void LVQCEffect::doTransitionTo(const LVTexture& other, double percentage)
+{
+    if (!rend_) return;
+    const bool isf = rend_->composition().input(QStringLiteral("endImage")) != nullptr &&
+                     rend_->composition().input(QStringLiteral("targetImage")) == nullptr;
+    rend_->setTextureForInputKey(other, isf ? QStringLiteral("endImage") : QStringLiteral("targetImage"));
+    rend_->setNonGifValue(percentage, isf ? QStringLiteral("progress") : QStringLiteral("transitionTime"));
+    doit();
+}

@@ -1,0 +1,79 @@
+#pragma once
+// An effect made from one composition file: its inputs become the effect's parameters,
+// the chain's picture goes to its image input, and it renders once per frame at its own
+// clock. Filters leave their output pending in the context; runs of filters that read
+// their input only at the pixel they write are drawn together in one shader pass.
+#include "core/LVEffect.h"
+#include "effects/composition/SimpleQCRenderer.h"
+#include "render/LVContext.h"
+
+#include <QStringList>
+
+#include <memory>
+#include <vector>
+
+class LVQCEffect : public LVEffect, public LVPendingRenderer {
+public:
+    LVQCEffect() = default;
+    using LVEffect::initWithContext;
+    ~LVQCEffect() override;
+
+    static const LVEffectDescriptor& classDescriptor();
+    // A composition with transition ports is a transition.
+    const LVEffectDescriptor& descriptor() const override;
+    // The maker the registry's composition factories use.
+    static LVEffectRef makeForFile(LVContext* context, const QString& fileName);
+
+    // A new effect for the composition file (a catalogue file name, or "./" + a path
+    // inside the application's resources).
+    void initWithContext(LVContext* context, const QString& filename);
+    bool initWithCoder(LVKeyedUnarchiver& coder) override;
+    void encodeWithCoder(LVKeyedArchiver& coder) const override;
+
+    // Rebuilds the parameter list and the archived keys from the composition's inputs.
+    virtual void makeInspector();
+    // The editor's callback.
+    void setEffectValue(const QVariant& value, const QString& key) { setParameterValue(key, value); }
+
+    bool setMode(int32_t mode) override;
+    void doit() override;
+    void doTransitionTo(const LVTexture& other, double percentage) override;
+
+    LVParameterList effectProperties() const override { return properties_; }
+    // The keys archived with the effect, in the composition's order.
+    const QStringList& patchAttributes() const { return patchAttributes_; }
+    const QString& fileName() const { return fname_; }
+    SimpleQCRenderer* renderer() const { return rend_.get(); }
+    const QString& imageInputKey() const { return imageInputKey_; }
+    const QString& isPreviewInputKey() const { return isPreviewInputKey_; }
+    bool freezesTimeInPreview() const { return bFreezeTimeInPreview_; }
+    // Text lines shown under the editors: the description and the credit.
+    QStringList inspectorNotes() const;
+
+    // Off: every filter draws its own pass (the reference the fused path is checked against).
+    static void setFusionEnabled(bool enabled);
+    static bool fusionEnabled();
+
+    void drawPendingOutput(LVContext& ctx) override;
+
+protected:
+    void initWithContextFile(LVContext* context, const QString& filename);
+    bool initQCEffectCommon();
+    void parameterChanged(const QString& key) override;
+    // Where the effect's file is; empty when it cannot be found.
+    QString resolvePath() const;
+
+private:
+    // The stages whose output is pending in the context, first one first.
+    std::vector<std::shared_ptr<SimpleQCRenderer>> pending_;
+    bool canTakeOver(const LVQCEffect& previous) const;
+
+    QStringList patchAttributes_;
+    std::shared_ptr<SimpleQCRenderer> rend_;
+    QString imageInputKey_;
+    QString isPreviewInputKey_;
+    QString fname_;
+    LVParameterList properties_;
+    double baseTime_ = 0;
+    bool bFreezeTimeInPreview_ = false;
+};

@@ -1,0 +1,377 @@
+#include "effects/composition/SimpleQCRenderer.h"
+
+#include "core/util/LVLog.h"
+#include "effects/composition/LVISFExpression.h"
+
+#include <QColor>
+#include <QDateTime>
+#include <QFont>
+#include <QFontMetrics>
+#include <QGuiApplication>
+#include <QImageReader>
+#include <QPainter>
+#include <QPointF>
+
+#include <cmath>
+
+namespace {
+
+// The built-in font when a composition names none or one that is not installed.
+QString fontFamily(const QString& requested)
+{
+    return requested.isEmpty() ? QStringLiteral("DejaVu Sans") : requested;
+}
+
+bool canRasteriseText()
+{
+    static const bool ok = [] {
+        const bool gui = qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr;
+        if (!gui) LVLog("Text inputs stay empty: fonts need a QGuiApplication");
+        return gui;
+    }();
+    return ok;
+}
+
+} // namespace
+
+SimpleQCRenderer::SimpleQCRenderer(LVContext* ctx, const QString& path)
+    : ctx_(ctx), composition_(LVComposition::load(path))
+{
+    for (const LVISFInput& input : composition_->inputs()) values_.insert(input.name, input.defaultValue);
+}
+
+SimpleQCRenderer::~SimpleQCRenderer()
+{
+    ctx_->makeCurrent();
+    for (auto& [key, slot] : images_) glDeleteTextures(1, &slot.texture);
+    for (auto& [key, slot] : texts_) glDeleteTextures(1, &slot.texture);
+    for (auto& [key, texture] : imports_) glDeleteTextures(1, &texture);
+    for (auto& [key, t] : targets_) {
+        const GLuint fbos[] = {t.fbo, t.backFbo};
+        const GLuint textures[] = {t.texture, t.backTexture};
+        glDeleteFramebuffers(2, fbos);
+        glDeleteTextures(2, textures);
+    }
+    glDeleteTextures(1, &empty_);
+    glDeleteVertexArrays(1, &vao_);
+}
+
+void SimpleQCRenderer::setValue(const QVariant& value, const QString& key)
+{
+    setNonGifValue(value, key);
+    const LVISFInput* input = composition_->input(key);
+    if (!input || input->type != LVISFInputType::Image) return;
+    ImageSlot& slot = images_[key];
+    const QString path = value.toString();
+    if (slot.path == path && !slot.stale) return;
+    slot.path = path;
+    slot.stale = true;
+    slot.gif = path.isEmpty() ? nullptr : LVAnimatedImage::animatedImageFromFile(path);
+}
+
+void SimpleQCRenderer::setNonGifValue(const QVariant& value, const QString& key)
+{
+    values_.insert(key, value);
+    const LVISFInput* input = composition_->input(key);
+    if (input && input->type == LVISFInputType::Event && value.toBool()) firedEvents_.insert(key);
+}
+
+bool SimpleQCRenderer::hasAnimationForInputKey(const QString& key) const
+{
+    const auto it = images_.find(key);
+    return it != images_.end() && it->second.gif;
+}
+
+void SimpleQCRenderer::setTextureForInputKey(const LVTexture& texture, const QString& key)
+{
+    frames_.insert(key, texture);
+}
+
+void SimpleQCRenderer::beginFrame(double time)
+{
+    timeDelta_ = frameIndex_ < 0 ? 0 : std::max(0.0, time - time_);
+    time_ = time;
+    ++frameIndex_;
+    const QDateTime now = QDateTime::currentDateTime();
+    date_[0] = float(now.date().year());
+    date_[1] = float(now.date().month());
+    date_[2] = float(now.date().day());
+    date_[3] = float(now.time().msecsSinceStartOfDay() / 1000.0);
+    for (auto& [key, slot] : images_) {
+        if (slot.gif && slot.gif->advance(time)) slot.stale = true;
+    }
+    refreshTexts();
+}
+
+void SimpleQCRenderer::endFrame()
+{
+    frames_.remove(composition_->imageInputKey());
+    for (const QString& key : std::as_const(firedEvents_)) values_.insert(key, false);
+    firedEvents_.clear();
+}
+
+GLuint SimpleQCRenderer::uploadImage(const QImage& image, GLuint reuse)
+{
+    if (reuse) glDeleteTextures(1, &reuse);
+    return ctx_->textureFromImage(image);
+}
+
+GLuint SimpleQCRenderer::emptyTexture()
+{
+    if (!empty_) {
+        QImage clear(1, 1, QImage::Format_RGBA8888);
+        clear.fill(Qt::transparent);
+        empty_ = ctx_->textureFromImage(clear);
+    }
+    return empty_;
+}
+
+void SimpleQCRenderer::refreshTexts()
+{
+    const LVISFInput* fontName = composition_->input(QStringLiteral("Font_Name"));
+    const LVISFInput* fontSize = composition_->input(QStringLiteral("Font_Size"));
+    for (const LVISFInput& input : composition_->inputs()) {
+        // The font's name chooses the font; it is never drawn.
+        if (input.type != LVISFInputType::Text || input.name == QLatin1String("Font_Name")) continue;
+        TextSlot& slot = texts_[input.name];
+        const QString text = values_.value(input.name).toString();
+        const QString font = fontFamily(fontName ? values_.value(fontName->name).toString() : QString());
+        // "Font_Size" is in units of half the picture's height.
+        const double size = fontSize ? values_.value(fontSize->name).toDouble() : 0.1;
+        const int pixelSize = std::max(1, int(std::lround(size * input.fontScale * ctx_->height() / 2)));
+        if (slot.texture && slot.text == text && slot.font == font && slot.pixelSize == pixelSize) continue;
+        slot.text = text;
+        slot.font = font;
+        slot.pixelSize = pixelSize;
+        if (text.isEmpty() || !canRasteriseText()) {
+            QImage clear(1, 1, QImage::Format_ARGB32_Premultiplied);
+            clear.fill(Qt::transparent);
+            slot.texture = uploadImage(clear, slot.texture);
+            continue;
+        }
+        QFont qfont(font);
+        qfont.setPixelSize(pixelSize);
+        const QFontMetrics metrics(qfont);
+        const QStringList lines = text.split(QLatin1Char('\n'));
+        int width = 1;
+        for (const QString& line : lines) width = std::max(width, metrics.horizontalAdvance(line));
+        QImage image(width + 2, std::max(1, metrics.height() * int(lines.size())), QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::transparent);
+        QPainter painter(&image);
+        painter.setRenderHint(QPainter::TextAntialiasing);
+        painter.setFont(qfont);
+        painter.setPen(Qt::white);
+        for (int i = 0; i < int(lines.size()); ++i) painter.drawText(1, metrics.ascent() + i * metrics.height(), lines[i]);
+        painter.end();
+        slot.texture = uploadImage(image, slot.texture);
+    }
+}
+
+GLuint SimpleQCRenderer::textureForInput(const LVISFInput& input)
+{
+    const auto frame = frames_.constFind(input.name);
+    if (frame != frames_.constEnd() && frame->name) return frame->name;
+    if (input.type == LVISFInputType::Text) {
+        const auto it = texts_.find(input.name);
+        return it != texts_.end() && it->second.texture ? it->second.texture : emptyTexture();
+    }
+    const auto it = images_.find(input.name);
+    if (it == images_.end() || it->second.path.isEmpty()) return emptyTexture();
+    ImageSlot& slot = it->second;
+    if (slot.stale) {
+        slot.stale = false;
+        if (slot.gif) {
+            slot.texture = uploadImage(slot.gif->currentImage(), slot.texture);
+        } else {
+            QImageReader reader(slot.path);
+            const QImage image = reader.read();
+            if (image.isNull()) {
+                LVLog("Image %s for input \"%s\" not loaded: %s", qPrintable(slot.path), qPrintable(input.name),
+                      qPrintable(reader.errorString()));
+                glDeleteTextures(1, &slot.texture);
+                slot.texture = 0;
+            } else {
+                slot.texture = uploadImage(image, slot.texture);
+            }
+        }
+    }
+    return slot.texture ? slot.texture : emptyTexture();
+}
+
+QSize SimpleQCRenderer::passSize(const LVISFPass& pass) const
+{
+    QHash<QString, double> variables;
+    variables.insert(QStringLiteral("WIDTH"), ctx_->width());
+    variables.insert(QStringLiteral("HEIGHT"), ctx_->height());
+    for (const LVISFInput& input : composition_->inputs()) {
+        const QVariant v = values_.value(input.name);
+        if (input.type == LVISFInputType::Float || input.type == LVISFInputType::Long ||
+            input.type == LVISFInputType::Bool || input.type == LVISFInputType::Event)
+            variables.insert(input.name, v.toDouble());
+    }
+    auto evaluate = [&](const QString& expr, int fallback) {
+        if (expr.isEmpty()) return fallback;
+        const auto value = LVISFEvaluate(expr, variables);
+        if (!value || !std::isfinite(*value)) return fallback;
+        return std::clamp(int(std::floor(*value)), 1, 8192);
+    };
+    return QSize(evaluate(pass.widthExpr, ctx_->width()), evaluate(pass.heightExpr, ctx_->height()));
+}
+
+SimpleQCRenderer::Target& SimpleQCRenderer::target(const LVISFPass& pass, QSize size)
+{
+    Target& t = targets_[pass.target];
+    if (t.texture && t.size == size && t.isFloat == pass.floatTarget) return t;
+    if (!t.texture) {
+        glGenTextures(1, &t.texture);
+        glGenTextures(1, &t.backTexture);
+        glGenFramebuffers(1, &t.fbo);
+        glGenFramebuffers(1, &t.backFbo);
+    }
+    t.size = size;
+    t.isFloat = pass.floatTarget;
+    for (const auto& [texture, fbo] : {std::pair(t.texture, t.fbo), std::pair(t.backTexture, t.backFbo)}) {
+        glBindTexture(GL_TEXTURE_2D, texture);
+        glTexImage2D(GL_TEXTURE_2D, 0, t.isFloat ? GL_RGBA32F : GL_RGBA8, size.width(), size.height(), 0, GL_RGBA,
+                     t.isFloat ? GL_FLOAT : GL_UNSIGNED_BYTE, nullptr);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+        glBindFramebuffer(GL_FRAMEBUFFER, fbo);
+        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
+        // A new or resized target starts transparent, persistent or not.
+        glClearColor(0, 0, 0, 0);
+        glClear(GL_COLOR_BUFFER_BIT);
+    }
+    glBindTexture(GL_TEXTURE_2D, 0);
+    LVCheckGLError("SimpleQCRenderer pass target");
+    return t;
+}
+
+void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, int passIndex, QSize renderSize, int* unit)
+{
+    auto loc = [&](const QString& name) { return program.location(LVISFUniformName(stage, name)); };
+    auto bindTexture = [&](GLint location, GLuint texture) {
+        if (location < 0) return;
+        glActiveTexture(GL_TEXTURE0 + GLenum(*unit));
+        glBindTexture(GL_TEXTURE_2D, texture);
+        glUniform1i(location, *unit);
+        ++*unit;
+    };
+    glUniform1i(loc(QStringLiteral("PASSINDEX")), passIndex);
+    glUniform1f(loc(QStringLiteral("TIME")), float(time_));
+    glUniform1f(loc(QStringLiteral("TIMEDELTA")), float(timeDelta_));
+    glUniform1i(loc(QStringLiteral("FRAMEINDEX")), frameIndex_);
+    glUniform4fv(loc(QStringLiteral("DATE")), 1, date_);
+    glUniform2f(program.location(QStringLiteral("RENDERSIZE")), float(renderSize.width()), float(renderSize.height()));
+    for (const LVISFInput& input : composition_->inputs()) {
+        const GLint location = loc(input.name);
+        if (location < 0) continue;
+        const QVariant v = values_.value(input.name);
+        switch (input.type) {
+        case LVISFInputType::Bool:
+        case LVISFInputType::Event: glUniform1i(location, v.toBool() ? 1 : 0); break;
+        case LVISFInputType::Long: glUniform1i(location, v.toInt()); break;
+        case LVISFInputType::Float: glUniform1f(location, float(v.toDouble())); break;
+        case LVISFInputType::Point2D: {
+            const QPointF p = v.toPointF();
+            glUniform2f(location, float(p.x()), float(p.y()));
+            break;
+        }
+        case LVISFInputType::Color: {
+            const QColor c = v.value<QColor>();
+            glUniform4f(location, c.redF(), c.greenF(), c.blueF(), c.alphaF());
+            break;
+        }
+        case LVISFInputType::Image:
+        case LVISFInputType::Text:
+        case LVISFInputType::Audio: bindTexture(location, textureForInput(input)); break;
+        }
+    }
+    for (const LVISFPass& pass : composition_->passes()) {
+        if (pass.target.isEmpty()) continue;
+        const auto it = targets_.find(pass.target);
+        bindTexture(loc(pass.target), it != targets_.end() ? it->second.texture : emptyTexture());
+    }
+    for (const LVISFImport& import : composition_->imports()) {
+        GLuint& texture = imports_[import.name];
+        if (!texture) {
+            QImageReader reader(import.path);
+            const QImage image = reader.read();
+            if (image.isNull())
+                LVLog("Imported image %s not loaded: %s", qPrintable(import.path), qPrintable(reader.errorString()));
+            texture = image.isNull() ? emptyTexture() : ctx_->textureFromImage(image);
+        }
+        bindTexture(loc(import.name), texture);
+    }
+}
+
+void SimpleQCRenderer::drawTriangle()
+{
+    if (!vao_) glGenVertexArrays(1, &vao_);
+    glBindVertexArray(vao_);
+    glDrawArrays(GL_TRIANGLES, 0, 3);
+    glBindVertexArray(0);
+}
+
+void SimpleQCRenderer::renderPass(int index, Target* into, QSize size)
+{
+    const LVISFProgram* p = program();
+    if (into) glBindFramebuffer(GL_FRAMEBUFFER, into->backFbo);
+    glViewport(0, 0, size.width(), size.height());
+    glUseProgram(p->program);
+    int unit = 0;
+    applyUniforms(*p, -1, index, size, &unit);
+    drawTriangle();
+    glActiveTexture(GL_TEXTURE0);
+    if (into) {
+        std::swap(into->texture, into->backTexture);
+        std::swap(into->fbo, into->backFbo);
+    }
+}
+
+void SimpleQCRenderer::renderIntermediatePasses()
+{
+    if (!isUsable()) return;
+    const auto& passes = composition_->passes();
+    const bool blending = glIsEnabled(GL_BLEND);
+    glDisable(GL_BLEND);
+    for (size_t i = 0; i + 1 < passes.size(); ++i) {
+        if (!passes[i].read) continue;
+        const QSize size = passSize(passes[i]);
+        renderPass(int(i), &target(passes[i], size), size);
+    }
+    if (blending) glEnable(GL_BLEND);
+    glUseProgram(0);
+}
+
+void SimpleQCRenderer::drawFinalPass(bool blendOver)
+{
+    if (!isUsable()) return;
+    const auto& passes = composition_->passes();
+    const int last = int(passes.size()) - 1;
+    GLint bound = 0;
+    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &bound);
+    const bool blending = glIsEnabled(GL_BLEND);
+    if (passes.back().target.isEmpty()) {
+        if (blendOver) glEnable(GL_BLEND);
+        else glDisable(GL_BLEND);
+        renderPass(last, nullptr, outputSize());
+    } else {
+        // A last pass with a target keeps its picture there for the next frame; the
+        // output is a copy of it.
+        glDisable(GL_BLEND);
+        const QSize size = passSize(passes.back());
+        Target& t = target(passes.back(), size);
+        renderPass(last, &t, size);
+        glBindFramebuffer(GL_FRAMEBUFFER, GLuint(bound));
+        glViewport(0, 0, outputSize().width(), outputSize().height());
+        if (blendOver) glEnable(GL_BLEND);
+        LVContext::drawTexture(LVTexture{t.texture, size.width(), size.height()}, QRectF(0, 0, size.width(), size.height()),
+                               QRectF(0, 0, outputSize().width(), outputSize().height()), false, false);
+    }
+    if (blending) glEnable(GL_BLEND);
+    else glDisable(GL_BLEND);
+    glUseProgram(0);
+}

@@ -1,0 +1,107 @@
+#pragma once
+// Renders one composition: holds its input values, the textures of its image and text
+// inputs (animated images play by time), its pass targets (persistent ones keep their
+// pixels between frames) and the built-in values of the frame being drawn.
+#include "effects/composition/LVAnimatedImage.h"
+#include "effects/composition/LVComposition.h"
+#include "effects/composition/LVISFProgram.h"
+#include "render/LVContext.h"
+
+#include <QHash>
+#include <QSize>
+#include <QVariant>
+
+#include <map>
+#include <memory>
+
+class SimpleQCRenderer {
+public:
+    // The composition of the file, drawn into ctx's frames.
+    SimpleQCRenderer(LVContext* ctx, const QString& path);
+    ~SimpleQCRenderer();
+    SimpleQCRenderer(const SimpleQCRenderer&) = delete;
+    SimpleQCRenderer& operator=(const SimpleQCRenderer&) = delete;
+
+    const LVComposition& composition() const { return *composition_; }
+    // A filter: its output replaces the picture it was given.
+    bool usesFilterProtocol() const { return composition_->isFilter(); }
+    // Parsed and compiled; a broken composition draws nothing.
+    bool isUsable() const { return program() != nullptr; }
+    const LVISFProgram* program() const { return LVISFProgramFor(*composition_); }
+
+    // Image inputs take a file path; an animated file plays its frames.
+    void setValue(const QVariant& value, const QString& key);
+    // Stores the value as it is, without looking for an animation.
+    void setNonGifValue(const QVariant& value, const QString& key);
+    QVariant valueForInputKey(const QString& key) const { return values_.value(key); }
+    bool hasAnimationForInputKey(const QString& key) const;
+    // A frame of the chain for an image input (held until replaced or cleared).
+    void setTextureForInputKey(const LVTexture& texture, const QString& key);
+    void clearTextureForInputKey(const QString& key) { frames_.remove(key); }
+
+    // Starts a frame at composition time: built-ins, animations, text images.
+    void beginFrame(double time);
+    // Every pass but the last, into its target; passes whose target nobody reads are skipped.
+    void renderIntermediatePasses();
+    // The last pass into the framebuffer bound by the caller, over what is there when
+    // blendOver, else replacing it.
+    void drawFinalPass(bool blendOver);
+    // After the frame is drawn: drops the picture fed in and ends momentary events.
+    void endFrame();
+
+    // Sets the uniforms and textures of this composition's pass in program (stage -1 for
+    // its own program), taking texture units from *unit on.
+    void applyUniforms(const LVISFProgram& program, int stage, int passIndex, QSize renderSize, int* unit);
+    // Draws the covering triangle with whatever program is in use.
+    void drawTriangle();
+    QSize outputSize() const { return QSize(ctx_->width(), ctx_->height()); }
+    LVContext* context() const { return ctx_; }
+
+private:
+    // A pass may read its own target (a persistent buffer does): it draws into the back
+    // texture, which then becomes the front.
+    struct Target {
+        GLuint texture = 0;
+        GLuint fbo = 0;
+        GLuint backTexture = 0;
+        GLuint backFbo = 0;
+        QSize size;
+        bool isFloat = false;
+    };
+    struct ImageSlot {
+        QString path;
+        GLuint texture = 0;
+        std::unique_ptr<LVAnimatedImage> gif;
+        bool stale = true;
+    };
+    struct TextSlot {
+        QString text;
+        QString font;
+        int pixelSize = 0;
+        GLuint texture = 0;
+    };
+
+    QSize passSize(const LVISFPass& pass) const;
+    Target& target(const LVISFPass& pass, QSize size);
+    GLuint textureForInput(const LVISFInput& input);
+    GLuint uploadImage(const QImage& image, GLuint reuse);
+    void refreshTexts();
+    GLuint emptyTexture();
+    void renderPass(int index, Target* into, QSize size);
+
+    LVContext* ctx_;
+    std::shared_ptr<const LVComposition> composition_;
+    QHash<QString, QVariant> values_;
+    QHash<QString, LVTexture> frames_;
+    std::map<QString, ImageSlot> images_;
+    std::map<QString, TextSlot> texts_;
+    std::map<QString, GLuint> imports_;
+    std::map<QString, Target> targets_;
+    QSet<QString> firedEvents_;
+    GLuint empty_ = 0;
+    GLuint vao_ = 0;
+    double time_ = 0;
+    double timeDelta_ = 0;
+    int frameIndex_ = -1;
+    float date_[4] = {};
+};

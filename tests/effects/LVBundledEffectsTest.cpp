@@ -1,0 +1,204 @@
+// The bundled library: every effect compiles and renders; hand-worked pixels; the fused
+// path gives the same pixels as one pass per effect.
+#include "LVEffectsTestSupport.h"
+
+#include <QDirIterator>
+
+namespace {
+
+// A picture with structure: colour bars with a gradient, so blur and keys have work.
+QImage bars(int w, int h)
+{
+    QImage img(w, h, QImage::Format_ARGB32);
+    const QRgb colours[] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFFFFFFFFu, 0xFF208040u, 0xFF00FF00u};
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const QColor c(colours[(x * 6) / w]);
+            img.setPixel(x, y, qRgb(c.red() * (h - y / 2) / h, c.green(), c.blue() * (y + 1) / h));
+        }
+    return img;
+}
+
+} // namespace
+
+class LVBundledTest : public LVEffectsTest {
+protected:
+    void SetUp() override
+    {
+        LVEffectsTest::SetUp();
+        scan(bundledEffects());
+    }
+};
+
+TEST_F(LVBundledTest, TheLibraryIsCompleteAndEveryEffectRenders)
+{
+    QStringList names;
+    for (const auto& f : registry->allEffects()) names << f->name();
+    for (const auto& f : registry->transitions()) names << f->name();
+    const QStringList expected = {
+        "Dissolve", "Wipe", "Slide", "Push", "Iris", "Fade Through Black", "Lower Third", "Title", "Clock", "Ticker",
+        "Image Overlay", "Border", "Chroma Key", "Blur", "Sharpen", "Colour Adjust", "Mirror", "Crop and Zoom",
+        "Vignette", "Pixelate", "Black and White"};
+    for (const QString& name : expected) {
+        EXPECT_TRUE(names.contains(name)) << name.toStdString();
+        LVEffectRef effect = make(name);
+        ASSERT_TRUE(effect) << name.toStdString();
+        ASSERT_TRUE(qc(effect)->renderer() && qc(effect)->renderer()->isUsable()) << name.toStdString();
+        for (const LVParameter& p : effect->effectProperties())
+            EXPECT_FALSE(p.name.isEmpty()) << name.toStdString();
+        chain = {effect};
+        render(bars(16, 8));
+    }
+    EXPECT_EQ(qc(make(QStringLiteral("Image Overlay")))->patchAttributes().first(), QStringLiteral("Image"));
+}
+
+TEST_F(LVBundledTest, ColourAdjustOnASolidColour)
+{
+    // Input (51, 153, 255) = (0.2, 0.6, 1.0).
+    const struct {
+        double brightness, contrast, saturation, gamma;
+        ARGB expected;
+    } cases[] = {
+        {0.0, 1.0, 1.0, 1.0, {255, 51, 153, 255}},
+        {0.0, 0.5, 1.0, 1.0, {255, 89, 140, 191}},     // (c - 0.5) * 0.5 + 0.5
+        {0.2, 1.0, 1.0, 1.0, {255, 102, 204, 255}},    // +0.2, clamped at 1
+        {0.0, 1.0, 0.0, 1.0, {255, 139, 139, 139}},    // Rec. 709 luma 0.54384
+        {0.0, 1.0, 1.0, 2.0, {255, 114, 198, 255}},    // sqrt
+    };
+    for (const auto& c : cases) {
+        LVEffectRef effect = make(QStringLiteral("Colour Adjust"));
+        effect->setParameterValue(QStringLiteral("brightness"), c.brightness);
+        effect->setParameterValue(QStringLiteral("contrast"), c.contrast);
+        effect->setParameterValue(QStringLiteral("saturation"), c.saturation);
+        effect->setParameterValue(QStringLiteral("gamma"), c.gamma);
+        chain = {effect};
+        EXPECT_EQ(render(solid(QColor(51, 153, 255))).at(5, 5), c.expected) << c.brightness << " " << c.contrast;
+    }
+}
+
+TEST_F(LVBundledTest, ChromaKeyRemovesTheKeyColourOnly)
+{
+    const struct {
+        int mode;
+        QColor in;
+        ARGB expected;
+    } cases[] = {
+        {0, QColor(0, 255, 0), {0, 0, 0, 0}},
+        {0, QColor(255, 0, 0), {255, 255, 0, 0}},
+        {0, QColor(0, 0, 255), {255, 0, 0, 255}},
+        {1, QColor(0, 0, 255), {0, 0, 0, 0}},
+        {1, QColor(0, 255, 0), {255, 0, 255, 0}},
+    };
+    for (const auto& c : cases) {
+        LVEffectRef effect = make(QStringLiteral("Chroma Key"));
+        effect->setParameterValue(QStringLiteral("keyMode"), c.mode);
+        effect->setParameterValue(QStringLiteral("spill"), 0.0);
+        chain = {effect};
+        EXPECT_EQ(render(solid(c.in)).at(3, 3), c.expected) << c.mode << " " << c.in.name().toStdString();
+    }
+}
+
+TEST_F(LVBundledTest, TransitionsAtStartMiddleAndEnd)
+{
+    const QColor from(204, 0, 102), to(0, 102, 204);
+    const ARGB a{255, 204, 0, 102}, b{255, 0, 102, 204};
+    const struct {
+        const char* name;
+        double t;
+        int x;
+        ARGB expected;
+    } cases[] = {
+        {"Dissolve", 0.0, 4, a},          {"Dissolve", 0.5, 4, {255, 102, 51, 153}}, {"Dissolve", 1.0, 4, b},
+        {"Wipe", 0.0, 1, a},              {"Wipe", 0.5, 2, b},                       {"Wipe", 0.5, 13, a},
+        {"Wipe", 1.0, 15, b},             {"Fade Through Black", 0.25, 4, {255, 102, 0, 51}},
+        {"Fade Through Black", 0.5, 4, {255, 0, 0, 0}}, {"Fade Through Black", 1.0, 4, b},
+        {"Slide", 0.0, 4, a},             {"Slide", 1.0, 4, b},                      {"Push", 0.5, 12, b},
+        {"Push", 0.5, 3, a},              {"Iris", 0.0, 8, a},                       {"Iris", 1.0, 0, b},
+    };
+    QImage target = solid(to);
+    for (const auto& c : cases) {
+        LVEffectRef effect = make(QString::fromLatin1(c.name));
+        ASSERT_TRUE(effect && effect->isTransition()) << c.name;
+        if (effect->effectProperties().size() && effect->propertyInfoForName(QStringLiteral("Edge softness")))
+            effect->setParameterValue(QStringLiteral("softness"), 0.0);
+        drawPicture(solid(from));
+        GLuint texture = ctx->textureFromImage(target);
+        effect->doTransitionTo(LVTexture{texture, target.width(), target.height()}, c.t);
+        EXPECT_EQ(read().at(c.x, 4), c.expected) << c.name << " at " << c.t;
+        glDeleteTextures(1, &texture);
+    }
+}
+
+TEST_F(LVBundledTest, BlackAndWhiteAndMirror)
+{
+    LVEffectRef bw = make(QStringLiteral("Black and White"));
+    chain = {bw};
+    EXPECT_EQ(render(solid(QColor(51, 153, 255))).at(0, 0), (ARGB{255, 139, 139, 139}));
+    LVEffectRef mirror = make(QStringLiteral("Mirror"));
+    QImage half = solid(Qt::red);
+    for (int y = 0; y < 8; ++y)
+        for (int x = 8; x < 16; ++x) half.setPixel(x, y, 0xFF0000FFu);
+    chain = {mirror};
+    const Frame f = render(half);
+    EXPECT_EQ(f.at(0, 0), (ARGB{255, 0, 0, 255}));
+    EXPECT_EQ(f.at(15, 0), (ARGB{255, 255, 0, 0}));
+}
+
+TEST_F(LVBundledTest, TextOverlaysDrawTheHostsText)
+{
+    makeContext(320, 180);
+    scan(bundledEffects());
+    LVEffectRef lower = make(QStringLiteral("Lower Third"));
+    chain = {lower};
+    const Frame withText = render(solid(Qt::black));
+    int white = 0;
+    for (int y = 130; y < 180; ++y)
+        for (int x = 0; x < 160; ++x) white += withText.at(x, y)[1] > 150 && withText.at(x, y)[2] > 150;
+    EXPECT_GT(white, 20);
+    lower->setParameterValue(QStringLiteral("Line1"), QString());
+    lower->setParameterValue(QStringLiteral("Line2"), QString());
+    const Frame empty = render(solid(Qt::black));
+    EXPECT_EQ(empty.at(20, 170), (ARGB{255, 0, 0, 0}));
+}
+
+// Runs of pointwise filters share one shader; the pixels must not change.
+TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
+{
+    makeContext(96, 54);
+    scan(bundledEffects());
+    const QList<QStringList> chains = {
+        {"Colour Adjust", "Chroma Key", "Vignette", "Black and White"},
+        {"Colour Adjust", "Blur", "Chroma Key", "Vignette", "Lower Third"},
+        {"Sharpen", "Colour Adjust", "Border", "Clock", "Title"},
+        {"Mirror", "Pixelate", "Colour Adjust"},
+    };
+    const QImage picture = bars(96, 54);
+    for (const QStringList& names : chains) {
+        std::vector<Frame> frames;
+        for (bool fused : {false, true}) {
+            LVQCEffect::setFusionEnabled(fused);
+            chain.clear();
+            for (const QString& name : names) {
+                chain.push_back(make(name));
+                chain.back()->setMode(LVModeLive);
+            }
+            chain[0]->setParameterValue(QStringLiteral("saturation"), 1.3);
+            chain[0]->setParameterValue(QStringLiteral("contrast"), 1.1);
+            frames.push_back(render(picture, 0.5));
+        }
+        const bool same = frames[0].bytes == frames[1].bytes;
+        if (!same) frames[1].image().save(dir.filePath(QStringLiteral("fused-actual.png")));
+        EXPECT_TRUE(same) << names.join(QLatin1String(", ")).toStdString();
+    }
+}
+
+TEST_F(LVBundledTest, PointwiseFiltersAreRecognised)
+{
+    const QStringList pointwise = {"Colour Adjust", "Chroma Key", "Vignette", "Black and White", "Lower Third",
+                                   "Title",         "Clock",      "Ticker",   "Image Overlay",   "Border"};
+    const QStringList sampling = {"Blur", "Sharpen", "Mirror", "Crop and Zoom", "Pixelate", "Dissolve"};
+    for (const QString& name : pointwise)
+        EXPECT_TRUE(qc(make(name))->renderer()->composition().isPointwise()) << name.toStdString();
+    for (const QString& name : sampling)
+        EXPECT_FALSE(qc(make(name))->renderer()->composition().isPointwise()) << name.toStdString();
+}

@@ -1,0 +1,381 @@
+// The composition runtime: headers, parameters, compiling old GLSL, passes, built-ins.
+#include "LVEffectsTestSupport.h"
+
+#include "core/LVKeyedArchive.h"
+#include "effects/composition/LVAnimatedImage.h"
+#include "effects/composition/LVISFExpression.h"
+
+#include <QPointF>
+
+namespace {
+
+const QByteArray kAllInputs = R"(/*{
+    "DESCRIPTION": "every kind of input",
+    "CREDIT": "someone",
+    "INPUTS": [
+        {"NAME": "inputImage", "TYPE": "image"},
+        {"NAME": "flag", "TYPE": "bool", "DEFAULT": true},
+        {"NAME": "mode", "LABEL": "Mode", "TYPE": "long", "VALUES": [0, 5], "LABELS": ["A", "B"], "DEFAULT": 5},
+        {"NAME": "gain", "LABEL": "Gain", "TYPE": "float", "DEFAULT": 0.5, "MIN": 0, "MAX": 2},
+        {"NAME": "loose", "TYPE": "float", "DEFAULT": 3},
+        {"NAME": "Font_Size", "TYPE": "float", "DEFAULT": 0.1},
+        {"NAME": "Font_Name", "TYPE": "text", "DEFAULT": "DejaVu Sans"},
+        {"NAME": "caption", "LABEL": "static_text", "TYPE": "text", "DEFAULT": "hello"},
+        {"NAME": "where", "TYPE": "point2D", "DEFAULT": [1, 2], "MIN": [0, 0], "MAX": [10, 10]},
+        {"NAME": "tint", "TYPE": "color", "DEFAULT": [1, 0, 0, 1]},
+        {"NAME": "logo", "TYPE": "image"},
+        {"NAME": "bang", "TYPE": "event"},
+        {"NAME": "Logo_X_Position", "TYPE": "float"},
+        {"NAME": "Logo_Y_Position", "TYPE": "float"},
+        {"NAME": "X_Position", "TYPE": "float", "DEFAULT": 0.25},
+        {"NAME": "_hidden", "TYPE": "float"},
+        {"NAME": "shy", "LABEL": "_shy", "TYPE": "float"},
+        {"NAME": "sound", "TYPE": "audio"}
+    ]
+}*/
+void main() { gl_FragColor = IMG_THIS_PIXEL(inputImage); }
+)";
+
+} // namespace
+
+TEST(LVISFExpressionTest, EvaluatesPassSizes)
+{
+    const QHash<QString, double> vars{{QStringLiteral("WIDTH"), 640}, {QStringLiteral("HEIGHT"), 360},
+                                      {QStringLiteral("scale"), 4}};
+    const struct {
+        const char* expr;
+        std::optional<double> value;
+    } cases[] = {
+        {"$WIDTH/2", 320},           {"floor($HEIGHT/$scale)+1", 91}, {"max(1.0, $WIDTH*-0.5)", 1},
+        {"-(2+3)*2", -10},           {"pow(2,3)", 8},                 {"$DEPTH", std::nullopt},
+        {"$WIDTH/", std::nullopt},   {"nope(1)", std::nullopt},       {"(1", std::nullopt},
+    };
+    for (const auto& c : cases) EXPECT_EQ(LVISFEvaluate(QString::fromLatin1(c.expr), vars), c.value) << c.expr;
+}
+
+TEST_F(LVEffectsTest, DamagedCompositionsAreReportedWithFileAndLine)
+{
+    const struct {
+        const char* text;
+        const char* message;
+        int line;
+    } cases[] = {
+        {"void main() {}", "no /*{", 1},
+        {"/*{\n  \"INPUTS\": [\n  {\"NAME\": \"a\",, }\n]}*/\nvoid main(){}", "not valid JSON", 3},
+        {"/*{\"INPUTS\": {}}*/", "\"INPUTS\" is not an array", 1},
+        {"/*{\"INPUTS\": [{\"NAME\": \"a\", \"TYPE\": \"float3\"}]}*/", "unknown TYPE \"float3\"", 1},
+        {"/*{\"INPUTS\": [{\"NAME\": \"a\", \"TYPE\": \"float\"}, {\"NAME\": \"a\", \"TYPE\": \"bool\"}]}*/", "declared twice", 1},
+        {"/*{\"INPUTS\": [{\"TYPE\": \"float\"}]}*/", "no usable NAME", 1},
+        {"/*{\"IMPORTED\": {\"pic\": {\"PATH\": \"missing.png\"}}}*/", "imported image \"pic\" not found", 1},
+        {"/*{\"PASSES\": [{\"TARGET\": \"gain\"}], \"INPUTS\": [{\"NAME\": \"gain\", \"TYPE\": \"float\"}]}*/",
+         "has the name of an input", 1},
+    };
+    for (const auto& c : cases) {
+        const QString path = write(QStringLiteral("Broken.fs"), c.text);
+        const auto composition = LVComposition::parse(path, c.text, {});
+        EXPECT_FALSE(composition->isValid()) << c.text;
+        EXPECT_TRUE(composition->error().startsWith(QStringLiteral("%1:%2: ").arg(path).arg(c.line)))
+            << composition->error().toStdString();
+        EXPECT_TRUE(composition->error().contains(QLatin1String(c.message))) << composition->error().toStdString();
+    }
+}
+
+TEST_F(LVEffectsTest, InputsBecomeParametersByTheirRules)
+{
+    const auto c = LVComposition::parse(write(QStringLiteral("All.fs"), kAllInputs), kAllInputs, {});
+    ASSERT_TRUE(c->isValid()) << c->error().toStdString();
+    EXPECT_EQ(c->imageInputKey(), QStringLiteral("inputImage"));
+    EXPECT_TRUE(c->isFilter());
+    EXPECT_TRUE(c->isPointwise());
+
+    struct Expected {
+        const char* key;
+        const char* name;
+        LVParameterType type;
+        QVariant def, min, max;
+    };
+    const Expected expected[] = {
+        {"flag", "flag", LVParameterType::Bool, true, {}, {}},
+        {"mode", "Mode", LVParameterType::Choice, 5, {}, {}},
+        {"gain", "Gain", LVParameterType::Float, 0.5, 0.0, 2.0},
+        {"loose", "loose", LVParameterType::Float, 3.0, {}, {}},
+        {"Font_Size", "Font_Size", LVParameterType::Float, 0.1, 0.01, 2.0},
+        {"Font_Name", "Font_Name", LVParameterType::Text, QStringLiteral("DejaVu Sans"), {}, {}},
+        {"where", "where", LVParameterType::Point2D, QPointF(1, 2), QPointF(0, 0), QPointF(10, 10)},
+        {"tint", "tint", LVParameterType::Color, QColor::fromRgbF(1, 0, 0, 1), {}, {}},
+        {"logo", "logo", LVParameterType::Image, QString(), {}, {}},
+        {"bang", "bang", LVParameterType::Event, false, {}, {}},
+        {"Logo_X_Position", "Logo Position", LVParameterType::Float, 0.0, -1.0, 1.0},
+        {"Logo_Y_Position", "Logo Position Y", LVParameterType::Float, 0.0, -1.0, 1.0},
+        {"X_Position", "X_Position", LVParameterType::Float, 0.25, -1.0, 1.0},
+    };
+    const LVParameterList parameters = c->parameters();
+    ASSERT_EQ(parameters.size(), std::size(expected));
+    for (size_t i = 0; i < parameters.size(); ++i) {
+        const LVParameter& p = parameters[i];
+        const Expected& e = expected[i];
+        EXPECT_EQ(p.key, QLatin1String(e.key));
+        EXPECT_EQ(p.name, QLatin1String(e.name)) << e.key;
+        EXPECT_EQ(p.type, e.type) << e.key;
+        EXPECT_EQ(p.defaultValue, e.def) << e.key;
+        EXPECT_EQ(p.minimum, e.min) << e.key;
+        EXPECT_EQ(p.maximum, e.max) << e.key;
+    }
+    EXPECT_EQ(parameters[1].choiceLabels, (QStringList{QStringLiteral("A"), QStringLiteral("B")}));
+    EXPECT_EQ(parameters[1].choiceValues, (QList<int>{0, 5}));
+}
+
+TEST_F(LVEffectsTest, SavedValuesAreClampedAndRoundTrip)
+{
+    write(QStringLiteral("All.fs"), kAllInputs);
+    LVEffectRef effect = make(QStringLiteral("All"));
+    ASSERT_TRUE(effect);
+    EXPECT_EQ(qc(effect)->patchAttributes().size(), 13);
+    effect->setParameterValue(QStringLiteral("gain"), 1.5);
+    effect->setName(QStringLiteral("Mine"));
+    const QByteArray data = LVEffect::dataFromEffect(*effect);
+
+    LVKeyedUnarchiver reader(data);
+    QJsonObject saved = reader.object();
+    EXPECT_EQ(saved.value(QStringLiteral("fileName")).toString(), QStringLiteral("All.fs"));
+    EXPECT_EQ(saved.value(QStringLiteral("class")).toString(), QStringLiteral("LVQCEffect"));
+    EXPECT_FALSE(saved.contains(QStringLiteral("_hidden")));
+    EXPECT_FALSE(saved.contains(QStringLiteral("caption")));
+
+    LVEffectRef restored = LVEffect::effectFromData(data, ctx.get());
+    ASSERT_TRUE(restored);
+    EXPECT_EQ(restored->name(), QStringLiteral("Mine"));
+    EXPECT_DOUBLE_EQ(restored->parameterValue(QStringLiteral("gain")).toDouble(), 1.5);
+    EXPECT_DOUBLE_EQ(qc(restored)->renderer()->valueForInputKey(QStringLiteral("gain")).toDouble(), 1.5);
+
+    // A hand-edited setup: out of range, wrong type, unknown menu value.
+    saved.insert(QStringLiteral("gain"), 99);
+    saved.insert(QStringLiteral("Logo_X_Position"), -7);
+    saved.insert(QStringLiteral("flag"), QStringLiteral("yes"));
+    saved.insert(QStringLiteral("mode"), 3);
+    LVKeyedArchiver edited;
+    for (auto it = saved.begin(); it != saved.end(); ++it) edited.encodeValue(it.key(), it.value());
+    LVEffectRef clamped = LVEffect::effectFromData(edited.finishEncoding(), ctx.get());
+    ASSERT_TRUE(clamped);
+    EXPECT_DOUBLE_EQ(clamped->parameterValue(QStringLiteral("gain")).toDouble(), 2.0);
+    EXPECT_DOUBLE_EQ(clamped->parameterValue(QStringLiteral("Logo_X_Position")).toDouble(), -1.0);
+    EXPECT_EQ(clamped->parameterValue(QStringLiteral("flag")).toBool(), true);
+    EXPECT_EQ(clamped->parameterValue(QStringLiteral("mode")).toInt(), 5);
+    EXPECT_DOUBLE_EQ(qc(clamped)->renderer()->valueForInputKey(QStringLiteral("gain")).toDouble(), 2.0);
+}
+
+TEST_F(LVEffectsTest, CompileErrorDrawsNothingAndTheChainGoesOn)
+{
+    write(QStringLiteral("Bad.fs"), "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"}]}*/\n"
+                                    "void main() {\n"
+                                    "    gl_FragColor = vec4(undeclaredThing);\n"
+                                    "}\n");
+    write(QStringLiteral("Red.fs"), "/*{}*/\nvoid main() { gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0); }\n");
+    testing::internal::CaptureStderr();
+    chain = {make(QStringLiteral("Bad")), make(QStringLiteral("Red"))};
+    Frame first = render(solid(Qt::blue));
+    render(solid(Qt::blue));
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(first.at(3, 3), (ARGB{255, 255, 0, 0}));
+    const std::string where = (dir.filePath(QStringLiteral("Bad.fs")) + QStringLiteral(":3: ")).toStdString();
+    EXPECT_NE(log.find(where), std::string::npos) << log;
+    EXPECT_NE(log.find("undeclaredThing"), std::string::npos) << log;
+    // Reported once, not every frame.
+    EXPECT_EQ(log.find("does not compile"), log.rfind("does not compile")) << log;
+
+    chain = {make(QStringLiteral("Bad"))};
+    EXPECT_EQ(render(solid(Qt::blue)).at(0, 0), (ARGB{255, 0, 0, 255}));
+}
+
+// Written the way much published ISF is: GLSL 1.20, varyings from a companion vertex
+// shader, texture2D, gl_FragColor and a __VERSION__ branch.
+TEST_F(LVEffectsTest, OldStyleShaderWithCompanionVertexShaderCompilesUnchanged)
+{
+    write(QStringLiteral("Shift.fs"), R"(/*{
+    "ISFVSN": "2",
+    "INPUTS": [{"NAME": "inputImage", "TYPE": "image"}, {"NAME": "shift", "TYPE": "float", "DEFAULT": 1.0}]
+}*/
+#version 120
+#if __VERSION__ <= 120
+varying vec2 left_coord;
+#else
+in vec2 left_coord;
+#endif
+void main()
+{
+    gl_FragColor = texture2D(inputImage, left_coord);
+}
+)");
+    write(QStringLiteral("Shift.vs"), R"(#version 120
+varying vec2 left_coord;
+void main()
+{
+    isf_vertShaderInit();
+    left_coord = isf_FragNormCoord - vec2(shift / RENDERSIZE.x, 0.0);
+}
+)");
+    QImage stripes(16, 8, QImage::Format_ARGB32);
+    for (int x = 0; x < 16; ++x)
+        for (int y = 0; y < 8; ++y) stripes.setPixel(x, y, x % 2 ? 0xFFFF0000u : 0xFF0000FFu);
+    chain = {make(QStringLiteral("Shift"))};
+    ASSERT_TRUE(qc(chain[0])->renderer()->isUsable());
+    const Frame f = render(stripes);
+    for (int x = 1; x < 16; ++x) EXPECT_EQ(f.at(x, 4), (x % 2 ? ARGB{255, 0, 0, 255} : ARGB{255, 255, 0, 0})) << x;
+}
+
+TEST_F(LVEffectsTest, PersistentFloatBufferAccumulatesAcrossFrames)
+{
+    write(QStringLiteral("Accumulate.fs"), R"(/*{
+    "INPUTS": [{"NAME": "step", "TYPE": "float", "DEFAULT": 0.1}],
+    "PASSES": [{"TARGET": "sum", "PERSISTENT": true, "FLOAT": true, "WIDTH": "1", "HEIGHT": "1"}, {}]
+}*/
+void main()
+{
+    if (PASSINDEX == 0)
+        gl_FragColor = IMG_NORM_PIXEL(sum, vec2(0.5)) + vec4(step);
+    else
+        gl_FragColor = vec4(IMG_NORM_PIXEL(sum, vec2(0.5)).rgb, 1.0);
+}
+)");
+    chain = {make(QStringLiteral("Accumulate"))};
+    // 0.1 five times is exactly 0.5 only in a float buffer (8-bit steps would drift).
+    Frame f;
+    for (int i = 0; i < 5; ++i) f = render(solid(Qt::black));
+    EXPECT_EQ(f.at(0, 0), (ARGB{255, 128, 128, 128}));
+}
+
+TEST_F(LVEffectsTest, PassSizesTargetsAndSkippedPasses)
+{
+    write(QStringLiteral("Sizes.fs"), R"(/*{
+    "INPUTS": [{"NAME": "divisor", "TYPE": "float", "DEFAULT": 4.0}],
+    "PASSES": [
+        {"TARGET": "small", "WIDTH": "$WIDTH/$divisor", "HEIGHT": "$HEIGHT/2"},
+        {"TARGET": "unused"},
+        {}
+    ]
+}*/
+void main()
+{
+    if (PASSINDEX == 0)
+        gl_FragColor = vec4(RENDERSIZE / 255.0, 0.0, 1.0);
+    else if (PASSINDEX == 1)
+        gl_FragColor = vec4(1.0);
+    else
+        gl_FragColor = vec4(IMG_NORM_PIXEL(small, vec2(0.5)).rg, IMG_SIZE(small).x / 255.0, 1.0);
+}
+)");
+    chain = {make(QStringLiteral("Sizes"))};
+    const auto& passes = qc(chain[0])->renderer()->composition().passes();
+    EXPECT_TRUE(passes[0].read);
+    // The second pass's target appears nowhere in the shader: nobody reads it.
+    EXPECT_FALSE(passes[1].read);
+    EXPECT_EQ(render(solid(Qt::black)).at(0, 0), (ARGB{255, 4, 4, 4}));
+    chain[0]->setParameterValue(QStringLiteral("divisor"), 2.0);
+    EXPECT_EQ(render(solid(Qt::black)).at(0, 0), (ARGB{255, 8, 4, 8}));
+}
+
+TEST_F(LVEffectsTest, BuiltInsTimeFrameIndexAndPreviewFreeze)
+{
+    write(QStringLiteral("Clocked.fs"), R"(/*{
+    "INPUTS": [{"NAME": "LVPatchTimeResetInPreview", "TYPE": "bool", "DEFAULT": true}]
+}*/
+void main() { gl_FragColor = vec4(TIME / 10.0, float(FRAMEINDEX) / 255.0, TIMEDELTA / 10.0, 1.0); }
+)");
+    LVEffectRef effect = make(QStringLiteral("Clocked"));
+    ASSERT_TRUE(qc(effect)->freezesTimeInPreview());
+    chain = {effect};
+    ctx->setFrameTime(100.0);
+    effect->setMode(LVModeLive);
+    EXPECT_EQ(render(solid(Qt::black), 100.0).at(0, 0), (ARGB{255, 0, 0, 0}));
+    EXPECT_EQ(render(solid(Qt::black), 102.0).at(0, 0), (ARGB{255, 51, 1, 51}));
+    EXPECT_EQ(render(solid(Qt::black), 106.0).at(0, 0), (ARGB{255, 153, 2, 102}));
+    effect->setMode(LVModePreview);
+    EXPECT_EQ(render(solid(Qt::black), 108.0).at(0, 0)[1], 0);
+    EXPECT_EQ(render(solid(Qt::black), 109.0).at(0, 0)[1], 0);
+}
+
+TEST_F(LVEffectsTest, ImportedImagesAndAnimatedImageInputs)
+{
+    QImage green(2, 2, QImage::Format_ARGB32);
+    green.fill(Qt::green);
+    ASSERT_TRUE(green.save(dir.filePath(QStringLiteral("green.png"))));
+    write(QStringLiteral("Imported.fs"), R"(/*{
+    "IMPORTED": {"pic": {"PATH": "green.png"}},
+    "INPUTS": [{"NAME": "movie", "TYPE": "image"}]
+}*/
+void main() { gl_FragColor = isf_FragNormCoord.x < 0.5 ? IMG_NORM_PIXEL(pic, vec2(0.5)) : IMG_NORM_PIXEL(movie, vec2(0.5)); }
+)");
+    LVEffectRef effect = make(QStringLiteral("Imported"));
+    const QString gif = QStringLiteral(LV_TEST_EFFECTS_DATA "/twoframes.gif");
+    effect->setParameterValue(QStringLiteral("movie"), gif);
+    ASSERT_TRUE(qc(effect)->renderer()->hasAnimationForInputKey(QStringLiteral("movie")));
+    chain = {effect};
+    effect->setMode(LVModeLive);
+    const Frame first = render(solid(Qt::black), 0.0);
+    EXPECT_EQ(first.at(2, 2), (ARGB{255, 0, 255, 0}));
+    const ARGB red = first.at(12, 2);
+    EXPECT_GT(red[1], 200);
+    EXPECT_LT(red[3], 60);
+    const ARGB blue = render(solid(Qt::black), 0.35).at(12, 2);
+    EXPECT_LT(blue[1], 60);
+    EXPECT_GT(blue[3], 200);
+}
+
+TEST(LVAnimatedImageTest, PlaysFramesByTimeAndLoops)
+{
+    auto gif = LVAnimatedImage::animatedImageFromFile(QStringLiteral(LV_TEST_EFFECTS_DATA "/twoframes.gif"));
+    ASSERT_TRUE(gif);
+    EXPECT_GE(gif->frameCount(), 2);
+    const double d = gif->duration();
+    EXPECT_FALSE(gif->advance(0.0));
+    EXPECT_TRUE(gif->advance(d * 0.75));
+    EXPECT_GT(qBlue(gif->currentImage().pixel(0, 0)), 200);
+    EXPECT_TRUE(gif->advance(d + 0.01));
+    EXPECT_GT(qRed(gif->currentImage().pixel(0, 0)), 200);
+    QImage still(2, 2, QImage::Format_ARGB32);
+    still.fill(Qt::red);
+    QTemporaryDir dir;
+    still.save(dir.filePath(QStringLiteral("still.png")));
+    EXPECT_FALSE(LVAnimatedImage::animatedImageFromFile(dir.filePath(QStringLiteral("still.png"))));
+}
+
+TEST_F(LVEffectsTest, DroppedFileAppearsInTheCatalogueAndTransitionsAreFiledApart)
+{
+    write(QStringLiteral("Invert.fs"), R"(/*{"INPUTS": [{"NAME": "inputImage", "TYPE": "image"}]}*/
+void main() { vec4 c = IMG_THIS_PIXEL(inputImage); gl_FragColor = vec4(1.0 - c.rgb, c.a); }
+)");
+    write(QStringLiteral("Mix.fs"), R"(/*{"INPUTS": [{"NAME": "startImage", "TYPE": "image"},
+    {"NAME": "endImage", "TYPE": "image"}, {"NAME": "progress", "TYPE": "float"}]}*/
+void main() { gl_FragColor = mix(IMG_THIS_PIXEL(startImage), IMG_THIS_PIXEL(endImage), progress); }
+)");
+    scan();
+    QStringList effects, transitions;
+    for (const auto& f : registry->allEffects()) effects << f->name();
+    for (const auto& f : registry->transitions()) transitions << f->name();
+    EXPECT_TRUE(effects.contains(QStringLiteral("Invert")));
+    EXPECT_TRUE(effects.contains(QStringLiteral("PIP")));
+    EXPECT_EQ(transitions, QStringList{QStringLiteral("Mix")});
+    chain = {make(QStringLiteral("Invert"))};
+    EXPECT_EQ(render(solid(QColor(10, 20, 30))).at(1, 1), (ARGB{255, 245, 235, 225}));
+
+    // ISF's own transition ports: the chain's picture is startImage.
+    LVEffectRef mix = make(QStringLiteral("Mix"));
+    drawPicture(solid(QColor(200, 0, 100)));
+    QImage target = solid(QColor(0, 100, 200));
+    GLuint texture = ctx->textureFromImage(target);
+    mix->doTransitionTo(LVTexture{texture, target.width(), target.height()}, 0.5);
+    EXPECT_EQ(read().at(1, 1), (ARGB{255, 100, 50, 150}));
+    glDeleteTextures(1, &texture);
+}
+
+TEST_F(LVEffectsTest, MissingFileKeepsAnEffectThatDrawsNothing)
+{
+    scan();
+    LVEffectRef effect = LVQCEffect::makeForFile(ctx.get(), QStringLiteral("Nowhere.fs"));
+    ASSERT_TRUE(effect);
+    EXPECT_EQ(effect->name(), QStringLiteral("Nowhere"));
+    EXPECT_EQ(qc(effect)->renderer(), nullptr);
+    EXPECT_TRUE(effect->effectProperties().empty());
+    chain = {effect};
+    EXPECT_EQ(render(solid(Qt::red)).at(0, 0), (ARGB{255, 255, 0, 0}));
+}
