@@ -1,4 +1,5 @@
 #include "app/LVKindRegistration.h"
+#include "effects/registration/LVEffectKinds.h"
 #include "sources/webcam/CamSource.h"
 
 // One include and one call per kind library, in any order: the catalogue orders kinds itself.
@@ -6,4 +7,5 @@
 void LVRegisterAllKinds()
 {
     LVRegisterWebcamKinds();
+    LVRegisterEffectKinds();
 }
