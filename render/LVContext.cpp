@@ -232,18 +232,13 @@ LVTexture LVContext::texture()
 
 void LVContext::fetchOpenGLPixels(void* destination, int rowBytes)
 {
+    // Each GL row (bottom first) goes straight to its place counted from the top: one copy,
+    // and no flipped copy of the frame on the GPU, which costs llvmpipe ten times the read.
     _readRenderer();
-    std::shared_ptr<LVPBuffer> kept = std::move(oglPBuff_);
-    reset(true);
-    if (kept)
-        drawPBuffer({kept->texture, kept->width, kept->height}, true, false);
-    LVPBufferPool::shared().recycle(std::move(kept));
-
-    GLint rowLength = 0;
-    glGetIntegerv(GL_PACK_ROW_LENGTH, &rowLength);
-    glPixelStorei(GL_PACK_ROW_LENGTH, rowBytes / 4);
-    glReadPixels(0, 0, width_, height_, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8, destination);
-    glPixelStorei(GL_PACK_ROW_LENGTH, rowLength);
+    _bindTarget();
+    auto* rows = static_cast<uint8_t*>(destination);
+    for (int y = 0; y < height_; ++y)
+        glReadPixels(0, y, width_, 1, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8, rows + size_t(height_ - 1 - y) * size_t(rowBytes));
 }
 
 void LVContext::drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect)

@@ -68,7 +68,8 @@ public:
     GLuint framebuffer();
     // The current frame's colour texture.
     LVTexture texture();
-    // Reads the frame as A,R,G,B bytes, top row first, rows rowBytes apart.
+    // Reads the frame as A,R,G,B bytes, top row first, rows rowBytes apart; the frame stays
+    // the current one.
     void fetchOpenGLPixels(void* destination, int rowBytes);
     // Draws a texture into the current frame, not flipped, not mirrored.
     void drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect);

@@ -35,9 +35,11 @@ void main() {
 const char* kFragment = R"(#version 330 core
 in vec2 uv;
 uniform sampler2D image;
+uniform bool alphaFirst;
 out vec4 colour;
 void main() {
-    colour = texture(image, uv);
+    vec4 texel = texture(image, uv);
+    colour = alphaFirst ? texel.argb : texel;
 }
 )";
 
@@ -46,6 +48,7 @@ struct Quad {
     GLuint vao = 0;
     GLuint vbo = 0;
     GLint ortho = -1;
+    GLint alphaFirst = -1;
 };
 
 std::unordered_map<void*, Quad>& quads()
@@ -88,6 +91,7 @@ Quad makeQuad()
         LVLog("glLinkProgram: %s", log);
     }
     q.ortho = glGetUniformLocation(q.program, "ortho");
+    q.alphaFirst = glGetUniformLocation(q.program, "alphaFirst");
     GLint previousProgram = 0;
     glGetIntegerv(GL_CURRENT_PROGRAM, &previousProgram);
     glUseProgram(q.program);
@@ -115,7 +119,8 @@ Quad makeQuad()
 
 } // namespace
 
-void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float right, float bottom, float top)
+void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float right, float bottom, float top,
+                LVQuadOutput output)
 {
     void* ctx = eglGetCurrentContext();
     if (!ctx) {
@@ -135,6 +140,7 @@ void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float
 
     glUseProgram(q.program);
     glUniform4f(q.ortho, left, right, bottom, top);
+    glUniform1i(q.alphaFirst, output == LVQuadOutput::AlphaFirstBytes ? 1 : 0);
     glBindVertexArray(q.vao);
     glBindBuffer(GL_ARRAY_BUFFER, q.vbo);
     glBufferSubData(GL_ARRAY_BUFFER, 0, sizeof quad, quad);

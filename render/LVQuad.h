@@ -8,8 +8,14 @@ struct LVQuadVertex {
     float u, v; // source, normalised
 };
 
+// Colour: the texel as it is. AlphaFirstBytes: channels reordered to (a, r, g, b), so that a
+// plain GL_RGBA/GL_UNSIGNED_BYTE read-back, the fast path of every driver, lands in memory as
+// A,R,G,B bytes.
+enum class LVQuadOutput { Colour, AlphaFirstBytes };
+
 // Draws a triangle fan of four vertices sampling texture on unit 0 with the projection
 // glOrtho(left, right, bottom, top, -1, 1) into the bound framebuffer.
-void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float right, float bottom, float top);
+void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float right, float bottom, float top,
+                LVQuadOutput output = LVQuadOutput::Colour);
 // Deletes the drawer of the given (current) EGL context.
 void LVQuadRelease(void* eglContext);

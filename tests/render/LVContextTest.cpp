@@ -92,6 +92,7 @@ TEST_F(LVContextTest, ReadBackIsArgbTopRowFirstWithRowStride)
         for (int y = 1; y < H; ++y)
             EXPECT_EQ(f.at(x, y), x < W / 2 ? kRed : kBlue) << x << "," << y;
     }
+    EXPECT_EQ(read(12).bytes, f.bytes); // reading leaves the frame as it was
     // Padding between rows stays untouched.
     for (int y = 0; y < H; ++y)
         for (int i = 0; i < 12; ++i)
