@@ -1,9 +1,17 @@
 // Lumaveil's composition root: builds every object, wires the interfaces, runs.
+#include "app/LVCommandLine.h"
+#include "app/LVHeadlessJob.h"
 #include "app/LVKindRegistration.h"
+#include "app/LVQuitOnSignal.h"
+#include "core/LVDefaults.h"
+#include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
+#include "gui/main/LVMainWindow.h"
+#include "setups/model/LVSetupManager.h"
 
+#include <QApplication>
 #include <QCoreApplication>
-#include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QStringList>
 
@@ -37,7 +45,6 @@ void printCatalogue(const char* title, const LVEffectRegistry::FactoryList& list
 
 int listEffects()
 {
-    LVRegisterAllKinds();
     LVEffectRegistry registry(effectFolders());
     registry.findEffects();
     printCatalogue("Sources", registry.allSources());
@@ -46,14 +53,67 @@ int listEffects()
     return 0;
 }
 
+QStringList rawArguments(int argc, char** argv)
+{
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i) arguments.append(QString::fromLocal8Bit(argv[i]));
+    return arguments;
+}
+
+int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folders)
+{
+    LVDefaults& defaults = LVDefaults::standardUserDefaults();
+    LVLaunchOptions options;
+    options.folders = folders;
+    QString error;
+    std::unique_ptr<Lumaveil> lumaveil = Lumaveil::create(defaults, options, &error);
+    if (!lumaveil) {
+        std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
+        return 1;
+    }
+    LVSetupManager setupManager(defaults, lumaveil->context());
+    setupManager.startup();
+    lumaveil->setSetupCatalog(&setupManager);
+    LVMainWindow window(*lumaveil);
+    window.setSetupManager(&setupManager);
+    // --setup, else the auto-load setup, else the embedded default.
+    if (!LVBuildChain(*lumaveil, commandLine, &error)) {
+        lumaveil->applicationWillTerminate();
+        std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
+        return 2;
+    }
+    window.show();
+    window.showBetaNagIfNeeded();
+    LVQuitOnSignal quitOnSignal;
+    const int status = QApplication::exec();
+    lumaveil->applicationWillTerminate();
+    return status;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Lumaveil"));
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.contains(QStringLiteral("--list-effects"))) return listEffects();
-    std::fprintf(stderr, "usage: lumaveil --list-effects\n");
-    return 2;
+    QElapsedTimer sinceStart;
+    sinceStart.start();
+    LVCommandLine commandLine;
+    QString error;
+    if (!LVParseCommandLine(rawArguments(argc, argv), &commandLine, &error)) {
+        std::fprintf(stderr, "lumaveil: %s\n%s", qPrintable(error), qPrintable(LVCommandLineUsage()));
+        return 2;
+    }
+    if (commandLine.help) {
+        std::printf("%s", qPrintable(LVCommandLineUsage()));
+        return 0;
+    }
+    LVRegisterAllKinds();
+    if (commandLine.headless || commandLine.listEffects) {
+        QCoreApplication app(argc, argv);
+        QCoreApplication::setApplicationName(QStringLiteral("Lumaveil"));
+        if (commandLine.listEffects) return listEffects();
+        return LVRunHeadless(commandLine, effectFolders(), sinceStart);
+    }
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Lumaveil"));
+    return runMainWindow(commandLine, effectFolders());
 }

@@ -1,0 +1,145 @@
+#include "app/LVCommandLine.h"
+
+#include "core/LVVideoSizes.h"
+
+#include <QCommandLineParser>
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+int editDistance(const QString& a, const QString& b)
+{
+    std::vector<int> row(size_t(b.size()) + 1);
+    for (size_t j = 0; j < row.size(); ++j) row[j] = int(j);
+    for (int i = 1; i <= a.size(); ++i) {
+        int diagonal = row[0];
+        row[0] = i;
+        for (int j = 1; j <= b.size(); ++j) {
+            const int above = row[size_t(j)];
+            const int cost = a[i - 1] == b[j - 1] ? 0 : 1;
+            row[size_t(j)] = std::min({above + 1, row[size_t(j) - 1] + 1, diagonal + cost});
+            diagonal = above;
+        }
+    }
+    return row.back();
+}
+
+} // namespace
+
+QString LVCommandLineUsage()
+{
+    return QStringLiteral(
+        "usage: lumaveil [--headless [options]] | --list-effects\n"
+        "  --headless            render and publish frames with no window\n"
+        "  --video-size WxH      output size for this run (%1 to %2 per side)\n"
+        "  --fps N               frames per second for this run (%3 to %4)\n"
+        "  --frames N            stop after N frames\n"
+        "  --source NAME         the chain's source, by catalogue name\n"
+        "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
+        "  --setup NAME|FILE     load a saved setup by name or from a file\n"
+        "  --bench               render as fast as possible and print timing as JSON\n"
+        "  --list-effects        print the catalogues and exit\n")
+        .arg(LVMinVideoDimension)
+        .arg(LVMaxVideoDimension)
+        .arg(LVMinFrameRate)
+        .arg(LVMaxFrameRate);
+}
+
+bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine, QString* error)
+{
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    const QCommandLineOption headless(QStringLiteral("headless"));
+    const QCommandLineOption listEffects(QStringLiteral("list-effects"));
+    const QCommandLineOption bench(QStringLiteral("bench"));
+    const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
+    const QCommandLineOption videoSize(QStringLiteral("video-size"), QString(), QStringLiteral("WxH"));
+    const QCommandLineOption fps(QStringLiteral("fps"), QString(), QStringLiteral("N"));
+    const QCommandLineOption frames(QStringLiteral("frames"), QString(), QStringLiteral("N"));
+    const QCommandLineOption source(QStringLiteral("source"), QString(), QStringLiteral("NAME"));
+    const QCommandLineOption effect(QStringLiteral("effect"), QString(), QStringLiteral("NAME"));
+    const QCommandLineOption setup(QStringLiteral("setup"), QString(), QStringLiteral("NAME|FILE"));
+    parser.addOptions({headless, listEffects, bench, help, videoSize, fps, frames, source, effect, setup});
+    if (!parser.parse(arguments)) {
+        *error = parser.errorText();
+        return false;
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        *error = QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().front());
+        return false;
+    }
+    LVCommandLine result;
+    result.headless = parser.isSet(headless);
+    result.listEffects = parser.isSet(listEffects);
+    result.bench = parser.isSet(bench);
+    result.help = parser.isSet(help);
+    if (parser.isSet(videoSize)) {
+        QSize size;
+        if (!LVValidateVideoSize(parser.value(videoSize), &size, error)) return false;
+        result.videoSize = size;
+    }
+    if (parser.isSet(fps)) {
+        int rate = 0;
+        if (!LVValidateFrameRate(parser.value(fps), &rate, error)) return false;
+        result.frameRate = rate;
+    }
+    if (parser.isSet(frames)) {
+        bool ok = false;
+        const qint64 count = parser.value(frames).toLongLong(&ok);
+        if (!ok || count < 1) {
+            *error = QStringLiteral("frame count \"%1\" is not allowed; use a whole number of 1 or more")
+                         .arg(parser.value(frames));
+            return false;
+        }
+        result.frames = count;
+    }
+    result.source = parser.value(source);
+    result.effects = parser.values(effect);
+    result.setup = parser.value(setup);
+    const bool needsHeadless = result.bench || result.videoSize || result.frameRate || result.frames ||
+                               !result.source.isEmpty() || !result.effects.isEmpty();
+    if (needsHeadless && !result.headless) {
+        *error = QStringLiteral("--video-size, --fps, --frames, --source, --effect and --bench need --headless");
+        return false;
+    }
+    if (!result.setup.isEmpty() && (!result.source.isEmpty() || !result.effects.isEmpty())) {
+        *error = QStringLiteral("--setup cannot be combined with --source or --effect");
+        return false;
+    }
+    *commandLine = result;
+    return true;
+}
+
+QStringList LVCloseMatches(const QString& name, const QStringList& candidates)
+{
+    const QString wanted = name.toCaseFolded();
+    std::vector<std::pair<int, QString>> scored;
+    for (const QString& candidate : candidates) {
+        const QString folded = candidate.toCaseFolded();
+        int score = editDistance(wanted, folded);
+        const bool contains = !wanted.isEmpty() && (folded.contains(wanted) || wanted.contains(folded));
+        if (contains) score = std::min(score, 1);
+        const int allowed = std::max(2, int(wanted.size()) / 3);
+        if (score <= allowed) scored.emplace_back(score, candidate);
+    }
+    std::stable_sort(scored.begin(), scored.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    QStringList matches;
+    for (const auto& [score, candidate] : scored) {
+        if (matches.size() == 5) break;
+        if (!matches.contains(candidate)) matches.append(candidate);
+    }
+    return matches;
+}
+
+QString LVUnknownNameMessage(const QString& what, const QString& name, const QStringList& candidates)
+{
+    const QStringList close = LVCloseMatches(name, candidates);
+    if (!close.isEmpty()) {
+        return QStringLiteral("unknown %1 \"%2\"; did you mean: %3?").arg(what, name, close.join(QStringLiteral(", ")));
+    }
+    if (candidates.isEmpty()) return QStringLiteral("unknown %1 \"%2\"; none are installed").arg(what, name);
+    return QStringLiteral("unknown %1 \"%2\"; known: %3").arg(what, name, candidates.join(QStringLiteral(", ")));
+}

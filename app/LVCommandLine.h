@@ -1,0 +1,31 @@
+#pragma once
+// Lumaveil's command line: the headless main job's options, checked before anything starts.
+#include <QSize>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+struct LVCommandLine {
+    bool headless = false;
+    bool listEffects = false;
+    bool bench = false;
+    bool help = false;
+    std::optional<QSize> videoSize;
+    std::optional<int> frameRate;
+    std::optional<qint64> frames;
+    QString source;
+    QStringList effects;  // in chain order
+    QString setup;        // a saved setup's name or a setup file
+};
+
+// Parses arguments (the program name first). On refusal error says what was wrong and
+// what is allowed.
+bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine, QString* error);
+QString LVCommandLineUsage();
+
+// Names from candidates that look like name (case, a typo or two, a part of it), closest
+// first, at most five.
+QStringList LVCloseMatches(const QString& name, const QStringList& candidates);
+// "unknown effect "X"; did you mean: A, B?" or "...; known effects: ..." when nothing is close.
+QString LVUnknownNameMessage(const QString& what, const QString& name, const QStringList& candidates);

@@ -1,0 +1,232 @@
+#include "app/LVHeadlessJob.h"
+
+#include "app/LVQuitOnSignal.h"
+#include "core/LVDefaults.h"
+#include "core/Lumaveil.h"
+#include "render/LVContext.h"
+#include "render/transport/LVShmem.h"
+#include "setups/model/LVSetupManager.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+QStringList factoryNames(const LVEffectRegistry::FactoryList& list)
+{
+    QStringList names;
+    for (const auto& factory : list) names.append(factory->name());
+    return names;
+}
+
+double percentile(std::vector<double> samples, double fraction)
+{
+    if (samples.empty()) return 0;
+    std::sort(samples.begin(), samples.end());
+    const size_t index = std::min(samples.size() - 1, size_t(fraction * double(samples.size() - 1) + 0.5));
+    return samples[index];
+}
+
+double round3(double value)
+{
+    return double(qRound64(value * 1000.0)) / 1000.0;
+}
+
+using Clock = std::chrono::steady_clock;
+
+double millisecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+void printJson(const QJsonObject& object)
+{
+    std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
+    std::fflush(stdout);
+}
+
+// Renders as fast as possible: the whole frame, then the read-back + publish floor alone.
+QJsonObject runBench(Lumaveil& app, qint64 frames)
+{
+    constexpr int warmUp = 10;
+    std::vector<double> frameMs;
+    frameMs.reserve(size_t(frames));
+    for (int i = 0; i < warmUp; ++i) app.renderFrame();
+    const auto benchStart = Clock::now();
+    for (qint64 i = 0; i < frames; ++i) {
+        const auto start = Clock::now();
+        app.renderFrame();
+        frameMs.push_back(millisecondsSince(start));
+    }
+    const double totalMs = millisecondsSince(benchStart);
+
+    LVContext& context = *app.context();
+    std::vector<double> floorMs;
+    floorMs.reserve(size_t(frames));
+    for (qint64 i = 0; i < frames; ++i) {
+        const auto start = Clock::now();
+        context.reset(false);
+        app.shmem().publishFrame(context, app.frameRate());
+        floorMs.push_back(millisecondsSince(start));
+    }
+    double floorTotal = 0;
+    for (double ms : floorMs) floorTotal += ms;
+
+    const double p50 = percentile(frameMs, 0.5);
+    const double floorP50 = percentile(floorMs, 0.5);
+    QJsonObject result{
+        {QStringLiteral("width"), context.width()},
+        {QStringLiteral("height"), context.height()},
+        {QStringLiteral("chain"), LVChainDescription(app)},
+        {QStringLiteral("floor_fps"), round3(double(frames) * 1000.0 / floorTotal)},
+        {QStringLiteral("floor_p50_ms"), round3(floorP50)},
+        {QStringLiteral("floor_p99_ms"), round3(percentile(floorMs, 0.99))},
+        {QStringLiteral("ratio_to_floor"), round3(floorP50 > 0 ? p50 / floorP50 : 0)},
+        {QStringLiteral("frames"), frames},
+        {QStringLiteral("fps"), round3(double(frames) * 1000.0 / totalMs)},
+        {QStringLiteral("p50_ms"), round3(p50)},
+        {QStringLiteral("p99_ms"), round3(percentile(frameMs, 0.99))},
+    };
+    return result;
+}
+
+} // namespace
+
+void LVLoadEmbeddedDefault(Lumaveil& app)
+{
+    app.setNamedSource(QStringLiteral("Test Pattern"));
+    const QStringList effects = factoryNames(app.effects());
+    for (const QString& overlay : {QStringLiteral("Clock"), QStringLiteral("Title")}) {
+        if (effects.contains(overlay)) {
+            app.addNamedEffect(overlay);
+            break;
+        }
+    }
+}
+
+QString LVChainDescription(const Lumaveil& app)
+{
+    QStringList names;
+    for (const auto& effect : app.liveEffects()) names.append(effect->displayName());
+    return names.isEmpty() ? QStringLiteral("(empty)") : names.join(QStringLiteral(" > "));
+}
+
+bool LVBuildChain(Lumaveil& app, const LVCommandLine& commandLine, QString* error)
+{
+    if (!commandLine.source.isEmpty() || !commandLine.effects.isEmpty()) {
+        // Every name is checked before anything is added, so a typo starts nothing.
+        const QStringList sources = factoryNames(app.sources());
+        const QStringList effects = factoryNames(app.effects());
+        if (!commandLine.source.isEmpty() && !sources.contains(commandLine.source)) {
+            *error = LVUnknownNameMessage(QStringLiteral("source"), commandLine.source, sources);
+            return false;
+        }
+        for (const QString& name : commandLine.effects) {
+            if (!effects.contains(name)) {
+                *error = LVUnknownNameMessage(QStringLiteral("effect"), name, effects);
+                return false;
+            }
+        }
+        if (!commandLine.source.isEmpty() && !app.setNamedSource(commandLine.source)) {
+            *error = QStringLiteral("source \"%1\" could not be made").arg(commandLine.source);
+            return false;
+        }
+        for (const QString& name : commandLine.effects) {
+            if (!app.addNamedEffect(name)) {
+                *error = QStringLiteral("effect \"%1\" could not be made").arg(name);
+                app.clearEffects(true);
+                return false;
+            }
+        }
+        return true;
+    }
+    if (!commandLine.setup.isEmpty()) {
+        const bool isFile = QFileInfo(commandLine.setup).isFile();
+        const bool loaded = isFile ? app.loadSetupAtPath(commandLine.setup, false)
+                                   : app.loadNamedSetup(commandLine.setup, false);
+        if (!loaded) {
+            *error = isFile ? QStringLiteral("setup file %1 could not be loaded").arg(commandLine.setup)
+                            : QStringLiteral("no saved setup named \"%1\"").arg(commandLine.setup);
+            return false;
+        }
+        return true;
+    }
+    app.applicationDidFinishLaunching();
+    if (app.liveEffects().empty()) LVLoadEmbeddedDefault(app);
+    return true;
+}
+
+int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folders, const QElapsedTimer& sinceStart)
+{
+    LVDefaults& defaults = LVDefaults::standardUserDefaults();
+    LVLaunchOptions options;
+    options.videoSize = commandLine.videoSize;
+    options.frameRate = commandLine.frameRate;
+    options.startTimer = !commandLine.bench;
+    options.folders = folders;
+    QString error;
+    std::unique_ptr<Lumaveil> app = Lumaveil::create(defaults, options, &error);
+    if (!app) {
+        std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
+        return 1;
+    }
+    app->awakeFromNib();
+    LVSetupManager setupManager(defaults, app->context());
+    setupManager.startup();
+    app->setSetupCatalog(&setupManager);
+    if (!LVBuildChain(*app, commandLine, &error)) {
+        app->applicationWillTerminate();
+        std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
+        return 2;
+    }
+
+    const QString destination =
+        app->isNoVirtualDriver()
+            ? QStringLiteral("nowhere (\"noVirtualDriver\" is on)")
+            : QStringLiteral("shared memory %1").arg(QString::fromStdString(LVShmem::segmentName("com.marrowkit.LVCtrl3")));
+    std::fprintf(stderr, "lumaveil: headless %dx%d at %d fps, chain: %s, frames to %s\n", app->context()->width(),
+                 app->context()->height(), app->frameRate(), qPrintable(LVChainDescription(*app)),
+                 qPrintable(destination));
+
+    if (commandLine.bench) {
+        const QJsonObject result = runBench(*app, commandLine.frames.value_or(300));
+        app->applicationWillTerminate();
+        printJson(result);
+        return 0;
+    }
+
+    LVQuitOnSignal quitOnSignal;
+    qint64 firstFrameMs = -1;
+    const qint64 limit = commandLine.frames.value_or(0);
+    const auto runStart = Clock::now();
+    QObject::connect(app.get(), &Lumaveil::frameRendered, app.get(), [&](qint64 index) {
+        if (firstFrameMs < 0) firstFrameMs = sinceStart.elapsed();
+        if (limit > 0 && index >= limit) QCoreApplication::quit();
+    });
+    QCoreApplication::exec();
+    const double seconds = millisecondsSince(runStart) / 1000.0;
+    app->applicationWillTerminate();
+
+    std::vector<double> lateness;
+    for (float ms : app->frameStartLateness()) lateness.push_back(std::abs(double(ms)));
+    QJsonObject summary{
+        {QStringLiteral("frames"), app->framesRendered()},
+        {QStringLiteral("seconds"), round3(seconds)},
+        {QStringLiteral("fps"), round3(seconds > 0 ? double(app->framesRendered()) / seconds : 0)},
+        {QStringLiteral("first_frame_ms"), firstFrameMs},
+        {QStringLiteral("late_p50_ms"), round3(percentile(lateness, 0.5))},
+        {QStringLiteral("late_p99_ms"), round3(percentile(lateness, 0.99))},
+    };
+    if (LVQuitOnSignal::receivedSignal() != 0) summary.insert(QStringLiteral("signal"), LVQuitOnSignal::receivedSignal());
+    printJson(summary);
+    return 0;
+}

@@ -1,0 +1,23 @@
+#pragma once
+// The headless main job: the controller and render loop with no window, publishing frames
+// to shared memory until stopped, a frame count is reached or a signal arrives.
+#include "app/LVCommandLine.h"
+#include "core/LVEffectRegistry.h"
+
+#include <QElapsedTimer>
+#include <QString>
+
+class Lumaveil;
+
+// Fills the chain as the command line asks: --source/--effect by catalogue name, else
+// --setup, else the auto-load setup, else the embedded default. False, with error, when a
+// name is unknown or the setup cannot be loaded; the chain is then left empty.
+bool LVBuildChain(Lumaveil& app, const LVCommandLine& commandLine, QString* error);
+// The embedded default: the test pattern with a clock or title overlay, for the kinds
+// that are installed.
+void LVLoadEmbeddedDefault(Lumaveil& app);
+// "Test Pattern > Clock", or "(empty)".
+QString LVChainDescription(const Lumaveil& app);
+
+// Runs the job; sinceStart measures from process start. Answers the exit status.
+int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folders, const QElapsedTimer& sinceStart);

@@ -1,0 +1,88 @@
+#pragma once
+// How the application controller reaches the parts that live above it (studio, outputs,
+// user menu) or below it behind a platform boundary (the frame transport). The composition
+// root plugs implementations in; a missing one is simply skipped in the frame.
+#include "core/LVProxy.h"
+
+#include <QString>
+
+#include <cstdint>
+
+class LVContext;
+
+// The studio's two steps in every frame.
+class LVStudioHooks {
+public:
+    virtual ~LVStudioHooks() = default;
+    // Renders the studio's Preview bus before the live chain.
+    virtual void doit() = 0;
+    // Blends towards the outgoing picture while a transition runs.
+    virtual void applyTransition() = 0;
+    virtual void applicationWillTerminate() = 0;
+};
+
+// The on-screen preview; skipped entirely while hidden.
+class LVPreviewOutput {
+public:
+    virtual ~LVPreviewOutput() = default;
+    virtual bool isPreviewVisible() const = 0;
+    virtual void drawIntoPreview(LVContext& context, bool mirrored) = 0;
+};
+
+// The full-screen output on a chosen display.
+class LVFullScreenOutput {
+public:
+    virtual ~LVFullScreenOutput() = default;
+    virtual void doit(LVContext& context) = 0;
+    // Escape only ends a full-screen preview that covers the main screen.
+    virtual bool isOnMainScreen() const = 0;
+};
+
+// The second published output (a video node other programs can read), made on first use.
+class LVSecondOutput {
+public:
+    virtual ~LVSecondOutput() = default;
+    virtual void publish(LVContext& context) = 0;
+};
+
+// Key presses that the controller does not handle itself (the user menu's shortcuts).
+class LVKeyDispatcher {
+public:
+    virtual ~LVKeyDispatcher() = default;
+    // Qt key code and modifiers; answers true when a shortcut took the key.
+    virtual bool dispatchWithEvent(int key, int modifiers) = 0;
+};
+
+// Kinds that accept dropped files implement these, so the controller can hand them over
+// without knowing the kind.
+class LVMoviePlaylist {
+public:
+    virtual ~LVMoviePlaylist() = default;
+    virtual void addMoviePathToPlayList(const QString& path) = 0;
+};
+
+class LVFileDropReceiver {
+public:
+    virtual ~LVFileDropReceiver() = default;
+    virtual void addFileDrop(const QString& path) = 0;
+};
+
+// Effects that hold a second source of their own (picture-in-picture).
+class LVOtherSourceHolder {
+public:
+    virtual ~LVOtherSourceHolder() = default;
+    virtual LVEffectRef getOtherEffect() const = 0;
+    virtual void setOtherEffect(LVEffectRef effect) = 0;
+};
+
+// Time as the render loop sees it.
+class LVClock {
+public:
+    virtual ~LVClock() = default;
+    // Monotonic seconds: frame scheduling.
+    virtual double now() const = 0;
+    // Wall-clock seconds since the epoch: the frame time effects animate with.
+    virtual double absoluteTime() const = 0;
+};
+
+LVClock& LVSystemClock();

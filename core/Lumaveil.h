@@ -1,0 +1,206 @@
+#pragma once
+// The application controller: owns the render context, the frame transport, the
+// preferences and the catalogues, holds the live chain and runs the render loop.
+#include "core/LVControllerInterfaces.h"
+#include "core/LVEffect.h"
+#include "core/LVEffectRegistry.h"
+
+#include <QObject>
+#include <QSize>
+#include <QStringList>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+class LVContext;
+class LVDefaults;
+class LVShmem;
+class LVSetupCatalog;
+
+// What a launch may set for this run only (never stored).
+struct LVLaunchOptions {
+    std::optional<QSize> videoSize;
+    std::optional<int> frameRate;
+    // Benchmarks and tests drive frames themselves.
+    bool startTimer = true;
+    LVEffectFolders folders;
+};
+
+class Lumaveil : public QObject {
+    Q_OBJECT
+public:
+    static constexpr const char* betaNagText =
+        "This version of Lumaveil is a BETA build.  You should expect problems with it.  I welcome feedback and "
+        "bug reports but I'll most likely not be able to reply.  I also recommend removing any older version of "
+        "the Quicktime component, which is probably installed in /Library/QuickTime/.  This dialog will not "
+        "appear again.";
+    static constexpr const char* betaNagButton = "OK, got it";
+
+    // Start-up: records the instance, registers the preference defaults, makes the context
+    // and the shared-memory transport, applies the stored frame rate (starting the timer),
+    // driver output, second output and mirroring. Null, with error set, when the render
+    // context cannot be made.
+    static std::unique_ptr<Lumaveil> create(LVDefaults& defaults, LVLaunchOptions options, QString* error,
+                                            LVClock* clock = nullptr);
+    ~Lumaveil() override;
+    static Lumaveil* instance();
+
+    // Interface set-up: builds the catalogues.
+    void awakeFromNib();
+    // Merges the auto-load setup, if one is named.
+    void applicationDidFinishLaunching();
+    // Marks the producer not running first, then stores the window frames and tells the studio.
+    void applicationWillTerminate();
+
+    // Parts above plug in here; a missing one is skipped in the frame.
+    void setStudio(std::unique_ptr<LVStudioHooks> studio) { studio_ = std::move(studio); }
+    void setPreview(LVPreviewOutput* preview) { preview_ = preview; }
+    void setPreviewFullScreen(std::unique_ptr<LVFullScreenOutput> output) { previewFullScreen_ = std::move(output); }
+    LVFullScreenOutput* previewFullScreen() const { return previewFullScreen_.get(); }
+    void unSelectScreen() { previewFullScreen_.reset(); }
+    void setSecondOutput(std::unique_ptr<LVSecondOutput> output) { secondOutput_ = std::move(output); }
+    void setKeyDispatcher(LVKeyDispatcher* dispatcher) { keyDispatcher_ = dispatcher; }
+    void setSetupCatalog(LVSetupCatalog* catalog) { setupCatalog_ = catalog; }
+    LVSetupCatalog* setupManager() const { return setupCatalog_; }
+    struct WindowFrames {
+        QString windowFrame;
+        QString previewOrigin;
+    };
+    void setWindowFrameSource(std::function<WindowFrames()> source) { windowFrames_ = std::move(source); }
+
+    LVContext* context() const { return context_.get(); }
+    LVShmem& shmem() const { return *shmem_; }
+    LVDefaults& defaults() const { return defaults_; }
+    LVEffectRegistry& registry() { return registry_; }
+    const LVEffectRegistry::FactoryList& effects() const { return registry_.allEffects(); }
+    const LVEffectRegistry::FactoryList& sources() const { return registry_.allSources(); }
+    const LVEffectRegistry::FactoryList& transitions() const { return registry_.transitions(); }
+
+    // Preferences that apply at once.
+    int frameRate() const { return frameRate_; }
+    void setFrameRate(int rate);
+    bool isNoVirtualDriver() const { return bNoVirtualDriver_; }
+    void setNoVirtualDriver(bool off);
+    bool syphonServerEnabled() const { return syphonServerEnabled_; }
+    void setSyphonServerEnabled(bool enabled);
+    bool isMirrorImagePreview() const { return bMirrorImagePreview_; }
+    void setMirrorImagePreview(bool mirror);
+    QString audioOutputDevice() const;
+    void setAudioOutputDevice(const QString& device);
+
+    // The video size, applied at the next start.
+    QSize videoSize() const;
+    int videoSizeMenuIndex() const;
+    // A menu entry stores its size; "Custom" stores the fields' values.
+    void chooseVideoSizeItem(int index, int customWidth = 0, int customHeight = 0);
+
+    // The one-time pre-release notice: true until betaNagShown().
+    bool needsBetaNag() const;
+    void betaNagShown();
+
+    // The live chain.
+    const std::vector<LVEffectRef>& liveEffects() const { return myEffects_; }
+    bool firstEffectIsSource() const;
+    LVEffectRef source() const;
+    void setSource(const LVEffectRef& effect);
+    void addOneEffect(const LVEffectRef& effect);
+    void removeEffect(const LVEffectRef& effect);
+    void removeOneEffect(int index);
+    void clearEffects(bool includingSource);
+    // The Clear command: the effects go, the source stays.
+    void doClear() { clearEffects(false); }
+    void doSwap(const LVEffectRef& pipEffect);
+    void addEffectsFrom(const std::vector<LVEffectRef>& effects, bool merge, bool ignoreSources);
+    void setEffectEnabled(int index, bool enabled);
+    // Saved setups through the catalogue; false when there is none or the name is unknown.
+    bool loadNamedSetup(const QString& name, bool merge);
+    bool loadSetupAtPath(const QString& path, bool merge);
+
+    LVEffectRef instantiateNamedEffect(const QString& name) const;
+    LVEffectRef instantiateNamedSource(const QString& name) const;
+    bool addNamedEffect(const QString& name);
+    bool setNamedSource(const QString& name);
+
+    // Dropping on the chain table at row: files make a quick effect, else the dragged
+    // rows move there. Answers whether the drop was taken.
+    bool acceptDrop(const QStringList& files, const std::vector<int>& draggedRows, int row);
+    void moveRows(const std::vector<int>& draggedRows, int row);
+    // A movie source, an image overlay or a slide show for dropped files; none when the
+    // files are mixed, unusable or the kind is not installed.
+    LVEffectRef quickEffectFromFiles(const QStringList& files, bool source) const;
+
+    // The selected chain element (one, or none); picture-in-picture commands need one.
+    void setSelectedEffect(const LVEffectRef& effect);
+    LVEffectRef selectedEffect() const { return selected_.lock(); }
+    bool pipSelected() const;
+
+    // Key presses: Escape ends a full-screen preview on the main screen, anything else goes
+    // to the user menu. Answers whether the key was taken.
+    bool sendEvent(int key, int modifiers);
+
+    // The timer callback: takes the next fire date, renders, re-arms.
+    void doit();
+    // One frame without the timer: dispatcher flush, frame time, the live chain.
+    void renderFrame();
+    void doLiveChain();
+    bool isTimerActive() const { return timer_.isActive(); }
+    // Milliseconds the timer was last armed for.
+    int lastTimerInterval() const { return lastInterval_; }
+
+    qint64 framesRendered() const { return framesRendered_; }
+    double measuredFps() const { return measuredFps_; }
+    // How late each timer-driven frame started against its schedule, in milliseconds.
+    const std::vector<float>& frameStartLateness() const { return lateness_; }
+
+signals:
+    void chainChanged();
+    void selectionRequested(int row);
+    void pipSelectedChanged(bool selected);
+    void frameRendered(qint64 frameIndex);
+    void fpsChanged(double fps);
+    void preferenceChanged(const QString& key);
+
+private:
+    Lumaveil(LVDefaults& defaults, LVLaunchOptions options, LVClock& clock);
+    void registerDefaults();
+    void applyVersion();
+    void applyFrameRate(int rate);
+    void armTimer(double fireDate);
+    void drawIntoPreview();
+    void removeAt(int index);
+    void noteFrameDone();
+
+    LVDefaults& defaults_;
+    LVLaunchOptions options_;
+    LVClock& clock_;
+    std::unique_ptr<LVContext> context_;
+    std::unique_ptr<LVShmem> shmem_;
+    LVEffectRegistry registry_;
+    std::vector<LVEffectRef> myEffects_;
+    std::weak_ptr<LVEffect> selected_;
+
+    std::unique_ptr<LVStudioHooks> studio_;
+    LVPreviewOutput* preview_ = nullptr;
+    std::unique_ptr<LVFullScreenOutput> previewFullScreen_;
+    std::unique_ptr<LVSecondOutput> secondOutput_;
+    LVKeyDispatcher* keyDispatcher_ = nullptr;
+    LVSetupCatalog* setupCatalog_ = nullptr;
+    std::function<WindowFrames()> windowFrames_;
+
+    QTimer timer_;
+    int frameRate_ = 15;
+    double scheduledStart_ = 0;
+    int lastInterval_ = -1;
+    bool bNoVirtualDriver_ = false;
+    bool syphonServerEnabled_ = false;
+    bool bMirrorImagePreview_ = false;
+
+    qint64 framesRendered_ = 0;
+    double fpsWindowStart_ = 0;
+    qint64 fpsWindowFrames_ = 0;
+    double measuredFps_ = 0;
+    std::vector<float> lateness_;
+};

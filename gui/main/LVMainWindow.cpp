@@ -1,0 +1,380 @@
+#include "gui/main/LVMainWindow.h"
+
+#include "core/LVAudioOutputs.h"
+#include "core/LVDefaults.h"
+#include "core/LVVideoSizes.h"
+#include "core/Lumaveil.h"
+#include "gui/main/LVChainModel.h"
+#include "gui/main/LVPreviewWidget.h"
+#include "gui/main/LVSettingsPanel.h"
+#include "gui/setups/LVSetupsWindows.h"
+#include "setups/model/LVSetupManager.h"
+
+#include <QActionGroup>
+#include <QComboBox>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QListView>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QScrollArea>
+#include <QSpinBox>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace {
+
+// Frames are stored as "{{x, y}, {w, h}}", origins as "{x, y}".
+QString rectString(const QRect& rect)
+{
+    return QStringLiteral("{{%1, %2}, {%3, %4}}").arg(rect.x()).arg(rect.y()).arg(rect.width()).arg(rect.height());
+}
+
+std::optional<QRect> parseRectString(const QString& text)
+{
+    static const QRegularExpression pattern(
+        QStringLiteral("^\\{\\{(-?\\d+), (-?\\d+)\\}, \\{(\\d+), (\\d+)\\}\\}$"));
+    const auto match = pattern.match(text);
+    if (!match.hasMatch()) return std::nullopt;
+    return QRect(match.captured(1).toInt(), match.captured(2).toInt(), match.captured(3).toInt(),
+                 match.captured(4).toInt());
+}
+
+} // namespace
+
+const QList<int>& LVMainWindow::frameRates()
+{
+    static const QList<int> rates = {5, 10, 12, 15, 20, 24, 25, 30, 50, 60};
+    return rates;
+}
+
+LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(parent), lumaveil_(lumaveil)
+{
+    setWindowTitle(QStringLiteral("Lumaveil"));
+    lumaveil_.awakeFromNib();
+
+    auto* splitter = new QSplitter(Qt::Horizontal, this);
+    preview_ = new LVPreviewWidget(splitter);
+    preview_->setObjectName(QStringLiteral("preview"));
+    splitter->addWidget(preview_);
+
+    auto* side = new QWidget(splitter);
+    auto* sideLayout = new QVBoxLayout(side);
+    auto* sourceRow = new QHBoxLayout;
+    sourceRow->addWidget(new QLabel(tr("Source:"), side));
+    sourceChooser_ = new QComboBox(side);
+    sourceChooser_->setObjectName(QStringLiteral("sourceChooser"));
+    sourceRow->addWidget(sourceChooser_, 1);
+    sideLayout->addLayout(sourceRow);
+
+    chainView_ = new QListView(side);
+    chainView_->setObjectName(QStringLiteral("chain"));
+    chainModel_ = new LVChainModel(lumaveil_, this);
+    chainView_->setModel(chainModel_);
+    chainView_->setDragEnabled(true);
+    chainView_->setAcceptDrops(true);
+    chainView_->setDropIndicatorShown(true);
+    chainView_->setDragDropMode(QAbstractItemView::DragDrop);
+    chainView_->setDefaultDropAction(Qt::CopyAction);
+    chainView_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    sideLayout->addWidget(new QLabel(tr("Chain (drag to reorder, drop image or movie files):"), side));
+    sideLayout->addWidget(chainView_, 1);
+
+    auto* addRow = new QHBoxLayout;
+    effectChooser_ = new QComboBox(side);
+    effectChooser_->setObjectName(QStringLiteral("effectChooser"));
+    auto* addButton = new QPushButton(tr("Add"), side);
+    addButton->setObjectName(QStringLiteral("addEffect"));
+    auto* removeButton = new QPushButton(tr("Remove"), side);
+    removeButton->setObjectName(QStringLiteral("removeEffect"));
+    auto* clearButton = new QPushButton(tr("Clear"), side);
+    clearButton->setObjectName(QStringLiteral("clearEffects"));
+    addRow->addWidget(effectChooser_, 1);
+    addRow->addWidget(addButton);
+    addRow->addWidget(removeButton);
+    addRow->addWidget(clearButton);
+    sideLayout->addLayout(addRow);
+
+    settings_ = new LVSettingsPanel;
+    auto* scroll = new QScrollArea(side);
+    scroll->setWidgetResizable(true);
+    scroll->setWidget(settings_);
+    sideLayout->addWidget(scroll, 1);
+    splitter->addWidget(side);
+    splitter->setStretchFactor(0, 3);
+    splitter->setStretchFactor(1, 2);
+    setCentralWidget(splitter);
+
+    fpsLabel_ = new QLabel(tr("– fps"), this);
+    fpsLabel_->setObjectName(QStringLiteral("fps"));
+    statusBar()->addPermanentWidget(fpsLabel_);
+
+    buildMenus();
+    fillCatalogueChoosers();
+    refreshSourceChooser();
+
+    connect(addButton, &QPushButton::clicked, this, [this] {
+        if (effectChooser_->currentIndex() >= 0) lumaveil_.addNamedEffect(effectChooser_->currentText());
+    });
+    connect(removeButton, &QPushButton::clicked, this, &LVMainWindow::removeSelected);
+    connect(clearButton, &QPushButton::clicked, this, [this] { lumaveil_.doClear(); });
+    connect(sourceChooser_, &QComboBox::activated, this, [this](int index) {
+        if (index == 0) {
+            if (const auto source = lumaveil_.source()) lumaveil_.removeEffect(source);
+        } else {
+            lumaveil_.setNamedSource(sourceChooser_->itemText(index));
+        }
+    });
+    connect(&lumaveil_, &Lumaveil::chainChanged, this, [this] {
+        refreshSourceChooser();
+        if (!lumaveil_.selectedEffect()) settings_->setEffect(nullptr);
+    });
+    connect(chainView_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &LVMainWindow::selectionChanged);
+    connect(chainModel_, &QAbstractItemModel::modelReset, this, [this] {
+        // Keep the selection on the same effect after the chain changed.
+        const auto selected = lumaveil_.selectedEffect();
+        const auto& chain = lumaveil_.liveEffects();
+        for (size_t i = 0; i < chain.size(); ++i) {
+            if (chain[i] == selected) chainView_->setCurrentIndex(chainModel_->index(int(i)));
+        }
+    });
+    connect(&lumaveil_, &Lumaveil::selectionRequested, this,
+            [this](int row) { chainView_->setCurrentIndex(chainModel_->index(row)); });
+    connect(&lumaveil_, &Lumaveil::fpsChanged, this,
+            [this](double fps) { fpsLabel_->setText(tr("%1 fps").arg(fps, 0, 'f', 1)); });
+
+    lumaveil_.setPreview(preview_);
+    lumaveil_.setWindowFrameSource([this] {
+        return Lumaveil::WindowFrames{rectString(geometry()),
+                                      QStringLiteral("{%1, %2}").arg(preview_->mapToGlobal(QPoint()).x())
+                                          .arg(preview_->mapToGlobal(QPoint()).y())};
+    });
+    resize(1000, 600);
+    if (const auto frame = parseRectString(lumaveil_.defaults().stringForKey(QStringLiteral("windowFrame")))) {
+        setGeometry(*frame);
+    }
+}
+
+LVMainWindow::~LVMainWindow()
+{
+    if (setupManager_) setupManager_->setFrameGrabber({});
+    lumaveil_.setPreview(nullptr);
+    lumaveil_.setWindowFrameSource({});
+}
+
+void LVMainWindow::buildMenus()
+{
+    QMenu* videoMenu = menuBar()->addMenu(tr("&Video"));
+    videoSizeMenu_ = videoMenu->addMenu(tr("Video Size"));
+    sizeGroup_ = new QActionGroup(this);
+    const auto& items = LVVideoSizeMenu();
+    const int current = lumaveil_.videoSizeMenuIndex();
+    for (int i = 0; i < int(items.size()); ++i) {
+        QAction* action = videoSizeMenu_->addAction(items[size_t(i)].title);
+        action->setCheckable(true);
+        action->setChecked(i == current);
+        sizeGroup_->addAction(action);
+        connect(action, &QAction::triggered, this, [this, i] { chooseVideoSize(i); });
+    }
+    videoSizeMenu_->addSeparator();
+    videoSizeMenu_->addAction(tr("The new size applies at the next start"))->setEnabled(false);
+
+    frameRateMenu_ = videoMenu->addMenu(tr("Frame Rate"));
+    auto* rateGroup = new QActionGroup(this);
+    for (int rate : frameRates()) {
+        QAction* action = frameRateMenu_->addAction(tr("%1 fps").arg(rate));
+        action->setCheckable(true);
+        action->setChecked(rate == lumaveil_.frameRate());
+        action->setData(rate);
+        rateGroup->addAction(action);
+        connect(action, &QAction::triggered, this, [this, rate] { lumaveil_.setFrameRate(rate); });
+    }
+
+    videoMenu->addSeparator();
+    QAction* mirror = videoMenu->addAction(tr("Mirror Preview"));
+    mirror->setCheckable(true);
+    mirror->setChecked(lumaveil_.isMirrorImagePreview());
+    connect(mirror, &QAction::toggled, this, [this](bool on) { lumaveil_.setMirrorImagePreview(on); });
+    QAction* publish = videoMenu->addAction(tr("Publish to Virtual Camera"));
+    publish->setCheckable(true);
+    publish->setChecked(!lumaveil_.isNoVirtualDriver());
+    connect(publish, &QAction::toggled, this, [this](bool on) { lumaveil_.setNoVirtualDriver(!on); });
+
+    audioMenu_ = videoMenu->addMenu(tr("Audio Output"));
+    connect(audioMenu_, &QMenu::aboutToShow, this, &LVMainWindow::fillAudioMenu);
+
+    QMenu* effectsMenu = menuBar()->addMenu(tr("&Effects"));
+    connect(effectsMenu->addAction(tr("Refresh Catalogues")), &QAction::triggered, this, [this] {
+        lumaveil_.registry().findEffects();
+        fillCatalogueChoosers();
+        refreshSourceChooser();
+    });
+    QAction* swap = effectsMenu->addAction(tr("Swap Picture-in-Picture Source"));
+    swap->setEnabled(lumaveil_.pipSelected());
+    connect(&lumaveil_, &Lumaveil::pipSelectedChanged, swap, &QAction::setEnabled);
+    connect(swap, &QAction::triggered, this, [this] { lumaveil_.doSwap(lumaveil_.selectedEffect()); });
+
+    setupsMenu_ = menuBar()->addMenu(tr("&Setups"));
+    const QStringList titles = {tr("Saved Setups..."), tr("Save Setup..."), tr("Setup Sets...")};
+    for (int i = 0; i < titles.size(); ++i) {
+        QAction* action = setupsMenu_->addAction(titles[i]);
+        action->setEnabled(false);
+        connect(action, &QAction::triggered, this, [this, i] { showSetupsWindow(i); });
+    }
+}
+
+void LVMainWindow::setSetupManager(LVSetupManager* manager)
+{
+    setupManager_ = manager;
+    for (QAction* action : setupsMenu_->actions()) action->setEnabled(manager != nullptr);
+    if (manager) manager->setFrameGrabber([this] { return preview_->frame(); });
+}
+
+std::vector<int> LVMainWindow::selectedRows() const
+{
+    std::vector<int> rows;
+    for (const QModelIndex& index : chainView_->selectionModel()->selectedRows()) rows.push_back(index.row());
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+void LVMainWindow::showSetupsWindow(int which)
+{
+    if (!setupManager_) return;
+    LVSetupsHost host;
+    host.liveEffects = [this] { return lumaveil_.liveEffects(); };
+    host.selectedRows = [this] { return selectedRows(); };
+    host.addEffectsFrom = [this](const std::vector<LVEffectRef>& effects, bool merge) {
+        lumaveil_.addEffectsFrom(effects, merge, false);
+    };
+    host.context = lumaveil_.context();
+    host.defaults = &lumaveil_.defaults();
+    switch (which) {
+    case 0:
+        LVShowSavedSetupsWindow(*setupManager_, host, this);
+        break;
+    case 1:
+        LVShowSaveSetupDialog(*setupManager_, host, this);
+        break;
+    default:
+        LVShowSetupSetsEditor(*setupManager_, this);
+        break;
+    }
+}
+
+void LVMainWindow::fillAudioMenu()
+{
+    audioMenu_->clear();
+    auto* group = new QActionGroup(audioMenu_);
+    const QString chosen = lumaveil_.audioOutputDevice();
+    QStringList names{tr("System Default")};
+    for (const auto& device : LVListAudioOutputDevices()) names.append(device.name);
+    for (int i = 0; i < names.size(); ++i) {
+        QAction* action = audioMenu_->addAction(names[i]);
+        action->setCheckable(true);
+        action->setChecked(i == 0 ? chosen.isEmpty() : names[i] == chosen);
+        group->addAction(action);
+        const QString device = i == 0 ? QString() : names[i];
+        connect(action, &QAction::triggered, this, [this, device] { lumaveil_.setAudioOutputDevice(device); });
+    }
+}
+
+void LVMainWindow::fillCatalogueChoosers()
+{
+    effectChooser_->clear();
+    for (const auto& factory : lumaveil_.effects()) effectChooser_->addItem(factory->name());
+}
+
+void LVMainWindow::refreshSourceChooser()
+{
+    const QSignalBlocker block(sourceChooser_);
+    sourceChooser_->clear();
+    sourceChooser_->addItem(tr("None"));
+    for (const auto& factory : lumaveil_.sources()) sourceChooser_->addItem(factory->name());
+    const auto source = lumaveil_.source();
+    const int index = source ? sourceChooser_->findText(source->name()) : 0;
+    sourceChooser_->setCurrentIndex(std::max(0, index));
+}
+
+void LVMainWindow::chooseVideoSize(int index)
+{
+    const auto& items = LVVideoSizeMenu();
+    if (!items[size_t(index)].isCustom()) {
+        lumaveil_.chooseVideoSizeItem(index);
+        return;
+    }
+    QDialog dialog(this);
+    dialog.setWindowTitle(tr("Custom Video Size"));
+    auto* form = new QFormLayout(&dialog);
+    auto* width = new QSpinBox(&dialog);
+    auto* height = new QSpinBox(&dialog);
+    width->setRange(0, LVMaxVideoDimension);
+    height->setRange(0, LVMaxVideoDimension);
+    const QSize current = lumaveil_.videoSize();
+    width->setValue(current.width());
+    height->setValue(current.height());
+    form->addRow(tr("Width"), width);
+    form->addRow(tr("Height"), height);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
+    form->addRow(buttons);
+    connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    if (dialog.exec() == QDialog::Accepted) {
+        lumaveil_.chooseVideoSizeItem(index, width->value(), height->value());
+    } else {
+        sizeGroup_->actions().at(lumaveil_.videoSizeMenuIndex())->setChecked(true);
+    }
+}
+
+void LVMainWindow::selectionChanged()
+{
+    const QModelIndexList rows = chainView_->selectionModel()->selectedRows();
+    const auto& chain = lumaveil_.liveEffects();
+    if (rows.size() == 1 && rows.front().row() < int(chain.size())) {
+        const auto effect = chain[size_t(rows.front().row())];
+        if (settings_->effect() != effect) settings_->setEffect(effect);
+        lumaveil_.setSelectedEffect(effect);
+    } else {
+        settings_->setEffect(nullptr);
+        lumaveil_.setSelectedEffect(nullptr);
+    }
+}
+
+void LVMainWindow::removeSelected()
+{
+    QModelIndexList rows = chainView_->selectionModel()->selectedRows();
+    std::sort(rows.begin(), rows.end(), [](const QModelIndex& a, const QModelIndex& b) { return a.row() > b.row(); });
+    for (const QModelIndex& index : rows) lumaveil_.removeOneEffect(index.row());
+}
+
+void LVMainWindow::showBetaNagIfNeeded()
+{
+    if (!lumaveil_.needsBetaNag()) return;
+    auto* box = new QMessageBox(QMessageBox::Information, QStringLiteral("Lumaveil"),
+                                QString::fromLatin1(Lumaveil::betaNagText), QMessageBox::NoButton, this);
+    box->setObjectName(QStringLiteral("betaNag"));
+    box->addButton(QString::fromLatin1(Lumaveil::betaNagButton), QMessageBox::AcceptRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
+    lumaveil_.betaNagShown();
+}
+
+void LVMainWindow::keyPressEvent(QKeyEvent* event)
+{
+    if (lumaveil_.sendEvent(event->key(), int(event->modifiers()))) return;
+    if (event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) {
+        removeSelected();
+        return;
+    }
+    QMainWindow::keyPressEvent(event);
+}

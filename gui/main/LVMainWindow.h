@@ -1,0 +1,74 @@
+#pragma once
+// The main window: the live preview, the source chooser, the effect chain with its
+// settings, the video size and frame rate menus and a frames-per-second readout.
+#include <QMainWindow>
+
+#include <vector>
+
+class LVChainModel;
+class LVPreviewWidget;
+class LVSettingsPanel;
+class LVSetupManager;
+class Lumaveil;
+class QActionGroup;
+class QComboBox;
+class QLabel;
+class QListView;
+class QMenu;
+
+class LVMainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    // Builds the catalogues (the interface set-up step) and plugs the preview in.
+    explicit LVMainWindow(Lumaveil& lumaveil, QWidget* parent = nullptr);
+    ~LVMainWindow() override;
+
+    // The one-time pre-release notice, shown without blocking.
+    void showBetaNagIfNeeded();
+    // Enables the Setups menu (saved-setups list, save dialog, sets editor) and lets saved
+    // setups take their icon from the preview.
+    void setSetupManager(LVSetupManager* manager);
+
+    LVPreviewWidget* preview() const { return preview_; }
+    QListView* chainView() const { return chainView_; }
+    LVChainModel* chainModel() const { return chainModel_; }
+    LVSettingsPanel* settingsPanel() const { return settings_; }
+    QComboBox* sourceChooser() const { return sourceChooser_; }
+    QComboBox* effectChooser() const { return effectChooser_; }
+    QLabel* fpsLabel() const { return fpsLabel_; }
+    QMenu* videoSizeMenu() const { return videoSizeMenu_; }
+    QMenu* frameRateMenu() const { return frameRateMenu_; }
+    QMenu* setupsMenu() const { return setupsMenu_; }
+
+    // Frame rates offered in the menu.
+    static const QList<int>& frameRates();
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
+private:
+    void buildMenus();
+    void fillCatalogueChoosers();
+    void refreshSourceChooser();
+    void chooseVideoSize(int index);
+    void fillAudioMenu();
+    void selectionChanged();
+    void removeSelected();
+    std::vector<int> selectedRows() const;
+    void showSetupsWindow(int which);
+
+    Lumaveil& lumaveil_;
+    LVPreviewWidget* preview_ = nullptr;
+    QListView* chainView_ = nullptr;
+    LVChainModel* chainModel_ = nullptr;
+    LVSettingsPanel* settings_ = nullptr;
+    QComboBox* sourceChooser_ = nullptr;
+    QComboBox* effectChooser_ = nullptr;
+    QLabel* fpsLabel_ = nullptr;
+    QMenu* videoSizeMenu_ = nullptr;
+    QMenu* frameRateMenu_ = nullptr;
+    QMenu* audioMenu_ = nullptr;
+    QMenu* setupsMenu_ = nullptr;
+    LVSetupManager* setupManager_ = nullptr;
+    QActionGroup* sizeGroup_ = nullptr;
+};

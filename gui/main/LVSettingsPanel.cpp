@@ -1,0 +1,205 @@
+#include "gui/main/LVSettingsPanel.h"
+
+#include "core/util/KDDelayedDispatcher.h"
+
+#include <QCheckBox>
+#include <QColorDialog>
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointF>
+#include <QPushButton>
+#include <QSlider>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+namespace {
+
+constexpr int kSliderSteps = 1000;
+
+} // namespace
+
+LVSettingsPanel::LVSettingsPanel(QWidget* parent)
+    : QWidget(parent), pending_(std::make_shared<QHash<QString, QVariant>>())
+{
+    auto* layout = new QVBoxLayout(this);
+    title_ = new QLabel(tr("No effect selected"), this);
+    title_->setObjectName(QStringLiteral("settingsTitle"));
+    layout->addWidget(title_);
+    form_ = new QFormLayout;
+    layout->addLayout(form_);
+    layout->addStretch(1);
+}
+
+void LVSettingsPanel::clear()
+{
+    while (form_->rowCount() > 0) form_->removeRow(0);
+    editors_.clear();
+}
+
+void LVSettingsPanel::setEffect(const LVEffectRef& effect)
+{
+    clear();
+    effect_ = effect;
+    if (!effect) {
+        title_->setText(tr("No effect selected"));
+        return;
+    }
+    const LVParameterList parameters = effect->effectProperties();
+    title_->setText(parameters.empty() ? tr("%1 has no settings").arg(effect->displayName()) : effect->displayName());
+    for (const LVParameter& parameter : parameters) {
+        QWidget* editor = makeEditor(parameter, effect->effectPropertyForName(parameter.name));
+        editor->setObjectName(parameter.key);
+        editors_.insert(parameter.name, editor);
+        form_->addRow(parameter.name, editor);
+    }
+}
+
+void LVSettingsPanel::changeValue(const QString& name, const QVariant& value)
+{
+    const LVEffectRef effect = effect_.lock();
+    if (!effect) return;
+    pending_->insert(name, value);
+    std::weak_ptr<LVEffect> weak = effect;
+    std::shared_ptr<QHash<QString, QVariant>> pending = pending_;
+    const std::string selector = "setEffectProperty:" + name.toStdString();
+    // The queue keeps the first request; the newest value is read when it runs.
+    KDDelayedDispatcher::dispatch(effect.get(), selector, [weak, pending, name] {
+        const LVEffectRef target = weak.lock();
+        const auto it = pending->find(name);
+        if (!target || it == pending->end()) return;
+        target->setEffectProperty(it.value(), name);
+        pending->erase(it);
+    });
+}
+
+QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVariant& value)
+{
+    const QString name = parameter.name;
+    switch (parameter.type) {
+    case LVParameterType::Bool: {
+        auto* box = new QCheckBox(this);
+        box->setChecked(value.toBool());
+        connect(box, &QCheckBox::toggled, this, [this, name](bool on) { changeValue(name, on); });
+        return box;
+    }
+    case LVParameterType::Integer: {
+        auto* spin = new QSpinBox(this);
+        spin->setRange(parameter.minimum.isValid() ? parameter.minimum.toInt() : -1000000,
+                       parameter.maximum.isValid() ? parameter.maximum.toInt() : 1000000);
+        spin->setValue(value.toInt());
+        connect(spin, &QSpinBox::valueChanged, this, [this, name](int v) { changeValue(name, v); });
+        return spin;
+    }
+    case LVParameterType::Float: {
+        const double minimum = parameter.minimum.isValid() ? parameter.minimum.toDouble() : 0.0;
+        const double maximum = parameter.maximum.isValid() ? parameter.maximum.toDouble() : 1.0;
+        auto* box = new QWidget(this);
+        auto* row = new QHBoxLayout(box);
+        row->setContentsMargins(0, 0, 0, 0);
+        auto* slider = new QSlider(Qt::Horizontal, box);
+        slider->setRange(0, kSliderSteps);
+        auto* spin = new QDoubleSpinBox(box);
+        spin->setRange(minimum, maximum);
+        spin->setDecimals(3);
+        spin->setSingleStep((maximum - minimum) / 100.0);
+        spin->setValue(value.toDouble());
+        const auto toSlider = [minimum, maximum](double v) {
+            return maximum > minimum ? int((v - minimum) / (maximum - minimum) * kSliderSteps + 0.5) : 0;
+        };
+        slider->setValue(toSlider(value.toDouble()));
+        connect(slider, &QSlider::valueChanged, spin, [spin, minimum, maximum](int step) {
+            spin->setValue(minimum + (maximum - minimum) * step / kSliderSteps);
+        });
+        connect(spin, &QDoubleSpinBox::valueChanged, this, [this, name, slider, toSlider](double v) {
+            const QSignalBlocker block(slider);
+            slider->setValue(toSlider(v));
+            changeValue(name, v);
+        });
+        row->addWidget(slider, 1);
+        row->addWidget(spin);
+        return box;
+    }
+    case LVParameterType::Point2D: {
+        const QPointF minimum = parameter.minimum.isValid() ? parameter.minimum.toPointF() : QPointF(-1e6, -1e6);
+        const QPointF maximum = parameter.maximum.isValid() ? parameter.maximum.toPointF() : QPointF(1e6, 1e6);
+        const QPointF point = value.toPointF();
+        auto* box = new QWidget(this);
+        auto* row = new QHBoxLayout(box);
+        row->setContentsMargins(0, 0, 0, 0);
+        auto* x = new QDoubleSpinBox(box);
+        auto* y = new QDoubleSpinBox(box);
+        x->setRange(minimum.x(), maximum.x());
+        y->setRange(minimum.y(), maximum.y());
+        x->setDecimals(3);
+        y->setDecimals(3);
+        x->setValue(point.x());
+        y->setValue(point.y());
+        const auto send = [this, name, x, y] { changeValue(name, QPointF(x->value(), y->value())); };
+        connect(x, &QDoubleSpinBox::valueChanged, this, send);
+        connect(y, &QDoubleSpinBox::valueChanged, this, send);
+        row->addWidget(x);
+        row->addWidget(y);
+        return box;
+    }
+    case LVParameterType::Color: {
+        auto* button = new QPushButton(this);
+        const auto paint = [button](const QColor& color) {
+            button->setText(color.name(QColor::HexArgb));
+            button->setStyleSheet(QStringLiteral("background-color: %1").arg(color.name(QColor::HexRgb)));
+        };
+        paint(value.value<QColor>());
+        connect(button, &QPushButton::clicked, this, [this, name, button, paint] {
+            const QColor chosen = QColorDialog::getColor(QColor(button->text()), this, name,
+                                                         QColorDialog::ShowAlphaChannel);
+            if (!chosen.isValid()) return;
+            paint(chosen);
+            changeValue(name, chosen);
+        });
+        return button;
+    }
+    case LVParameterType::Text: {
+        auto* line = new QLineEdit(value.toString(), this);
+        connect(line, &QLineEdit::textEdited, this, [this, name](const QString& text) { changeValue(name, text); });
+        return line;
+    }
+    case LVParameterType::Image: {
+        auto* box = new QWidget(this);
+        auto* row = new QHBoxLayout(box);
+        row->setContentsMargins(0, 0, 0, 0);
+        auto* line = new QLineEdit(value.toString(), box);
+        auto* browse = new QPushButton(tr("Choose…"), box);
+        connect(line, &QLineEdit::editingFinished, this, [this, name, line] { changeValue(name, line->text()); });
+        connect(browse, &QPushButton::clicked, this, [this, name, line] {
+            const QString path = QFileDialog::getOpenFileName(this, name, line->text(),
+                                                              tr("Images (*.png *.jpg *.jpeg *.gif *.bmp *.webp)"));
+            if (path.isEmpty()) return;
+            line->setText(path);
+            changeValue(name, path);
+        });
+        row->addWidget(line, 1);
+        row->addWidget(browse);
+        return box;
+    }
+    case LVParameterType::Choice: {
+        auto* combo = new QComboBox(this);
+        for (int i = 0; i < parameter.choiceLabels.size() && i < parameter.choiceValues.size(); ++i) {
+            combo->addItem(parameter.choiceLabels[i], parameter.choiceValues[i]);
+        }
+        combo->setCurrentIndex(std::max(0, combo->findData(value.toInt())));
+        connect(combo, &QComboBox::currentIndexChanged, this,
+                [this, name, combo](int) { changeValue(name, combo->currentData()); });
+        return combo;
+    }
+    case LVParameterType::Event: {
+        auto* button = new QPushButton(name, this);
+        connect(button, &QPushButton::clicked, this, [this, name] { changeValue(name, true); });
+        return button;
+    }
+    }
+    return new QLabel(this);
+}

@@ -1,0 +1,84 @@
+#pragma once
+// A real controller on a real GL context and real shared memory, with its preferences in
+// a temporary folder and a clock the test moves by hand.
+#include "core/LVDefaults.h"
+#include "core/Lumaveil.h"
+#include "render/transport/LVShmem.h"
+#include "tests/app/LVTestKinds.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+
+#include <memory>
+
+class LVManualClock : public LVClock {
+public:
+    double now() const override { return now_; }
+    double absoluteTime() const override { return 1000.0 + now_; }
+    void advance(double seconds) { now_ += seconds; }
+    double now_ = 100.0;
+};
+
+class LVControllerTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        static int argc = 1;
+        static char name[] = "test";
+        static char* argv[] = {name, nullptr};
+        if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);
+        LVRegisterTestKinds();
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        testLog().clear();
+        defaults = std::make_unique<LVDefaults>(prefsPath());
+        start();
+    }
+
+    void TearDown() override
+    {
+        app.reset();
+        defaults.reset();
+    }
+
+    QString prefsPath() const { return dir.filePath(QStringLiteral("prefs.json")); }
+
+    void start(bool startTimer = false)
+    {
+        app.reset();
+        LVLaunchOptions options;
+        options.startTimer = startTimer;
+        options.folders.bundled = dir.filePath(QStringLiteral("none"));
+        options.folders.user = dir.filePath(QStringLiteral("none"));
+        options.folders.system = dir.filePath(QStringLiteral("none"));
+        QString error;
+        app = Lumaveil::create(*defaults, options, &error, &clock);
+        ASSERT_TRUE(app) << error.toStdString();
+        app->awakeFromNib();
+    }
+
+    template <class T = LVRecordingEffect>
+    std::shared_ptr<T> make(const char* className, const char* name = nullptr)
+    {
+        auto effect = makeTestEffect<T>(QString::fromLatin1(className), app->context());
+        if (name) effect->setName(QString::fromLatin1(name));
+        return effect;
+    }
+
+    QStringList chainNames() const
+    {
+        QStringList names;
+        for (const auto& effect : app->liveEffects()) names.append(effect->name());
+        return names;
+    }
+
+    QTemporaryDir dir;
+    LVManualClock clock;
+    std::unique_ptr<LVDefaults> defaults;
+    std::unique_ptr<Lumaveil> app;
+};

@@ -1,0 +1,132 @@
+// The real lumaveil executable run headless: status line, frames, refusals, signals.
+#include "render/transport/LVShmem.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <csignal>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+class LVHeadlessProcessTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(home.isValid());
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        process.setProcessEnvironment(environment);
+        process.setProgram(QStringLiteral(LV_LUMAVEIL_BINARY));
+    }
+
+    void run(const QStringList& arguments)
+    {
+        process.setArguments(arguments);
+        process.start();
+        ASSERT_TRUE(process.waitForFinished(60000)) << "lumaveil did not finish";
+        out = QString::fromUtf8(process.readAllStandardOutput());
+        err = QString::fromUtf8(process.readAllStandardError());
+    }
+
+    QJsonObject lastJsonLine() const
+    {
+        const QStringList lines = out.trimmed().split(QLatin1Char('\n'));
+        return QJsonDocument::fromJson(lines.last().toUtf8()).object();
+    }
+
+    QStringList statusLines() const
+    {
+        QStringList lines;
+        for (const QString& line : err.split(QLatin1Char('\n'))) {
+            if (line.startsWith(QStringLiteral("lumaveil: headless"))) lines.append(line);
+        }
+        return lines;
+    }
+
+    QTemporaryDir home;
+    QProcess process;
+    QString out;
+    QString err;
+};
+
+} // namespace
+
+TEST_F(LVHeadlessProcessTest, RendersTheAskedFramesAndSaysWhatItDoes)
+{
+    run({QStringLiteral("--headless"), QStringLiteral("--frames"), QStringLiteral("5"), QStringLiteral("--fps"),
+         QStringLiteral("60"), QStringLiteral("--video-size"), QStringLiteral("64x48")});
+    ASSERT_EQ(process.exitCode(), 0) << err.toStdString();
+    const QStringList status = statusLines();
+    ASSERT_EQ(status.size(), 1) << err.toStdString();
+    EXPECT_TRUE(status.front().contains(QStringLiteral("64x48 at 60 fps"))) << status.front().toStdString();
+    EXPECT_TRUE(status.front().contains(QStringLiteral("shared memory"))) << status.front().toStdString();
+    EXPECT_EQ(lastJsonLine().value(QStringLiteral("frames")).toInt(), 5) << out.toStdString();
+
+    LVShmem reader;
+    EXPECT_FALSE(reader.appRunning()) << "the producer is marked not running at exit";
+}
+
+TEST_F(LVHeadlessProcessTest, BenchPrintsOneJsonObjectLast)
+{
+    run({QStringLiteral("--headless"), QStringLiteral("--bench"), QStringLiteral("--frames"), QStringLiteral("20"),
+         QStringLiteral("--video-size"), QStringLiteral("64x48")});
+    ASSERT_EQ(process.exitCode(), 0) << err.toStdString();
+    const QJsonObject result = lastJsonLine();
+    EXPECT_EQ(result.value(QStringLiteral("frames")).toInt(), 20);
+    for (const char* key : {"fps", "p50_ms", "p99_ms", "floor_p50_ms"}) {
+        EXPECT_GT(result.value(QString::fromLatin1(key)).toDouble(), 0.0) << key;
+    }
+}
+
+TEST_F(LVHeadlessProcessTest, RefusesBadInputBeforeStarting)
+{
+    struct Case {
+        QStringList arguments;
+        const char* says;
+    };
+    for (const Case& c : {Case{{QStringLiteral("--headless"), QStringLiteral("--video-size"), QStringLiteral("1x1")},
+                               "from 16 to 4096"},
+                          Case{{QStringLiteral("--headless"), QStringLiteral("--fps"), QStringLiteral("0")}, "from 1 to 240"},
+                          Case{{QStringLiteral("--headless"), QStringLiteral("--effect"), QStringLiteral("No Such Effect")},
+                               "unknown effect \"No Such Effect\""},
+                          Case{{QStringLiteral("--headless"), QStringLiteral("--source"), QStringLiteral("webcam")},
+                               "did you mean: Webcam?"}}) {
+        run(c.arguments);
+        EXPECT_EQ(process.exitCode(), 2) << c.says;
+        EXPECT_TRUE(err.contains(QString::fromLatin1(c.says))) << err.toStdString();
+        EXPECT_TRUE(statusLines().isEmpty()) << "nothing started";
+    }
+}
+
+TEST_F(LVHeadlessProcessTest, SignalsEndItCleanly)
+{
+    for (int signalNumber : {SIGTERM, SIGINT}) {
+        process.setArguments({QStringLiteral("--headless"), QStringLiteral("--fps"), QStringLiteral("30"),
+                              QStringLiteral("--video-size"), QStringLiteral("64x48")});
+        process.start();
+        ASSERT_TRUE(process.waitForStarted());
+        LVShmem reader;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!reader.isNewImageAvailable() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        ASSERT_TRUE(reader.isNewImageAvailable()) << "frames are published";
+        ::kill(pid_t(process.processId()), signalNumber);
+        ASSERT_TRUE(process.waitForFinished(30000));
+        out = QString::fromUtf8(process.readAllStandardOutput());
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), 0);
+        EXPECT_EQ(lastJsonLine().value(QStringLiteral("signal")).toInt(), signalNumber) << out.toStdString();
+        EXPECT_FALSE(reader.appRunning());
+        EXPECT_TRUE(QFile::exists(home.filePath(QStringLiteral("config/lumaveil/com.marrowkit.Lumaveil.json"))))
+            << "preferences are written";
+    }
+}

@@ -1,0 +1,233 @@
+// The frame: its steps in order, what reaches shared memory, and the timer rule.
+#include "tests/app/LVControllerFixture.h"
+
+#include "core/util/KDDelayedDispatcher.h"
+
+#include <QSignalSpy>
+
+#include <array>
+
+namespace {
+
+class StudioDouble : public LVStudioHooks {
+public:
+    explicit StudioDouble(LVContext* context) : context_(context) {}
+    void doit() override
+    {
+        testLog().append(QStringLiteral("studio.doit@%1").arg(context_->frameTime()));
+    }
+    void applyTransition() override { testLog().append(QStringLiteral("studio.applyTransition")); }
+    void applicationWillTerminate() override { testLog().append(QStringLiteral("studio.terminate")); }
+
+private:
+    LVContext* context_;
+};
+
+// Notes each output step together with the publish counter at that moment.
+class OutputsDouble : public LVPreviewOutput, public LVFullScreenOutput, public LVSecondOutput {
+public:
+    explicit OutputsDouble(LVShmem& shmem) : shmem_(shmem) {}
+    bool isPreviewVisible() const override { return visible; }
+    void drawIntoPreview(LVContext&, bool mirror) override
+    {
+        testLog().append(QStringLiteral("preview seq=%1 mirrored=%2").arg(shmem_.frameSeq()).arg(mirror));
+    }
+    void doit(LVContext&) override { testLog().append(QStringLiteral("fullscreen seq=%1").arg(shmem_.frameSeq())); }
+    bool isOnMainScreen() const override { return true; }
+    void publish(LVContext&) override { testLog().append(QStringLiteral("second seq=%1").arg(shmem_.frameSeq())); }
+    bool visible = true;
+
+private:
+    LVShmem& shmem_;
+};
+
+class FullScreenForwarder : public LVFullScreenOutput {
+public:
+    explicit FullScreenForwarder(OutputsDouble& outputs) : outputs_(outputs) {}
+    void doit(LVContext& context) override { outputs_.doit(context); }
+    bool isOnMainScreen() const override { return true; }
+
+private:
+    OutputsDouble& outputs_;
+};
+
+class SecondForwarder : public LVSecondOutput {
+public:
+    explicit SecondForwarder(OutputsDouble& outputs) : outputs_(outputs) {}
+    void publish(LVContext& context) override { outputs_.publish(context); }
+
+private:
+    OutputsDouble& outputs_;
+};
+
+using ARGB = std::array<uint8_t, 4>;
+
+// Reads the newest frame as a driver would, in a reader of its own.
+struct Published {
+    LVShmemReadResult result;
+    std::unique_ptr<uint8_t[]> pixels;
+    uint64_t length = 0;
+    ARGB at(int x, int rowFromTop) const
+    {
+        const uint8_t* p = pixels.get() + (size_t(rowFromTop) * size_t(result.width) + size_t(x)) * 4;
+        return {p[0], p[1], p[2], p[3]};
+    }
+};
+
+Published readNewest()
+{
+    LVShmem reader;
+    Published frame;
+    frame.result = reader.getData(frame.pixels, frame.length, 0);
+    return frame;
+}
+
+} // namespace
+
+TEST_F(LVControllerTest, FrameRunsItsStepsInOrder)
+{
+    OutputsDouble outputs(app->shmem());
+    app->setStudio(std::make_unique<StudioDouble>(app->context()));
+    app->setPreview(&outputs);
+    app->setPreviewFullScreen(std::make_unique<FullScreenForwarder>(outputs));
+    app->setSecondOutput(std::make_unique<SecondForwarder>(outputs));
+    app->setSyphonServerEnabled(true);
+
+    auto source = make("RedSource", "src");
+    auto a = make("Marker", "A");
+    auto off = make("Marker", "Off");
+    auto b = make("Marker", "B");
+    off->setEnabled(false);
+    for (const auto& e : {a, off, b}) app->addOneEffect(e);
+    app->addOneEffect(source);
+    // An element added during the pass runs in the same pass (doit only: preDoit is over).
+    auto late = make("Marker", "Late");
+    a->onDoit = [this, late] {
+        if (app->liveEffects().back() != late) app->addOneEffect(late);
+    };
+    KDDelayedDispatcher::dispatch(this, "deferred", [] { testLog().append(QStringLiteral("dispatcher")); });
+
+    const uint32_t seqBefore = app->shmem().frameSeq();
+    testLog().clear();
+    app->renderFrame();
+
+    const QString seq = QString::number(seqBefore);
+    EXPECT_EQ(testLog(), (QStringList{
+                             QStringLiteral("dispatcher"),
+                             QStringLiteral("studio.doit@%1").arg(1000.0 + clock.now_),
+                             QStringLiteral("src.preDoit"),
+                             QStringLiteral("A.preDoit"),
+                             QStringLiteral("B.preDoit"),
+                             QStringLiteral("src.doit"),
+                             QStringLiteral("A.doit"),
+                             QStringLiteral("B.doit"),
+                             QStringLiteral("Late.doit"),
+                             QStringLiteral("studio.applyTransition"),
+                             QStringLiteral("preview seq=%1 mirrored=0").arg(seq),
+                             QStringLiteral("fullscreen seq=%1").arg(seq),
+                             QStringLiteral("second seq=%1").arg(seq),
+                         }));
+    EXPECT_EQ(app->shmem().frameSeq(), seqBefore + 1) << "the shared-memory frame is published last";
+    app->setPreview(nullptr);
+}
+
+TEST_F(LVControllerTest, HiddenPreviewAndDisabledSecondOutputAreSkipped)
+{
+    OutputsDouble outputs(app->shmem());
+    outputs.visible = false;
+    app->setPreview(&outputs);
+    app->setSecondOutput(std::make_unique<SecondForwarder>(outputs));
+    testLog().clear();
+    app->renderFrame();
+    EXPECT_TRUE(testLog().isEmpty()) << testLog().join(QLatin1Char('\n')).toStdString();
+    app->setPreview(nullptr);
+}
+
+TEST_F(LVControllerTest, PublishedFrameIsTheChainOnOpaqueBlackUnmirrored)
+{
+    OutputsDouble outputs(app->shmem());
+    app->setPreview(&outputs);
+    app->setMirrorImagePreview(true);
+    // A red square in the bottom-left corner, on nothing else.
+    auto marker = make("Marker", "Square");
+    marker->paint = [](LVContext& context) { fillFrameRect(context, 0, 0, 10, 10, Qt::red); };
+    app->addOneEffect(marker);
+    app->setFrameRate(25);
+    testLog().clear();
+    app->renderFrame();
+    EXPECT_TRUE(testLog().contains(QStringLiteral("preview seq=%1 mirrored=1").arg(app->shmem().frameSeq() - 1)));
+
+    const Published frame = readNewest();
+    ASSERT_EQ(frame.result.status, 0);
+    EXPECT_EQ(frame.result.width, 320);
+    EXPECT_EQ(frame.result.height, 240);
+    EXPECT_EQ(frame.result.frameRate, 25);
+    EXPECT_EQ(frame.length, 320u * 240u * 4u);
+    const ARGB red{255, 255, 0, 0};
+    const ARGB black{255, 0, 0, 0};
+    EXPECT_EQ(frame.at(0, 239), red) << "bottom-left, rows top first";
+    EXPECT_EQ(frame.at(9, 230), red);
+    EXPECT_EQ(frame.at(10, 239), black);
+    EXPECT_EQ(frame.at(319, 239), black) << "never mirrored";
+    EXPECT_EQ(frame.at(0, 0), black) << "the frame starts opaque black";
+    app->setPreview(nullptr);
+}
+
+TEST_F(LVControllerTest, NoVirtualDriverStopsPublishingButNotThePreview)
+{
+    OutputsDouble outputs(app->shmem());
+    app->setPreview(&outputs);
+    app->renderFrame();
+    app->setNoVirtualDriver(true);
+    EXPECT_FALSE(app->shmem().appRunning());
+    EXPECT_EQ(readNewest().result.status, 1);
+    const uint32_t seq = app->shmem().frameSeq();
+    testLog().clear();
+    app->renderFrame();
+    EXPECT_EQ(app->shmem().frameSeq(), seq);
+    EXPECT_EQ(testLog().size(), 1) << "the preview still runs";
+    app->setNoVirtualDriver(false);
+    EXPECT_TRUE(app->shmem().appRunning());
+    app->renderFrame();
+    EXPECT_EQ(app->shmem().frameSeq(), seq + 1);
+    app->setPreview(nullptr);
+}
+
+// The next frame is due one period after this frame's start, whatever the render took.
+TEST_F(LVControllerTest, TimerIsRearmedFromTheFrameStart)
+{
+    start(true);
+    EXPECT_TRUE(app->isTimerActive()) << "applying the frame rate starts the timer";
+    EXPECT_EQ(app->lastTimerInterval(), 67);
+    auto slow = make("Marker", "Slow");
+    app->addOneEffect(slow);
+    struct Case {
+        int rate;
+        double renderSeconds;
+        int expectedMs;
+    };
+    for (const Case c : {Case{15, 0.100, 0}, Case{15, 0.020, 47}, Case{15, 0.0, 67}, Case{30, 0.010, 23},
+                         Case{30, 0.034, 0}, Case{1, 0.5, 500}}) {
+        app->setFrameRate(c.rate);
+        slow->onDoit = [this, c] { clock.advance(c.renderSeconds); };
+        app->doit();
+        EXPECT_EQ(app->lastTimerInterval(), c.expectedMs) << c.rate << " fps, render " << c.renderSeconds;
+        EXPECT_TRUE(app->isTimerActive());
+    }
+}
+
+TEST_F(LVControllerTest, TimerKeepsFramesComing)
+{
+    LVDefaults realDefaults(dir.filePath(QStringLiteral("real.json")));
+    LVLaunchOptions options;
+    options.frameRate = 60;
+    options.folders.bundled = dir.filePath(QStringLiteral("none"));
+    app.reset();
+    QString error;
+    app = Lumaveil::create(realDefaults, options, &error);
+    ASSERT_TRUE(app) << error.toStdString();
+    QSignalSpy frames(app.get(), &Lumaveil::frameRendered);
+    while (frames.count() < 5) ASSERT_TRUE(frames.wait(5000));
+    EXPECT_FALSE(realDefaults.hasStoredValue(QStringLiteral("frameRate"))) << "a launch rate is never stored";
+    app.reset();
+}

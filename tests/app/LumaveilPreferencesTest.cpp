@@ -1,0 +1,240 @@
+// The preference table, the version rule, a damaged file, sizes and start-up/quit order.
+#include "tests/app/LVControllerFixture.h"
+
+#include "core/LVVideoSizes.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+
+namespace {
+
+QJsonObject readJson(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+} // namespace
+
+TEST_F(LVControllerTest, EveryPreferenceHasItsDefault)
+{
+    struct Row {
+        const char* key;
+        QJsonValue expected;
+    };
+    for (const Row& row : {Row{"frameRate", 15}, Row{"noVirtualDriver", false}, Row{"syphonServerEnabled", false},
+                           Row{"mirrorImagePreview", false}, Row{"videoSize", QStringLiteral("{320, 240}")},
+                           Row{"usingCustomVideoSize", false}, Row{"version", 300}, Row{"betaNag", false},
+                           Row{"autoload", QJsonValue()}, Row{"windowFrame", QJsonValue()},
+                           Row{"previewOrigin", QJsonValue()}, Row{"audioOutputDevice", QJsonValue()}}) {
+        const QJsonValue value = defaults->valueForKey(QString::fromLatin1(row.key));
+        if (row.expected.isNull()) {
+            EXPECT_TRUE(value.isUndefined() || value.isNull()) << row.key;
+        } else {
+            EXPECT_EQ(value, row.expected) << row.key;
+        }
+    }
+    EXPECT_EQ(app->frameRate(), 15);
+    EXPECT_FALSE(app->isNoVirtualDriver());
+    EXPECT_TRUE(app->shmem().appRunning()) << "driver output on marks the producer running";
+    EXPECT_EQ(app->videoSize(), QSize(320, 240));
+    EXPECT_EQ(readJson(prefsPath()).value(QStringLiteral("version")).toInt(), 300) << "written at every start";
+}
+
+TEST_F(LVControllerTest, StoredPreferencesApplyAtStartAndUnusableOnesFallBack)
+{
+    defaults->setValue(QStringLiteral("frameRate"), 30);
+    defaults->setValue(QStringLiteral("noVirtualDriver"), true);
+    defaults->setValue(QStringLiteral("mirrorImagePreview"), true);
+    start();
+    EXPECT_EQ(app->frameRate(), 30);
+    EXPECT_TRUE(app->isNoVirtualDriver());
+    EXPECT_FALSE(app->shmem().appRunning());
+    EXPECT_TRUE(app->isMirrorImagePreview());
+
+    for (const QJsonValue& bad : {QJsonValue(0), QJsonValue(-5), QJsonValue(QStringLiteral("fast")), QJsonValue(100000)}) {
+        defaults->setValue(QStringLiteral("frameRate"), bad);
+        start();
+        EXPECT_EQ(app->frameRate(), 15) << QJsonDocument(QJsonObject{{QStringLiteral("v"), bad}}).toJson().constData();
+    }
+    for (const char* bad : {"{0, 0}", "640x480", "{99999, 10}", ""}) {
+        defaults->setValue(QStringLiteral("videoSize"), QString::fromLatin1(bad));
+        EXPECT_EQ(app->videoSize(), QSize(320, 240)) << bad;
+    }
+}
+
+TEST_F(LVControllerTest, OldDecimalVersionIsScaledThenBecomes300)
+{
+    for (const QJsonValue& old : {QJsonValue(2.5), QJsonValue(QStringLiteral("2.1"))}) {
+        defaults->setValue(QStringLiteral("version"), old);
+        QList<int> written;
+        QObject::connect(defaults.get(), &LVDefaults::valueChanged, [&](const QString& key) {
+            if (key == QStringLiteral("version")) written.append(defaults->integerForKey(key));
+        });
+        start();
+        EXPECT_EQ(written, (QList<int>{int(old.isString() ? 210 : 250), 300}));
+        defaults->disconnect();
+    }
+    defaults->setValue(QStringLiteral("version"), 250);
+    QList<int> written;
+    QObject::connect(defaults.get(), &LVDefaults::valueChanged, [&](const QString& key) {
+        if (key == QStringLiteral("version")) written.append(defaults->integerForKey(key));
+    });
+    start();
+    EXPECT_EQ(written, (QList<int>{300})) << "only values below 100 are old decimal versions";
+}
+
+TEST_F(LVControllerTest, DamagedPreferencesAreKeptAsideAndDefaultsUsed)
+{
+    app.reset();
+    defaults.reset();
+    const QByteArray damaged = "{\"frameRate\": 30, \"videoSize\": ";
+    writeFile(prefsPath(), damaged);
+    defaults = std::make_unique<LVDefaults>(prefsPath());
+    ASSERT_FALSE(defaults->damagedFileBackup().isEmpty());
+    QFile backup(defaults->damagedFileBackup());
+    ASSERT_TRUE(backup.open(QIODevice::ReadOnly)) << "the damaged file is never deleted";
+    EXPECT_EQ(backup.readAll(), damaged);
+    start();
+    EXPECT_EQ(app->frameRate(), 15);
+    const QJsonObject fresh = readJson(prefsPath());
+    EXPECT_EQ(fresh.value(QStringLiteral("version")).toInt(), 300) << "a fresh, valid file replaces it";
+    EXPECT_FALSE(fresh.contains(QStringLiteral("frameRate")));
+    EXPECT_EQ(QDir(dir.path()).entryList({QStringLiteral("prefs.json.damaged-*")}).size(), 1);
+}
+
+TEST_F(LVControllerTest, SettersWriteThroughAtOnce)
+{
+    QSignalSpy changed(app.get(), &Lumaveil::preferenceChanged);
+    app->setFrameRate(24);
+    app->setMirrorImagePreview(true);
+    app->setSyphonServerEnabled(true);
+    app->setNoVirtualDriver(true);
+    app->setAudioOutputDevice(QStringLiteral("Speakers"));
+    const QJsonObject stored = readJson(prefsPath());
+    EXPECT_EQ(stored.value(QStringLiteral("frameRate")).toInt(), 24);
+    EXPECT_TRUE(stored.value(QStringLiteral("mirrorImagePreview")).toBool());
+    EXPECT_TRUE(stored.value(QStringLiteral("syphonServerEnabled")).toBool());
+    EXPECT_TRUE(stored.value(QStringLiteral("noVirtualDriver")).toBool());
+    EXPECT_EQ(stored.value(QStringLiteral("audioOutputDevice")).toString(), QStringLiteral("Speakers"));
+    EXPECT_GE(changed.count(), 5);
+
+    for (int refused : {0, -1, LVMaxFrameRate + 1}) {
+        app->setFrameRate(refused);
+        EXPECT_EQ(app->frameRate(), 24) << refused;
+    }
+}
+
+TEST_F(LVControllerTest, VideoSizeMenuStoresSizesForTheNextStart)
+{
+    const auto& menu = LVVideoSizeMenu();
+    QStringList titles;
+    for (const auto& item : menu) titles.append(item.title);
+    EXPECT_EQ(titles, (QStringList{QStringLiteral("320x240"), QStringLiteral("640x360"), QStringLiteral("640x480"),
+                                   QStringLiteral("720x480"), QStringLiteral("1280x720"), QStringLiteral("Custom")}));
+    EXPECT_EQ(app->videoSizeMenuIndex(), 0);
+
+    struct Case {
+        int index;
+        int customW;
+        int customH;
+        const char* stored;
+        bool custom;
+        int menuIndex;
+    };
+    for (const Case c : {Case{4, 0, 0, "{1280, 720}", false, 4}, Case{5, 0, 500, "{320, 500}", true, 5},
+                         Case{5, 800, 0, "{800, 240}", true, 5}, Case{5, 640, 480, "{640, 480}", true, 5},
+                         Case{2, 0, 0, "{640, 480}", false, 2}}) {
+        app->chooseVideoSizeItem(c.index, c.customW, c.customH);
+        EXPECT_EQ(defaults->stringForKey(QStringLiteral("videoSize")), QString::fromLatin1(c.stored));
+        EXPECT_EQ(defaults->boolForKey(QStringLiteral("usingCustomVideoSize")), c.custom);
+        EXPECT_EQ(app->videoSizeMenuIndex(), c.menuIndex) << c.stored;
+    }
+    EXPECT_EQ(LVGetWidth(), 320) << "the running size does not change";
+}
+
+TEST_F(LVControllerTest, BetaNagIsShownOnce)
+{
+    EXPECT_TRUE(app->needsBetaNag());
+    app->betaNagShown();
+    start();
+    EXPECT_FALSE(app->needsBetaNag());
+}
+
+TEST_F(LVControllerTest, QuitMarksTheProducerNotRunningFirst)
+{
+    class Studio : public LVStudioHooks {
+    public:
+        explicit Studio(LVShmem& shmem) : shmem_(shmem) {}
+        void doit() override {}
+        void applyTransition() override {}
+        void applicationWillTerminate() override
+        {
+            testLog().append(QStringLiteral("studio running=%1").arg(shmem_.appRunning()));
+        }
+
+    private:
+        LVShmem& shmem_;
+    };
+    app->setStudio(std::make_unique<Studio>(app->shmem()));
+    app->setWindowFrameSource([this] {
+        testLog().append(QStringLiteral("frames running=%1").arg(app->shmem().appRunning()));
+        return Lumaveil::WindowFrames{QStringLiteral("{{10, 20}, {800, 600}}"), QStringLiteral("{5, 6}")};
+    });
+    app->renderFrame();
+    EXPECT_TRUE(app->shmem().appRunning());
+    testLog().clear();
+    app->applicationWillTerminate();
+    EXPECT_EQ(testLog(), (QStringList{QStringLiteral("frames running=0"), QStringLiteral("studio running=0")}));
+    const QJsonObject stored = readJson(prefsPath());
+    EXPECT_EQ(stored.value(QStringLiteral("windowFrame")).toString(), QStringLiteral("{{10, 20}, {800, 600}}"));
+    EXPECT_EQ(stored.value(QStringLiteral("previewOrigin")).toString(), QStringLiteral("{5, 6}"));
+}
+
+TEST(LVVideoSizesTest, ParsesAndChecksSizesAndRates)
+{
+    EXPECT_EQ(LVParseSizeString(QStringLiteral("{640, 480}")), QSize(640, 480));
+    EXPECT_EQ(LVParseSizeString(QStringLiteral("{1280.7,720}")), QSize(1280, 720));
+    EXPECT_FALSE(LVParseSizeString(QStringLiteral("640, 480")));
+    EXPECT_EQ(LVParseSizeTitle(QStringLiteral("720x480")), QSize(720, 480));
+    EXPECT_FALSE(LVParseSizeTitle(QStringLiteral("Custom")));
+
+    struct SizeCase {
+        const char* text;
+        bool ok;
+        const char* says;
+    };
+    for (const SizeCase c : {SizeCase{"1280x720", true, ""}, SizeCase{"16X16", true, ""},
+                             SizeCase{"0x0", false, "from 16 to 4096"}, SizeCase{"5000x100", false, "out of range"},
+                             SizeCase{"big", false, "WIDTHxHEIGHT"}, SizeCase{"-640x480", false, "WIDTHxHEIGHT"},
+                             SizeCase{"640x", false, "for example 1280x720"}}) {
+        QString error;
+        QSize size;
+        EXPECT_EQ(LVValidateVideoSize(QString::fromLatin1(c.text), &size, &error), c.ok) << c.text;
+        EXPECT_TRUE(error.contains(QString::fromLatin1(c.says))) << error.toStdString();
+    }
+    struct RateCase {
+        const char* text;
+        bool ok;
+    };
+    for (const RateCase c : {RateCase{"30", true}, RateCase{"1", true}, RateCase{"240", true}, RateCase{"0", false},
+                             RateCase{"241", false}, RateCase{"29.97", false}, RateCase{"fast", false}}) {
+        QString error;
+        int rate = 0;
+        EXPECT_EQ(LVValidateFrameRate(QString::fromLatin1(c.text), &rate, &error), c.ok) << c.text;
+        if (!c.ok) {
+            EXPECT_TRUE(error.contains(QStringLiteral("from 1 to 240"))) << error.toStdString();
+        }
+    }
+}

@@ -1,0 +1,243 @@
+// The main window under the offscreen platform: preview, chooser, chain editing, settings,
+// menus and the readout, all driving a real controller.
+#include "core/LVDefaults.h"
+#include "core/LVVideoSizes.h"
+#include "core/Lumaveil.h"
+#include "core/util/KDDelayedDispatcher.h"
+#include "gui/main/LVChainModel.h"
+#include "gui/main/LVMainWindow.h"
+#include "gui/main/LVPreviewWidget.h"
+#include "gui/main/LVSettingsPanel.h"
+#include "tests/app/LVTestKinds.h"
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QLabel>
+#include <QListView>
+#include <QMenu>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+
+namespace {
+
+class LVMainWindowTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        static int argc = 1;
+        static char name[] = "test";
+        static char* argv[] = {name, nullptr};
+        if (!QApplication::instance()) new QApplication(argc, argv);
+        LVRegisterTestKinds();
+        registerSettingsKind();
+    }
+
+    // An effect with one parameter of each editor kind the panel builds.
+    static void registerSettingsKind()
+    {
+        auto* descriptor = new LVEffectDescriptor;
+        descriptor->className = QStringLiteral("TestSettings");
+        descriptor->name = QStringLiteral("Settings Test");
+        descriptor->parameters = {
+            LVFloatParameter(QStringLiteral("amount"), QStringLiteral("Amount"), 0.5, 0.0, 2.0),
+            LVBoolParameter(QStringLiteral("invert"), QStringLiteral("Invert"), false),
+            LVTextParameter(QStringLiteral("text"), QStringLiteral("Text"), QStringLiteral("Hello")),
+            LVChoiceParameter(QStringLiteral("mode"), QStringLiteral("Mode"), 2, {QStringLiteral("One"), QStringLiteral("Two")},
+                              {1, 2}),
+        };
+        descriptor->make = [descriptor] { return std::make_unique<LVRecordingEffect>(*descriptor); };
+        LVEffectClasses::registerClass(descriptor);
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
+        LVLaunchOptions options;
+        options.startTimer = false;
+        options.folders.bundled = dir.filePath(QStringLiteral("none"));
+        QString error;
+        app = Lumaveil::create(*defaults, options, &error);
+        ASSERT_TRUE(app) << error.toStdString();
+        window = std::make_unique<LVMainWindow>(*app);
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    }
+
+    void TearDown() override
+    {
+        window.reset();
+        app.reset();
+    }
+
+    QStringList chainTexts() const
+    {
+        QStringList names;
+        auto* model = window->chainModel();
+        for (int row = 0; row < model->rowCount(); ++row) names.append(model->index(row).data().toString());
+        return names;
+    }
+
+    QTemporaryDir dir;
+    std::unique_ptr<LVDefaults> defaults;
+    std::unique_ptr<Lumaveil> app;
+    std::unique_ptr<LVMainWindow> window;
+};
+
+} // namespace
+
+TEST_F(LVMainWindowTest, PreviewShowsTheFrameMirroredOnlyWhenAsked)
+{
+    auto marker = makeTestEffect("Marker", app->context());
+    // Left third red: a mirrored preview shows it on the right.
+    marker->paint = [](LVContext& context) { fillFrameRect(context, 0, 0, 100, 240, Qt::red); };
+    app->addOneEffect(marker);
+    app->renderFrame();
+    const QImage& picture = window->preview()->picture();
+    ASSERT_EQ(picture.size(), QSize(320, 240));
+    EXPECT_EQ(picture.pixel(0, 0), qRgb(255, 0, 0));
+    EXPECT_EQ(picture.pixel(319, 0), qRgb(0, 0, 0));
+
+    app->setMirrorImagePreview(true);
+    app->renderFrame();
+    EXPECT_EQ(window->preview()->picture().pixel(0, 0), qRgb(0, 0, 0));
+    EXPECT_EQ(window->preview()->picture().pixel(319, 0), qRgb(255, 0, 0));
+
+    window->hide();
+    const qint64 before = window->preview()->picture().cacheKey();
+    app->renderFrame();
+    EXPECT_EQ(window->preview()->picture().cacheKey(), before) << "a hidden preview is skipped";
+}
+
+TEST_F(LVMainWindowTest, SourceChooserAndEffectButtonsEditTheChain)
+{
+    QComboBox* sources = window->sourceChooser();
+    ASSERT_GE(sources->findText(QStringLiteral("Red Source")), 1);
+    sources->setCurrentIndex(sources->findText(QStringLiteral("Red Source")));
+    emit sources->activated(sources->currentIndex());
+    EXPECT_EQ(chainTexts(), (QStringList{QStringLiteral("Red Source")}));
+
+    QComboBox* effects = window->effectChooser();
+    effects->setCurrentIndex(effects->findText(QStringLiteral("Marker")));
+    window->findChild<QPushButton*>(QStringLiteral("addEffect"))->click();
+    window->findChild<QPushButton*>(QStringLiteral("addEffect"))->click();
+    EXPECT_EQ(chainTexts(), (QStringList{QStringLiteral("Red Source"), QStringLiteral("Marker"), QStringLiteral("Marker")}));
+
+    // Unchecking disables the effect; it stays in the chain.
+    auto* model = window->chainModel();
+    ASSERT_TRUE(model->setData(model->index(1), Qt::Unchecked, Qt::CheckStateRole));
+    EXPECT_FALSE(app->liveEffects()[1]->isEnabled());
+    EXPECT_EQ(model->index(1).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+
+    window->chainView()->setCurrentIndex(model->index(2));
+    window->findChild<QPushButton*>(QStringLiteral("removeEffect"))->click();
+    EXPECT_EQ(chainTexts(), (QStringList{QStringLiteral("Red Source"), QStringLiteral("Marker")}));
+
+    window->findChild<QPushButton*>(QStringLiteral("clearEffects"))->click();
+    EXPECT_EQ(chainTexts(), (QStringList{QStringLiteral("Red Source")})) << "Clear keeps the source";
+    sources->setCurrentIndex(0);
+    emit sources->activated(0);
+    EXPECT_TRUE(chainTexts().isEmpty()) << "None removes the source";
+}
+
+TEST_F(LVMainWindowTest, ChainDragsCarryRowsAndNeverTheSource)
+{
+    app->addOneEffect(makeTestEffect("RedSource", app->context()));
+    for (const char* name : {"A", "B", "C"}) {
+        auto effect = makeTestEffect("Marker", app->context());
+        effect->setName(QString::fromLatin1(name));
+        app->addOneEffect(effect);
+    }
+    auto* model = window->chainModel();
+    EXPECT_FALSE(model->flags(model->index(0)) & Qt::ItemIsDragEnabled);
+    EXPECT_TRUE(model->flags(model->index(1)) & Qt::ItemIsDragEnabled);
+    EXPECT_EQ(model->mimeData({model->index(0), model->index(1)}), nullptr);
+
+    std::unique_ptr<QMimeData> drag(model->mimeData({model->index(3), model->index(2)}));
+    ASSERT_TRUE(drag);
+    EXPECT_TRUE(drag->hasFormat(QStringLiteral("com.marrowkit.lumaveil.myeffect")));
+    EXPECT_EQ(LVChainModel::rowsFromMimeData(drag.get()), (std::vector<int>{2, 3}));
+    ASSERT_TRUE(model->dropMimeData(drag.get(), Qt::CopyAction, 1, 0, {}));
+    EXPECT_EQ(chainTexts(), (QStringList{QStringLiteral("Red Source"), QStringLiteral("B"), QStringLiteral("C"),
+                                         QStringLiteral("A")}));
+
+    // Dropped files that make nothing are refused and change nothing.
+    QMimeData files;
+    files.setUrls({QUrl::fromLocalFile(dir.filePath(QStringLiteral("missing.txt")))});
+    EXPECT_FALSE(model->dropMimeData(&files, Qt::CopyAction, -1, 0, {}));
+    EXPECT_EQ(model->rowCount(), 4);
+}
+
+TEST_F(LVMainWindowTest, SettingsPanelIsGeneratedAndEditsReachTheEffectOncePerFrame)
+{
+    auto effect = makeTestEffect("TestSettings", app->context());
+    app->addOneEffect(effect);
+    window->chainView()->setCurrentIndex(window->chainModel()->index(0));
+    LVSettingsPanel* panel = window->settingsPanel();
+    ASSERT_EQ(panel->effect(), effect);
+    for (const char* name : {"Amount", "Invert", "Text", "Mode"}) {
+        EXPECT_NE(panel->editorFor(QString::fromLatin1(name)), nullptr) << name;
+    }
+    auto* mode = qobject_cast<QComboBox*>(panel->editorFor(QStringLiteral("Mode")));
+    ASSERT_TRUE(mode);
+    EXPECT_EQ(mode->currentText(), QStringLiteral("Two"));
+
+    auto* amount = panel->editorFor(QStringLiteral("Amount"))->findChild<QDoubleSpinBox*>();
+    ASSERT_TRUE(amount);
+    amount->setValue(1.0);
+    amount->setValue(1.5);
+    qobject_cast<QCheckBox*>(panel->editorFor(QStringLiteral("Invert")))->setChecked(true);
+    EXPECT_DOUBLE_EQ(effect->effectPropertyForName(QStringLiteral("Amount")).toDouble(), 0.5) << "deferred";
+    EXPECT_EQ(KDDelayedDispatcher::pendingCount(), 2u) << "repeated edits coalesce";
+    app->renderFrame();
+    EXPECT_DOUBLE_EQ(effect->effectPropertyForName(QStringLiteral("Amount")).toDouble(), 1.5) << "the newest value";
+    EXPECT_TRUE(effect->effectPropertyForName(QStringLiteral("Invert")).toBool());
+
+    window->chainView()->clearSelection();
+    EXPECT_EQ(panel->effect(), nullptr);
+}
+
+TEST_F(LVMainWindowTest, MenusAndReadout)
+{
+    QStringList sizes;
+    for (QAction* action : window->videoSizeMenu()->actions()) {
+        if (action->isCheckable()) sizes.append(action->text());
+    }
+    EXPECT_EQ(sizes.size(), int(LVVideoSizeMenu().size()));
+    EXPECT_EQ(sizes.last(), QStringLiteral("Custom"));
+    window->videoSizeMenu()->actions().at(4)->trigger();
+    EXPECT_EQ(defaults->stringForKey(QStringLiteral("videoSize")), QStringLiteral("{1280, 720}"));
+
+    for (QAction* action : window->frameRateMenu()->actions()) {
+        if (action->data().toInt() == 30) action->trigger();
+    }
+    EXPECT_EQ(app->frameRate(), 30);
+    EXPECT_EQ(defaults->integerForKey(QStringLiteral("frameRate")), 30);
+
+    emit app->fpsChanged(29.96);
+    EXPECT_EQ(window->fpsLabel()->text(), QStringLiteral("30.0 fps"));
+}
+
+TEST_F(LVMainWindowTest, BetaNoticeAppearsOnceWithItsText)
+{
+    window->showBetaNagIfNeeded();
+    auto* box = window->findChild<QMessageBox*>(QStringLiteral("betaNag"));
+    ASSERT_TRUE(box);
+    EXPECT_TRUE(box->text().startsWith(QStringLiteral("This version of Lumaveil is a BETA build.  You should")));
+    ASSERT_EQ(box->buttons().size(), 1);
+    EXPECT_EQ(box->buttons().front()->text(), QStringLiteral("OK, got it"));
+    EXPECT_TRUE(defaults->boolForKey(QStringLiteral("betaNag")));
+    box->close();
+    QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    window->showBetaNagIfNeeded();
+    EXPECT_EQ(window->findChild<QMessageBox*>(QStringLiteral("betaNag")), nullptr);
+}
