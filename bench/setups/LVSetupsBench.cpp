@@ -2,10 +2,11 @@
 // icons, and loading one into a chain, each against `cat` of the same bytes. Wall time,
 // since the reference runs in a child process.
 #include "core/LVDefaults.h"
+#include "gui/setups/LVSavedSetupsWindow.h"
 #include "setups/model/LVSetupManager.h"
 #include "tests/setups/SetupTestKinds.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDir>
 #include <QPainter>
 #include <QRandomGenerator>
@@ -105,7 +106,22 @@ void BM_ScanSetups(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * c.totalBytes);
 }
 
-// The scan plus the list a window shows: names in order and every icon decoded.
+// What a user waits for: the scan, then the saved-setups window drawn with its icons.
+void BM_ScanAndShowSetupsWindow(benchmark::State& state)
+{
+    Catalogue& c = catalogue();
+    LVDefaults defaults(c.dir.filePath("prefs.json"));
+    for (auto _ : state) {
+        LVSetupManager manager(defaults, nullptr, c.setupDir);
+        manager.startup();
+        LVSavedSetupsWindow window(manager, LVSetupsHost{});
+        window.resize(420, 720);
+        benchmark::DoNotOptimize(window.grab().isNull());
+    }
+    state.SetBytesProcessed(state.iterations() * c.totalBytes);
+}
+
+// The worst case: the scan, the list in order and every icon decoded.
 void BM_ScanAndListWithIcons(benchmark::State& state)
 {
     Catalogue& c = catalogue();
@@ -159,6 +175,7 @@ void BM_LoadNamedSetupIntoChain(benchmark::State& state)
 
 BENCHMARK(BM_CatAllSetups)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ScanSetups)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ScanAndShowSetupsWindow)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ScanAndListWithIcons)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_CatOneSetup)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_ReadOneSetupBytes)->Unit(benchmark::kMicrosecond)->UseRealTime();
@@ -169,7 +186,8 @@ BENCHMARK(BM_LoadNamedSetupIntoChain)->Unit(benchmark::kMicrosecond)->UseRealTim
 
 int main(int argc, char** argv)
 {
-    QCoreApplication app(argc, argv);
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -4,10 +4,14 @@
 #include "gui/setups/LVSaveSetupDialog.h"
 #include "setups/model/LVSetupManager.h"
 
+#include <QAbstractListModel>
+#include <QFont>
 #include <QGuiApplication>
 #include <QHBoxLayout>
+#include <QIcon>
 #include <QInputDialog>
-#include <QListWidget>
+#include <QItemSelectionModel>
+#include <QListView>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSet>
@@ -21,14 +25,73 @@ const QString kAutoload = QStringLiteral("autoload");
 
 } // namespace
 
+class LVSavedSetupsModel : public QAbstractListModel {
+public:
+    using QAbstractListModel::QAbstractListModel;
+
+    void reset(const std::vector<LVSavedSetupRef>* setups, const QString& autoload, const QFont& font)
+    {
+        beginResetModel();
+        setups_ = setups;
+        autoload_ = autoload;
+        font_ = font;
+        icons_.assign(setups->size(), QIcon());
+        endResetModel();
+    }
+
+    int rowCount(const QModelIndex& parent) const override
+    {
+        return parent.isValid() || !setups_ ? 0 : int(setups_->size());
+    }
+
+    QVariant data(const QModelIndex& index, int role) const override
+    {
+        if (!setups_ || index.row() < 0 || size_t(index.row()) >= setups_->size()) return {};
+        const LVSavedSetup& setup = *(*setups_)[size_t(index.row())];
+        switch (role) {
+        case Qt::DisplayRole:
+            return setup.name();
+        case Qt::DecorationRole: {
+            QIcon& icon = icons_[size_t(index.row())];
+            if (icon.isNull() && !setup.iconData().isEmpty()) icon = QIcon(QPixmap::fromImage(setup.icon()));
+            return icon;
+        }
+        case Qt::FontRole: {
+            QFont font = font_;
+            font.setBold(setup.name() == autoload_);
+            return font;
+        }
+        case Qt::ToolTipRole:
+            if (setup.loadError().isEmpty()) return {};
+            return LVSavedSetupsWindow::tr("%1 is not a readable setup: the file %2. It is left as it is.")
+                .arg(setup.path(), setup.loadError());
+        default:
+            return {};
+        }
+    }
+
+private:
+    const std::vector<LVSavedSetupRef>* setups_ = nullptr;
+    QString autoload_;
+    QFont font_;
+    mutable std::vector<QIcon> icons_;
+};
+
 LVSavedSetupsWindow::LVSavedSetupsWindow(LVSetupManager& manager, const LVSetupsHost& host, QWidget* parent)
-    : QWidget(parent, Qt::Window), manager_(manager), host_(host), list_(new QListWidget(this))
+    : QWidget(parent, Qt::Window),
+      manager_(manager),
+      host_(host),
+      list_(new QListView(this)),
+      model_(new LVSavedSetupsModel(this))
 {
     setWindowTitle(tr("Saved Setups"));
+    list_->setModel(model_);
     list_->setIconSize(QSize(LVSavedSetup::iconSize, LVSavedSetup::iconSize));
     list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    list_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    // Every row is as tall as an icon, so the view never asks rows it does not draw.
     list_->setUniformItemSizes(true);
-    connect(list_, &QListWidget::itemDoubleClicked, this,
+    connect(list_, &QListView::doubleClicked, this,
             [this] { doSelectOrMergeSetup(QGuiApplication::queryKeyboardModifiers()); });
 
     auto* buttons = new QHBoxLayout;
@@ -68,36 +131,33 @@ void LVSavedSetupsWindow::refresh()
 
     setupWatch_ = std::make_unique<QObject>();
     const QString autoload = host_.defaults ? host_.defaults->stringForKey(kAutoload) : QString();
-    const QSignalBlocker quiet(list_);
-    list_->clear();
-    for (const auto& setup : shown_) {
-        auto* item = new QListWidgetItem(QIcon(QPixmap::fromImage(setup->icon())), setup->name(), list_);
-        QFont font = list_->font();
-        font.setBold(setup->name() == autoload);
-        item->setFont(font);
-        if (!setup->loadError().isEmpty()) {
-            item->setToolTip(tr("%1 is not a readable setup: the file %2. It is left as it is.")
-                                 .arg(setup->path(), setup->loadError()));
-        }
-        item->setSelected(selectedNames.contains(setup->name()));
+    model_->reset(&shown_, autoload, list_->font());
+    QItemSelection selection;
+    for (int row = 0; row < int(shown_.size()); ++row) {
+        const LVSavedSetupRef& setup = shown_[size_t(row)];
+        if (selectedNames.contains(setup->name())) selection.select(model_->index(row), model_->index(row));
         connect(setup.get(), &LVSavedSetup::iconChanged, setupWatch_.get(), [this] { refresh(); });
         connect(setup.get(), &LVSavedSetup::nameChanged, setupWatch_.get(), [this] { refresh(); });
     }
+    list_->selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
 }
 
 std::vector<LVSavedSetupRef> LVSavedSetupsWindow::selectedSetups() const
 {
     std::vector<LVSavedSetupRef> selected;
-    for (int row = 0; row < list_->count() && size_t(row) < shown_.size(); ++row) {
-        if (list_->item(row)->isSelected()) selected.push_back(shown_[size_t(row)]);
+    for (int row = 0; row < int(shown_.size()); ++row) {
+        if (list_->selectionModel()->isRowSelected(row)) selected.push_back(shown_[size_t(row)]);
     }
     return selected;
 }
 
 void LVSavedSetupsWindow::selectSetupNamed(const QString& name)
 {
-    for (int row = 0; row < list_->count() && size_t(row) < shown_.size(); ++row) {
-        list_->item(row)->setSelected(shown_[size_t(row)]->name() == name);
+    list_->selectionModel()->clearSelection();
+    for (int row = 0; row < int(shown_.size()); ++row) {
+        if (shown_[size_t(row)]->name() == name) {
+            list_->selectionModel()->select(model_->index(row), QItemSelectionModel::Select);
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // The saved-setups list of the current set, in name order, with icons. Double-click
-// loads; with Alt held it merges. The auto-load setup is drawn bold.
+// loads; with Alt held it merges. The auto-load setup is drawn bold. Icons are decoded
+// only for the rows the list draws, so a long catalogue opens at once.
 #include "gui/setups/LVSetupsWindows.h"
 #include "setups/model/LVSavedSetup.h"
 
@@ -8,8 +9,8 @@
 
 #include <memory>
 
-class QListWidget;
-class QPushButton;
+class LVSavedSetupsModel;
+class QListView;
 
 class LVSavedSetupsWindow : public QWidget {
     Q_OBJECT
@@ -18,7 +19,7 @@ public:
 
     LVSavedSetupsWindow(LVSetupManager& manager, const LVSetupsHost& host, QWidget* parent = nullptr);
 
-    QListWidget* list() const { return list_; }
+    QListView* list() const { return list_; }
     // The setups shown, in row order.
     const std::vector<LVSavedSetupRef>& shownSetups() const { return shown_; }
     std::vector<LVSavedSetupRef> selectedSetups() const;
@@ -42,7 +43,8 @@ private:
 
     LVSetupManager& manager_;
     LVSetupsHost host_;
-    QListWidget* list_;
+    QListView* list_;
+    LVSavedSetupsModel* model_;
     std::vector<LVSavedSetupRef> shown_;
     // Connections to the shown setups, dropped at each refresh.
     std::unique_ptr<QObject> setupWatch_;

@@ -14,6 +14,7 @@
 #include <QJsonParseError>
 #include <QPainter>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 
@@ -36,11 +37,50 @@ QString lastComponent(const QString& path)
     return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
 }
 
+// Padded standard base64, as this build writes it, straight from the string's UTF-16:
+// the folder scan spends most of its time here, and this runs several times faster than
+// the general decoder, which remains the fallback for any other spelling.
+bool decodePaddedBase64(QStringView text, QByteArray* out)
+{
+    static const auto table = [] {
+        std::array<int8_t, 128> t{};
+        t.fill(-1);
+        const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        for (int i = 0; i < 64; ++i) t[size_t(alphabet[i])] = int8_t(i);
+        return t;
+    }();
+    const qsizetype length = text.size();
+    if (length % 4 != 0) return false;
+    const qsizetype padding =
+        length > 0 && text[length - 1] == u'=' ? 1 + qsizetype(text[length - 2] == u'=') : 0;
+    QByteArray bytes(length / 4 * 3 - padding, Qt::Uninitialized);
+    char* o = bytes.data();
+    const char16_t* in = text.utf16();
+    for (qsizetype i = 0, written = 0; i < length; i += 4) {
+        uint32_t group = 0;
+        for (int k = 0; k < 4; ++k) {
+            const char16_t c = in[i + k];
+            int value;
+            if (c == u'=' && i + 4 == length && k >= 4 - padding) {
+                value = 0;
+            } else if (c >= 128 || (value = table[c]) < 0) {
+                return false;
+            }
+            group = group << 6 | uint32_t(value);
+        }
+        const char triple[3] = {char(group >> 16), char(group >> 8), char(group)};
+        for (int k = 0; k < 3 && written < bytes.size(); ++k) o[written++] = triple[k];
+    }
+    *out = std::move(bytes);
+    return true;
+}
+
 bool decodeBase64(const QJsonValue& value, QByteArray* out)
 {
     if (!value.isString()) return false;
-    auto result = QByteArray::fromBase64Encoding(value.toString().toLatin1(),
-                                                 QByteArray::AbortOnBase64DecodingErrors);
+    const QString text = value.toString();
+    if (decodePaddedBase64(text, out)) return true;
+    auto result = QByteArray::fromBase64Encoding(text.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
     if (!result) return false;
     *out = std::move(*result);
     return true;

@@ -114,6 +114,25 @@ TEST_F(SavedSetup, ReadsEveryFileForm)
     }
 }
 
+TEST_F(SavedSetup, BlobsInEveryBase64Spelling)
+{
+    const std::vector<std::pair<QString, QByteArray>> cases = {
+        {"", ""},         {"YQ==", "a"},  {"YWI=", "ab"},     {"YWJj", "abc"}, {"YQ", "a"},
+        {"/+8A", QByteArray("\xff\xef\x00", 3)}, {"YWJjZA==", "abcd"}, {"YQ=a", {}},      {"Y===", {}}, {"é===", {}},
+    };
+    for (const auto& [text, bytes] : cases) {
+        SCOPED_TRACE(text.toStdString());
+        writeAll(path("Blobs"), json(QJsonObject{{"encoded", QJsonArray{text}}}));
+        const LVSavedSetup setup(nullptr, path("Blobs"));
+        if (bytes.isNull()) {
+            EXPECT_EQ(setup.fileForm(), LVSavedSetup::FileForm::Unreadable);
+        } else {
+            ASSERT_EQ(setup.numEffects(), 1);
+            EXPECT_EQ(setup.encoded().front(), bytes);
+        }
+    }
+}
+
 TEST_F(SavedSetup, LegacyArrayIsRewrittenAsDictionaryOnFirstPersist)
 {
     const QJsonArray blobs{b64(sourceBlob()), b64(effectBlob("Warm"))};

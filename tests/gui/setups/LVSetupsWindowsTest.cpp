@@ -12,7 +12,7 @@
 #include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
+#include <QListView>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
@@ -49,6 +49,21 @@ QPushButton* buttonNamed(QWidget* parent, const QString& text)
         if (button->text() == text) return button;
     }
     return nullptr;
+}
+
+QString rowText(const LVSavedSetupsWindow& window, int row)
+{
+    return window.list()->model()->index(row, 0).data().toString();
+}
+
+bool rowIsBold(const LVSavedSetupsWindow& window, int row)
+{
+    return window.list()->model()->index(row, 0).data(Qt::FontRole).value<QFont>().bold();
+}
+
+int rowCount(const LVSavedSetupsWindow& window)
+{
+    return window.list()->model()->rowCount();
 }
 
 // Stands in for the controller's chain.
@@ -159,9 +174,9 @@ TEST_F(SetupsWindows, SaveWritesTheSetupWithTheFrameAsIcon)
     const LVSavedSetup stored(nullptr, manager_->savedSetupPathForName("Live Show"));
     EXPECT_EQ(stored.numEffects(), 1) << "the source is left out by default";
     EXPECT_EQ(stored.icon().pixel(32, 32), qRgb(0, 0, 255));
-    ASSERT_EQ(window.list()->count(), 1);
-    EXPECT_EQ(window.list()->item(0)->text(), "Live Show");
-    EXPECT_FALSE(window.list()->item(0)->icon().isNull());
+    ASSERT_EQ(rowCount(window), 1);
+    EXPECT_EQ(rowText(window, 0), "Live Show");
+    EXPECT_FALSE(window.list()->model()->index(0, 0).data(Qt::DecorationRole).value<QIcon>().isNull());
 }
 
 TEST_F(SetupsWindows, ListIsInNameOrderAndLoadsOrMerges)
@@ -169,7 +184,7 @@ TEST_F(SetupsWindows, ListIsInNameOrderAndLoadsOrMerges)
     for (const char* name : {"beta", "Alpha", "Gamma"}) saveSetup(name);
     LVSavedSetupsWindow window(*manager_, host_);
     QStringList shown;
-    for (int row = 0; row < window.list()->count(); ++row) shown.append(window.list()->item(row)->text());
+    for (int row = 0; row < rowCount(window); ++row) shown.append(rowText(window, row));
     EXPECT_EQ(shown, QStringList({"Alpha", "beta", "Gamma"}));
 
     window.selectSetupNamed("beta");
@@ -203,7 +218,7 @@ TEST_F(SetupsWindows, RemoveAsksNoThenYes)
     }
     EXPECT_FALSE(manager_->hasSetupWithName("Gone"));
     EXPECT_FALSE(QFile::exists(path));
-    EXPECT_EQ(window.list()->count(), 1);
+    EXPECT_EQ(rowCount(window), 1);
 }
 
 TEST_F(SetupsWindows, RemoveAnsweredNoKeepsEverything)
@@ -238,16 +253,16 @@ TEST_F(SetupsWindows, RenameRefusesATakenNameAndAutoLoadIsBold)
     rename->setTextValue("Uno");
     rename->accept();
     EXPECT_TRUE(manager_->hasSetupWithName("Uno"));
-    EXPECT_EQ(window.list()->item(1)->text(), "Uno");
+    EXPECT_EQ(rowText(window, 1), "Uno");
 
     window.selectSetupNamed("Uno");
     window.doSelectAutoLoad();
     EXPECT_EQ(defaults_->stringForKey("autoload"), "Uno");
-    EXPECT_TRUE(window.list()->item(1)->font().bold());
-    EXPECT_FALSE(window.list()->item(0)->font().bold());
+    EXPECT_TRUE(rowIsBold(window, 1));
+    EXPECT_FALSE(rowIsBold(window, 0));
     window.doSelectAutoLoad();
     EXPECT_TRUE(defaults_->stringForKey("autoload").isEmpty());
-    EXPECT_FALSE(window.list()->item(1)->font().bold());
+    EXPECT_FALSE(rowIsBold(window, 1));
 }
 
 TEST_F(SetupsWindows, SetsEditorMenuTableAndPrompts)
