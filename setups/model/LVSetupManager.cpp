@@ -5,6 +5,8 @@
 #include "core/util/LVLog.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 
 #include <algorithm>
@@ -168,7 +170,18 @@ LVSavedSetupRef LVSetupManager::newSavedSetupWithName(const QString& name, const
         if (error) *error = problem;
         return nullptr;
     }
-    auto setup = std::make_shared<LVSavedSetup>(effects, savedSetupPathForName(name));
+    const QString path = savedSetupPathForName(name);
+    // Saving over a file that never read as a setup keeps that file's bytes aside.
+    if (const LVSavedSetupRef old = setupWithName(name);
+        old && old->fileForm() == LVSavedSetup::FileForm::Unreadable && QFileInfo::exists(path)) {
+        const QString aside = LVSavedSetup::unreadableBackupPath(path);
+        if (!QFile::rename(path, aside)) {
+            LVLog("newSavedSetupWithName: cannot move %s aside to %s", qPrintable(path), qPrintable(aside));
+            if (error) *error = QStringLiteral("The unreadable file %1 could not be kept aside.").arg(path);
+            return nullptr;
+        }
+    }
+    auto setup = std::make_shared<LVSavedSetup>(effects, path);
     if (!setup->persist()) {
         if (error) *error = QStringLiteral("The setup \"%1\" could not be written to %2.").arg(name, setupDir_);
         return nullptr;

@@ -72,6 +72,7 @@ class LVSetupManager : public QObject, public LVSetupCatalog {
     Q_OBJECT
 public:
     // context is handed to the setups it reads; setupDir defaults to defaultSavedSetupDir().
+    // defaults must outlive the manager, which writes a pending save when it goes.
     LVSetupManager(LVDefaults& defaults, LVContext* context, QString setupDir = {});
     // Writes a save that is still pending, so a quick quit loses no set change.
     ~LVSetupManager() override;
@@ -88,8 +89,9 @@ public:
     QString savedSetupDir() const { return setupDir_; }
     QString savedSetupPathForName(const QString& name) const;
 
-    // Writes a new setup at once (replacing a file of that name) and registers it. An
-    // unusable file name gives nothing, with the reason in error when given.
+    // Writes a new setup at once (replacing a file of that name; an unreadable one is kept
+    // aside first) and registers it. An unusable file name gives nothing, with the reason
+    // in error when given.
     LVSavedSetupRef newSavedSetupWithName(const QString& name, const std::vector<LVEffectRef>& effects,
                                           QString* error = nullptr);
     // Into the all-setups set, the current set and every set that has a member of that name.

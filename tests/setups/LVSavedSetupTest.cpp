@@ -296,19 +296,6 @@ TEST_F(SavedSetup, InstantiatesFreshEffectsMarkedWithTheSetupName)
     EXPECT_DOUBLE_EQ(first[1]->parameterValue("amount").toDouble(), 0.25);
 }
 
-TEST_F(SavedSetup, SetEffectsAnnouncesHasVideoSourceOnlyWhenItChanges)
-{
-    LVSavedSetup setup(std::vector<LVEffectRef>{}, path("S"));
-    QSignalSpy changed(&setup, &LVSavedSetup::hasVideoSourceChanged);
-    setup.setEffects({newTestEffect(setupTestEffect())});
-    EXPECT_EQ(changed.count(), 0);
-    setup.setEffects({newTestEffect(setupTestSource()), newTestEffect(setupTestEffect())});
-    setup.setEffects({newTestEffect(setupTestSource())});
-    EXPECT_EQ(changed.count(), 1);
-    EXPECT_TRUE(setup.hasVideoSource());
-    EXPECT_FALSE(QFile::exists(path("S"))) << "setEffects does not persist";
-}
-
 TEST_F(SavedSetup, NamesDifferingOnlyByCaseAreTwoSetupsThatSortTogether)
 {
     LVSavedSetup upper({newTestEffect(setupTestSource())}, path("X"));
@@ -351,17 +338,6 @@ TEST_F(SavedSetup, IconIsTheFrameFittedOnBlack)
     const LVSavedSetup reread(nullptr, path("Snap"));
     EXPECT_EQ(reread.icon().size(), QSize(64, 64));
     EXPECT_EQ(reread.icon().pixel(32, 32), qRgb(255, 0, 0));
-}
-
-TEST_F(SavedSetup, PersistCreatesMissingFoldersAndUnlinkDeletes)
-{
-    const QString deep = dir_.filePath("a/b/Saved Setups/Deep");
-    LVSavedSetup setup({newTestEffect(setupTestEffect())}, deep);
-    ASSERT_TRUE(setup.persist());
-    EXPECT_TRUE(QFile::exists(deep));
-    setup.unlink();
-    EXPECT_FALSE(QFile::exists(deep));
-    setup.unlink();
 }
 
 } // namespace

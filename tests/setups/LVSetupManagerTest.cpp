@@ -77,6 +77,11 @@ TEST_F(SetupManager, ScanTakesEveryVisibleFileInCaseInsensitiveOrder)
     manager.reset();
     EXPECT_EQ(readAll(setupDir() + "/Damaged"), "{\"encoded\": [") << "start and quit never rewrite a file";
     EXPECT_EQ(readAll(setupDir() + "/beta"), "[]");
+
+    manager = start();
+    save(*manager, "Damaged");
+    EXPECT_EQ(readAll(setupDir() + "/.Damaged.unreadable"), "{\"encoded\": [") << "saving over it keeps it aside";
+    EXPECT_EQ(manager->setupWithName("Damaged")->fileForm(), LVSavedSetup::FileForm::Dictionary);
 }
 
 TEST_F(SetupManager, MissingFolderGivesAnEmptyCatalogueAndTheFirstSaveMakesIt)
@@ -273,20 +278,6 @@ TEST_F(SetupManager, CatalogueLoadsByNameFromTheCurrentSetAndByPath)
     writeAll(dir_.filePath("notes.txt"), "shopping list");
     EXPECT_FALSE(manager->effectsOfSetupAtPath(dir_.filePath("notes.txt"), nullptr));
     EXPECT_FALSE(manager->effectsOfSetupAtPath(dir_.filePath("missing"), nullptr));
-}
-
-TEST_F(SetupManager, FrameGrabberFeedsTheIconSnapshot)
-{
-    auto manager = start();
-    EXPECT_TRUE(manager->currentFrame().isNull());
-    manager->setFrameGrabber([] {
-        QImage frame(32, 32, QImage::Format_ARGB32_Premultiplied);
-        frame.fill(Qt::green);
-        return frame;
-    });
-    save(*manager, "Green");
-    manager->setupWithName("Green")->snapshotIcon(manager->currentFrame());
-    EXPECT_EQ(LVSavedSetup(nullptr, setupDir() + "/Green").icon().pixel(10, 10), qRgb(0, 255, 0));
 }
 
 } // namespace

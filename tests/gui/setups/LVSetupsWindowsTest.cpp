@@ -215,21 +215,12 @@ TEST_F(SetupsWindows, RemoveAsksNoThenYes)
         EXPECT_EQ(box->defaultButton()->text(), "No");
         buttonNamed(box, answer)->click();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_EQ(QFile::exists(path), QString(answer) == "No");
+        EXPECT_EQ(manager_->hasSetupWithName("Gone"), QString(answer) == "No");
     }
     EXPECT_FALSE(manager_->hasSetupWithName("Gone"));
     EXPECT_FALSE(QFile::exists(path));
     EXPECT_EQ(rowCount(window), 1);
-}
-
-TEST_F(SetupsWindows, RemoveAnsweredNoKeepsEverything)
-{
-    saveSetup("Stay");
-    LVSavedSetupsWindow window(*manager_, host_);
-    window.selectSetupNamed("Stay");
-    window.doRemoveSetup();
-    buttonNamed(window.findChild<QMessageBox*>("removeConfirmation"), "No")->click();
-    EXPECT_TRUE(manager_->hasSetupWithName("Stay"));
-    EXPECT_TRUE(QFile::exists(manager_->savedSetupPathForName("Stay")));
 }
 
 TEST_F(SetupsWindows, RenameRefusesATakenNameAndAutoLoadIsBold)
