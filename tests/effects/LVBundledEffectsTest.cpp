@@ -169,7 +169,7 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
     const QList<QStringList> chains = {
         {"Colour Adjust", "Chroma Key", "Vignette", "Black and White"},
         {"Colour Adjust", "Blur", "Chroma Key", "Vignette", "Lower Third"},
-        {"Sharpen", "Colour Adjust", "Border", "Clock", "Title"},
+        {"Sharpen", "Colour Adjust", "Border", "Ticker", "Title"},
         {"Mirror", "Pixelate", "Colour Adjust"},
     };
     const QImage picture = bars(96, 54);
