@@ -480,15 +480,13 @@ void LVCamGrabber::configureTask(Config config)
 
 void LVCamGrabber::buildPipeline()
 {
-    if (caps_.isEmpty() || startPipeline(caps_)) return;
-    if (pipeline_ == nullptr && devicePresent_) {
-        // The device refused the chosen format: run with what it gives.
-        LVLog("Unable to get lock for video device");
-        startPipeline(QString());
-    }
+    if (startPipeline(caps_) != Start::Refused || caps_.isEmpty()) return;
+    // The device refused the chosen format: run with what it gives.
+    LVLog("Unable to get lock for video device");
+    startPipeline(QString());
 }
 
-bool LVCamGrabber::startPipeline(const QString& capsText)
+LVCamGrabber::Start LVCamGrabber::startPipeline(const QString& capsText)
 {
     buffmtx.lock();
     LVCamDeviceRef device = device_;
@@ -498,7 +496,7 @@ bool LVCamGrabber::startPipeline(const QString& capsText)
     GstElement* source = device->createElement(&error);
     if (!source) {
         handleLoss(error);
-        return false;
+        return Start::Failed;
     }
     const QByteArray name = displayName_.toUtf8();
     GstElement* pipeline = gst_pipeline_new(name.constData());
@@ -512,7 +510,7 @@ bool LVCamGrabber::startPipeline(const QString& capsText)
         }
         gst_object_unref(pipeline);
         handleLoss(QStringLiteral("gst_element_factory_make: capsfilter, jpegdec, videoconvert or appsink is missing"));
-        return false;
+        return Start::Failed;
     }
     GstCaps* caps = capsText.isEmpty() ? gst_caps_from_string("video/x-raw") : gst_caps_from_string(capsText.toUtf8().constData());
     g_object_set(filter, "caps", caps, nullptr);
@@ -532,8 +530,9 @@ bool LVCamGrabber::startPipeline(const QString& capsText)
     }
     if (!linked) {
         gst_object_unref(pipeline);
+        if (!capsText.isEmpty()) return Start::Refused;
         handleLoss(QStringLiteral("gst_element_link_many: the camera cannot give %1").arg(capsText));
-        return false;
+        return Start::Failed;
     }
     const uint64_t generation = ++generation_;
     GstBus* bus = gst_pipeline_get_bus(GST_PIPELINE(pipeline));
@@ -547,14 +546,17 @@ bool LVCamGrabber::startPipeline(const QString& capsText)
         QString text = failureText_;
         buffmtx.unlock();
         teardownPipeline();
-        if (capsText.isEmpty()) handleLoss(text.isEmpty() ? QStringLiteral("gst_element_set_state(PLAYING) failed") : text);
-        return false;
+        if (!capsText.isEmpty()) return Start::Refused;
+        handleLoss(text.isEmpty() ? QStringLiteral("gst_element_set_state(PLAYING) failed") : text);
+        return Start::Failed;
     }
+    activeCaps_ = capsText;
+    const QString format = capsText.isEmpty() ? QStringLiteral("video/x-raw") : capsText;
     buffmtx.lock();
-    activeFormat_ = capsText;
+    activeFormat_ = format;
     buffmtx.unlock();
-    LVLog("%s", qPrintable(capsText.isEmpty() ? QStringLiteral("video/x-raw") : capsText));
-    return true;
+    LVLog("%s", qPrintable(format));
+    return Start::Started;
 }
 
 void LVCamGrabber::teardownPipeline()
@@ -565,15 +567,22 @@ void LVCamGrabber::teardownPipeline()
     gst_object_unref(pipeline_);
     pipeline_ = nullptr;
     appsink_ = nullptr;
+    activeCaps_.clear();
     buffmtx.lock();
     activeFormat_.clear();
     buffmtx.unlock();
 }
 
-void LVCamGrabber::pipelineFailed(uint64_t generation, const QString& text)
+void LVCamGrabber::pipelineFailed(uint64_t generation, const QString& text, bool refused)
 {
     if (generation != generation_) return;
+    const bool constrained = !activeCaps_.isEmpty();
     teardownPipeline();
+    if (refused && constrained) {
+        // The device would not give the chosen format: run with what it gives.
+        LVLog("Unable to get lock for video device");
+        if (startPipeline(QString()) == Start::Started) return;
+    }
     handleLoss(text);
 }
 
@@ -592,10 +601,18 @@ int LVCamGrabber::busSyncHandler(GstBus*, GstMessage* message, void* data)
     LVCamGrabber* self = cookie->grabber;
     const uint64_t generation = cookie->generation;
     QString text;
+    bool refused = false;
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
         GError* error = nullptr;
         gst_message_parse_error(message, &error, nullptr);
         text = QString::fromUtf8(error ? error->message : "unknown error");
+        const GstStructure* details = nullptr;
+        gst_message_parse_error_details(message, &details);
+        gint flow = GST_FLOW_OK;
+        if (details) gst_structure_get_int(details, "flow-return", &flow);
+        refused = flow == GST_FLOW_NOT_NEGOTIATED ||
+                  (error && ((error->domain == GST_STREAM_ERROR && error->code == GST_STREAM_ERROR_FORMAT) ||
+                             (error->domain == GST_CORE_ERROR && error->code == GST_CORE_ERROR_NEGOTIATION)));
         g_clear_error(&error);
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
         text = QStringLiteral("the camera stopped sending pictures");
@@ -604,7 +621,7 @@ int LVCamGrabber::busSyncHandler(GstBus*, GstMessage* message, void* data)
     }
     self->buffmtx.lock();
     self->failureText_ = text;
-    self->tasks_.push_back([self, generation, text] { self->pipelineFailed(generation, text); });
+    self->tasks_.push_back([self, generation, text, refused] { self->pipelineFailed(generation, text, refused); });
     self->buffmtx.notify();
     self->buffmtx.unlock();
     return GST_BUS_DROP;

@@ -116,10 +116,13 @@ private:
     void configureTask(Config config);
     void choose();
     void buildPipeline();
-    bool startPipeline(const QString& caps);
+    enum class Start { Started, Refused, Failed };
+    // Refused: the device would not take these caps; Failed is logged and retried later.
+    Start startPipeline(const QString& caps);
     void handleLoss(const QString& text);
     void teardownPipeline();
-    void pipelineFailed(uint64_t generation, const QString& text);
+    // refused: the device would not give the chosen format.
+    void pipelineFailed(uint64_t generation, const QString& text, bool refused);
     bool ensureGL();
     static int busSyncHandler(GstBus* bus, GstMessage* message, void* self);
 
@@ -157,6 +160,7 @@ private:
     bool devicePresent_ = true;
     QString caps_;  // what the format rules chose, "" for whatever the device gives
     bool jpeg_ = false;
+    QString activeCaps_; // caps of the running pipeline
     int64_t lostSinceNs_ = 0;
     QString lastFailure_;
     std::atomic<uint64_t> generation_{0};

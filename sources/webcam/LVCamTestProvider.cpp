@@ -28,8 +28,9 @@ public:
         const bool jpeg = std::any_of(formats_.begin(), formats_.end(),
                                       [](const LVCamFormat& f) { return f.pixelFormat == QLatin1String("MJPG"); });
         // A JPEG camera: raw test pictures encoded on the fly, as the camera's chip would.
-        const QString description =
-            QStringLiteral("videotestsrc is-live=true pattern=%1%2").arg(spec_.pattern, jpeg ? QStringLiteral(" ! jpegenc") : QString());
+        QString description = QStringLiteral("videotestsrc is-live=true pattern=%1").arg(spec_.pattern);
+        if (!spec_.produces.isEmpty()) description += QStringLiteral(" ! capsfilter caps=\"%1\"").arg(spec_.produces);
+        if (jpeg) description += QStringLiteral(" ! jpegenc");
         GError* gerror = nullptr;
         GstElement* element = gst_parse_bin_from_description(description.toUtf8().constData(), TRUE, &gerror);
         if (!element) {

@@ -11,6 +11,7 @@ struct LVCamTestDeviceSpec {
     QString name;
     QString caps;                            // e.g. "video/x-raw,format=YUY2,width=640,height=480,framerate=30/1"
     QString pattern = QStringLiteral("smpte"); // videotestsrc pattern
+    QString produces = {};                   // caps the fake hardware really gives; empty: what it lists
 };
 
 class LVCamTestProvider : public LVCamDeviceProvider {

@@ -209,6 +209,22 @@ TEST_F(LVCamGrabberTest, FailedPipelineIsRetriedWhileTheCameraStaysListed)
     g->stop();
 }
 
+TEST_F(LVCamGrabberTest, CameraRefusingTheChosenFormatRunsWithWhatItGives)
+{
+    // Lists YUY2 but really gives I420, as some drivers do.
+    provider_->addDevice({"test:s", "Stubborn Cam", "video/x-raw,format=YUY2,width=160,height=120,framerate=30/1", "white",
+                          "video/x-raw,format=I420,width=160,height=120"});
+    const LVCamGrabber::Ref g = grabber("test:s");
+    ASSERT_TRUE(g);
+    g->start();
+    EXPECT_TRUE(LVWaitFor([&] { return g->activeFormat() == "video/x-raw"; })) << qPrintable(g->activeFormat());
+    const auto picture = LVNextPicture(*g);
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(picture->width(), 160);
+    EXPECT_NEAR(reader.at(*picture, 10, 10)[1], 255, 1);
+    g->stop();
+}
+
 TEST_F(LVCamGrabberTest, ReleasingTheListWhileCapturingStopsCleanly)
 {
     LVCamGrabber::Ref g = grabber("test:b");
