@@ -1,5 +1,6 @@
 #include "app/LVKindRegistration.h"
 #include "effects/registration/LVEffectKinds.h"
+#include "sources/testpattern/TestPatternSource.h"
 #include "sources/webcam/CamSource.h"
 
 // One include and one call per kind library, in any order: the catalogue orders kinds itself.
@@ -8,4 +9,5 @@ void LVRegisterAllKinds()
 {
     LVRegisterWebcamKinds();
     LVRegisterEffectKinds();
+    LVRegisterTestPatternSource();
 }
