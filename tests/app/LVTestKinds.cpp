@@ -1,12 +1,21 @@
 #include "tests/app/LVTestKinds.h"
 
+#include <vector>
+
 namespace {
+
+// Descriptors must outlive every effect made from them: kept for the whole process.
+std::vector<std::unique_ptr<LVEffectDescriptor>>& keptDescriptors()
+{
+    static std::vector<std::unique_ptr<LVEffectDescriptor>> kept;
+    return kept;
+}
 
 template <class T>
 LVEffectDescriptor* describe(const char* className, const char* name, LVEffectRole role,
                              LVParameterList parameters = {})
 {
-    auto* descriptor = new LVEffectDescriptor;
+    auto* descriptor = keptDescriptors().emplace_back(std::make_unique<LVEffectDescriptor>()).get();
     descriptor->className = QString::fromLatin1(className);
     descriptor->name = QString::fromLatin1(name);
     descriptor->role = role;

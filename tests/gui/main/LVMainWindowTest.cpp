@@ -8,6 +8,8 @@
 #include "gui/main/LVMainWindow.h"
 #include "gui/main/LVPreviewWidget.h"
 #include "gui/main/LVSettingsPanel.h"
+#include "gui/setups/LVSavedSetupsWindow.h"
+#include "setups/model/LVSetupManager.h"
 #include "tests/app/LVTestKinds.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +46,8 @@ protected:
     // An effect with one parameter of each editor kind the panel builds.
     static void registerSettingsKind()
     {
-        auto* descriptor = new LVEffectDescriptor;
+        static LVEffectDescriptor kept;
+        LVEffectDescriptor* descriptor = &kept;
         descriptor->className = QStringLiteral("TestSettings");
         descriptor->name = QStringLiteral("Settings Test");
         descriptor->parameters = {
@@ -240,4 +243,33 @@ TEST_F(LVMainWindowTest, BetaNoticeAppearsOnceWithItsText)
     QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     window->showBetaNagIfNeeded();
     EXPECT_EQ(window->findChild<QMessageBox*>(QStringLiteral("betaNag")), nullptr);
+}
+
+TEST_F(LVMainWindowTest, SetupsMenuOpensTheSetupsWindowsAndSetupsLoadByName)
+{
+    QList<QAction*> entries = window->setupsMenu()->actions();
+    ASSERT_EQ(entries.size(), 3);
+    for (QAction* action : entries) EXPECT_FALSE(action->isEnabled()) << action->text().toStdString();
+
+    LVSetupManager manager(*defaults, app->context(), dir.filePath(QStringLiteral("Saved Setups")));
+    manager.startup();
+    app->setSetupCatalog(&manager);
+    window->setSetupManager(&manager);
+    for (QAction* action : entries) EXPECT_TRUE(action->isEnabled()) << action->text().toStdString();
+
+    ASSERT_TRUE(manager.newSavedSetupWithName(QStringLiteral("Marked"), {makeTestEffect("Marker", app->context())}));
+    EXPECT_TRUE(app->loadNamedSetup(QStringLiteral("Marked"), false));
+    // Loaded effects carry their setup's name.
+    const QStringList loaded{QStringLiteral("Marker (Marked)")};
+    EXPECT_EQ(chainTexts(), loaded);
+    EXPECT_FALSE(app->loadNamedSetup(QStringLiteral("Nobody"), false));
+    EXPECT_EQ(chainTexts(), loaded);
+
+    entries.front()->trigger();
+    auto* list = window->findChild<LVSavedSetupsWindow*>();
+    ASSERT_TRUE(list);
+    EXPECT_TRUE(list->isVisible());
+    window->setSetupManager(nullptr);
+    app->setSetupCatalog(nullptr);
+    delete list;
 }
