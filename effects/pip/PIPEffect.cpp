@@ -74,7 +74,8 @@ void PIPEffect::initPIPEffectCommon()
 
 void PIPEffect::setOtherEffect(LVEffectRef other)
 {
-    if (otherEffect_) otherEffect_->setMode(LVModeOff);
+    // A source nobody else holds stops; one swapped into the chain keeps running there.
+    if (otherEffect_ && otherEffect_.use_count() == 1) otherEffect_->setMode(LVModeOff);
     otherEffect_ = std::move(other);
     pipFrame_ = {};
     initPIPEffectCommon();

@@ -2,11 +2,12 @@
 // A second source shown as a picture inside the video. The embedded source is owned and
 // rendered by this effect, one step ahead of the main chain, and drawn by the
 // picture-in-picture composition from the application's resources.
+#include "core/LVControllerInterfaces.h"
 #include "effects/composition/LVQCEffect.h"
 
 #include <functional>
 
-class PIPEffect : public LVQCEffect {
+class PIPEffect : public LVQCEffect, public LVOtherSourceHolder {
 public:
     PIPEffect() = default;
     ~PIPEffect() override;
@@ -22,8 +23,9 @@ public:
     void encodeWithCoder(LVKeyedArchiver& coder) const override;
     void destruct() override;
 
-    const LVEffectRef& getOtherEffect() const { return otherEffect_; }
-    void setOtherEffect(LVEffectRef other);
+    // The controller swaps sources through these.
+    LVEffectRef getOtherEffect() const override { return otherEffect_; }
+    void setOtherEffect(LVEffectRef other) override;
 
     void preDoit() override;
     void doit() override;

@@ -85,3 +85,21 @@ TEST_F(LVPIPTest, SwapGoesThroughTheController)
     EXPECT_EQ(swaps, 2);
     PIPEffect::setSwapHandler(nullptr);
 }
+
+TEST_F(LVPIPTest, SwappedSourcesKeepRunningWhereTheyGo)
+{
+    auto pip = makePIP(QStringLiteral("Green"));
+    pip->setMode(LVModeLive);
+    LVOtherSourceHolder* holder = pip.get();
+    LVEffectRef main = registry->instantiateNamedEffect(QStringLiteral("Dot"), ctx.get());
+    main->setMode(LVModeLive);
+    // As the controller swaps: the embedded source joins the chain, the chain's goes in.
+    for (int i = 0; i < 2; ++i) {
+        LVEffectRef embedded = holder->getOtherEffect();
+        holder->setOtherEffect(main);
+        main = embedded;
+        EXPECT_EQ(main->mode(), LVModeLive);
+        EXPECT_EQ(holder->getOtherEffect()->mode(), LVModeLive);
+    }
+    EXPECT_EQ(pip->name(), QStringLiteral("PIP Green"));
+}
