@@ -31,15 +31,15 @@ int editDistance(const QString& a, const QString& b)
 QString LVCommandLineUsage()
 {
     return QStringLiteral(
-        "usage: lumaveil [--headless [options]] | --list-effects\n"
+        "usage: lumaveil [--headless] [options] | --list-effects\n"
         "  --headless            render and publish frames with no window\n"
         "  --video-size WxH      output size for this run (%1 to %2 per side)\n"
         "  --fps N               frames per second for this run (%3 to %4)\n"
-        "  --frames N            stop after N frames\n"
+        "  --frames N            stop after N frames (headless)\n"
         "  --source NAME         the chain's source, by catalogue name\n"
         "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
-        "  --bench               render as fast as possible and print timing as JSON\n"
+        "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n")
         .arg(LVMinVideoDimension)
         .arg(LVMaxVideoDimension)
@@ -98,10 +98,9 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     result.source = parser.value(source);
     result.effects = parser.values(effect);
     result.setup = parser.value(setup);
-    const bool needsHeadless = result.bench || result.videoSize || result.frameRate || result.frames ||
-                               !result.source.isEmpty() || !result.effects.isEmpty();
-    if (needsHeadless && !result.headless) {
-        *error = QStringLiteral("--video-size, --fps, --frames, --source, --effect and --bench need --headless");
+    // The window runs until closed and at the timer's pace.
+    if ((result.bench || result.frames) && !result.headless) {
+        *error = QStringLiteral("--frames and --bench need --headless");
         return false;
     }
     if (!result.setup.isEmpty() && (!result.source.isEmpty() || !result.effects.isEmpty())) {

@@ -11,6 +11,7 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QStringList>
@@ -64,6 +65,8 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
 {
     LVDefaults& defaults = LVDefaults::standardUserDefaults();
     LVLaunchOptions options;
+    options.videoSize = commandLine.videoSize;
+    options.frameRate = commandLine.frameRate;
     options.folders = folders;
     QString error;
     std::unique_ptr<Lumaveil> lumaveil = Lumaveil::create(defaults, options, &error);
@@ -76,7 +79,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     lumaveil->setSetupCatalog(&setupManager);
     LVMainWindow window(*lumaveil);
     window.setSetupManager(&setupManager);
-    // --setup, else the auto-load setup, else the embedded default.
+    // --source/--effect, else --setup, else the auto-load setup, else the embedded default.
     if (!LVBuildChain(*lumaveil, commandLine, &error)) {
         lumaveil->applicationWillTerminate();
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
@@ -108,7 +111,9 @@ int main(int argc, char** argv)
     }
     LVRegisterAllKinds();
     if (commandLine.headless || commandLine.listEffects) {
-        QCoreApplication app(argc, argv);
+        // Text overlays need Qt's fonts, which need a GUI application; offscreen needs no display.
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+        QGuiApplication app(argc, argv);
         QCoreApplication::setApplicationName(QStringLiteral("Lumaveil"));
         if (commandLine.listEffects) return listEffects();
         return LVRunHeadless(commandLine, effectFolders(), sinceStart);

@@ -92,6 +92,8 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
     auto* addRow = new QHBoxLayout;
     effectChooser_ = new QComboBox(side);
     effectChooser_->setObjectName(QStringLiteral("effectChooser"));
+    effectChooser_->setMinimumContentsLength(14);
+    effectChooser_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     auto* addButton = new QPushButton(tr("Add"), side);
     addButton->setObjectName(QStringLiteral("addEffect"));
     auto* removeButton = new QPushButton(tr("Remove"), side);

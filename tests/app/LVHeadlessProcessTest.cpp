@@ -111,14 +111,17 @@ TEST_F(LVHeadlessProcessTest, SignalsEndItCleanly)
     for (int signalNumber : {SIGTERM, SIGINT}) {
         process.setArguments({QStringLiteral("--headless"), QStringLiteral("--fps"), QStringLiteral("30"),
                               QStringLiteral("--video-size"), QStringLiteral("64x48")});
+        LVShmem reader;
+        const uint32_t seqBefore = reader.frameSeq();
         process.start();
         ASSERT_TRUE(process.waitForStarted());
-        LVShmem reader;
+        // A frame of this run, not one left over from an earlier one.
+        const auto published = [&] { return reader.appRunning() && reader.frameSeq() != seqBefore; };
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!reader.isNewImageAvailable() && std::chrono::steady_clock::now() < deadline) {
+        while (!published() && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
-        ASSERT_TRUE(reader.isNewImageAvailable()) << "frames are published";
+        ASSERT_TRUE(published()) << "frames are published";
         ::kill(pid_t(process.processId()), signalNumber);
         ASSERT_TRUE(process.waitForFinished(30000));
         out = QString::fromUtf8(process.readAllStandardOutput());
