@@ -248,21 +248,29 @@ void LVSavedSetup::unlink()
     }
 }
 
-void LVSavedSetup::setName(const QString& name)
+bool LVSavedSetup::setName(const QString& name)
 {
-    if (name == name_) return;
+    if (name == name_) return true;
+    const QString oldName = name_;
     const QString oldPath = path_;
     name_ = name;
     path_ = QStringLiteral("%1/%2").arg(folderOf(oldPath), name);
+    bool moved;
     if (form_ == FileForm::Unreadable && QFileInfo::exists(oldPath)) {
-        if (::rename(QFile::encodeName(oldPath).constData(), QFile::encodeName(path_).constData()) != 0) {
-            LVLogSystemError(qPrintable(QStringLiteral("rename %1 to %2").arg(oldPath, path_)));
-        }
-    } else if (persist()) {
-        // Only once the new file is in place, so a failed write loses nothing.
-        QFile::remove(oldPath);
+        moved = ::rename(QFile::encodeName(oldPath).constData(), QFile::encodeName(path_).constData()) == 0;
+        if (!moved) LVLogSystemError(qPrintable(QStringLiteral("rename %1 to %2").arg(oldPath, path_)));
+    } else {
+        // The old file goes only once the new one is in place, so a failed write loses nothing.
+        moved = persist();
+        if (moved) QFile::remove(oldPath);
+    }
+    if (!moved) {
+        name_ = oldName;
+        path_ = oldPath;
+        return false;
     }
     emit nameChanged();
+    return true;
 }
 
 void LVSavedSetup::setMidiKey(uint32_t midiKey)

@@ -54,8 +54,9 @@ public:
 
     // Renames: the file is written under the new name in the same folder, then the old
     // one is deleted. An unreadable file is moved as it is. Does not check whether another
-    // setup has the name: an existing file of that name is replaced.
-    void setName(const QString& name);
+    // setup has the name: an existing file of that name is replaced. When the file cannot
+    // be written or moved, the setup keeps its old name and answers false.
+    bool setName(const QString& name);
     // Stores and persists at once.
     void setMidiKey(uint32_t midiKey);
     // Stores only; the caller persists.

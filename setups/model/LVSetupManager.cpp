@@ -220,7 +220,10 @@ bool LVSetupManager::renameSavedSetup(const LVSavedSetupRef& setup, const QStrin
         return false;
     }
     const QString oldName = setup->name();
-    setup->setName(name);
+    if (!setup->setName(name)) {
+        if (error) *error = QStringLiteral("The setup \"%1\" could not be renamed in %2.").arg(oldName, setupDir_);
+        return false;
+    }
     std::vector<LVSetupManagerSet*> sets{allSet_.get()};
     for (const auto& set : allSets_) sets.push_back(set.get());
     for (LVSetupManagerSet* set : sets) {

@@ -238,6 +238,17 @@ TEST_F(SavedSetup, RenameWritesTheNewFileAndDeletesTheOld)
     }
 }
 
+TEST_F(SavedSetup, FailedRenameKeepsTheOldNameAndFile)
+{
+    LVSavedSetup setup({newTestEffect(setupTestEffect())}, path("Here"));
+    setup.persist();
+    QDir(dir_.path()).mkdir("Blocker");
+    EXPECT_FALSE(setup.setName("Blocker")) << "a folder of that name cannot be replaced by a file";
+    EXPECT_EQ(setup.name(), "Here");
+    EXPECT_EQ(setup.path(), path("Here"));
+    EXPECT_EQ(LVSavedSetup(nullptr, path("Here")).numEffects(), 1);
+}
+
 TEST_F(SavedSetup, RenameToItsOwnNameChangesNothing)
 {
     LVSavedSetup setup({newTestEffect(setupTestEffect())}, path("Same"));
