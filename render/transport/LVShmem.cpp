@@ -212,6 +212,8 @@ LVShmemReadResult LVShmem::getData(std::unique_ptr<uint8_t[]>& data, uint64_t& l
         releaseLock();
         return result;
     }
+    result.width = get<uint16_t>(block, kLVImgWidth);
+    result.height = get<uint16_t>(block, kLVImgHeight);
     lengthReturn = length;
     data.reset(new uint8_t[length]);
     std::memcpy(data.get(), block + kLVImgPixels, length);
@@ -219,8 +221,6 @@ LVShmemReadResult LVShmem::getData(std::unique_ptr<uint8_t[]>& data, uint64_t& l
     result.status = 0;
     result.timestamp = timestamp;
     result.frameRate = get<uint16_t>(block, kLVImgFrameRate);
-    result.width = get<uint16_t>(block, kLVImgWidth);
-    result.height = get<uint16_t>(block, kLVImgHeight);
     releaseLock();
     return result;
 }

@@ -209,6 +209,16 @@ TEST_F(LVContextTest, BlendingUsesSourceAlpha)
     glDeleteTextures(1, &tex.name);
 }
 
+TEST_F(LVContextTest, GLErrorsAreLoggedWithTheCallName)
+{
+    EXPECT_TRUE(LVCheckGLError("nothing wrong"));
+    glBindTexture(GL_TEXTURE_2D + 1, 0); // not a texture target
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(LVCheckGLError("glBindTexture"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "glBindTexture: GL error 0x0500\n");
+    EXPECT_TRUE(LVCheckGLError("afterwards")); // the error was taken
+}
+
 class Pending : public LVPendingRenderer {
 public:
     int draws = 0;
