@@ -1,6 +1,7 @@
 #include "sources/webcam/LVCamGrabber.h"
 
 #include "core/LVDefaults.h"
+#include "core/Lumaveil.h"
 #include "core/util/LVLog.h"
 #include "render/LVContext.h"
 #include "render/LVGLContext.h"
@@ -42,8 +43,10 @@ int64_t nowNs()
         .count();
 }
 
+// The render loop's rate, which a launch may set for one run; the stored preference otherwise.
 int32_t appFrameRate()
 {
+    if (const Lumaveil* app = Lumaveil::instance()) return app->frameRate();
     return LVDefaults::standardUserDefaults().valueForKey(QStringLiteral("frameRate")).toInt(15);
 }
 
