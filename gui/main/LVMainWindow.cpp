@@ -125,7 +125,9 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
     refreshSourceChooser();
 
     connect(addButton, &QPushButton::clicked, this, [this] {
-        if (effectChooser_->currentIndex() >= 0) lumaveil_.addNamedEffect(effectChooser_->currentText());
+        if (effectChooser_->currentIndex() < 0 || !lumaveil_.addNamedEffect(effectChooser_->currentText())) return;
+        // The new effect's settings are what the user wants to see next.
+        lumaveil_.setSelectedEffect(lumaveil_.liveEffects().back());
     });
     connect(removeButton, &QPushButton::clicked, this, &LVMainWindow::removeSelected);
     connect(clearButton, &QPushButton::clicked, this, [this] { lumaveil_.doClear(); });

@@ -98,7 +98,9 @@ TEST_F(LVHeadlessProcessTest, RefusesBadInputBeforeStarting)
                           Case{{QStringLiteral("--headless"), QStringLiteral("--effect"), QStringLiteral("No Such Effect")},
                                "unknown effect \"No Such Effect\""},
                           Case{{QStringLiteral("--headless"), QStringLiteral("--source"), QStringLiteral("webcam")},
-                               "did you mean: Webcam?"}}) {
+                               "did you mean: Webcam?"},
+                          Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), QStringLiteral("Nobody's Show")},
+                               "no saved setup named \"Nobody's Show\""}}) {
         run(c.arguments);
         EXPECT_EQ(process.exitCode(), 2) << c.says;
         EXPECT_TRUE(err.contains(QString::fromLatin1(c.says))) << err.toStdString();

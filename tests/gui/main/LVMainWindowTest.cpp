@@ -134,6 +134,8 @@ TEST_F(LVMainWindowTest, SourceChooserAndEffectButtonsEditTheChain)
     window->findChild<QPushButton*>(QStringLiteral("addEffect"))->click();
     window->findChild<QPushButton*>(QStringLiteral("addEffect"))->click();
     EXPECT_EQ(chainTexts(), (QStringList{QStringLiteral("Red Source"), QStringLiteral("Marker"), QStringLiteral("Marker")}));
+    EXPECT_EQ(window->chainView()->currentIndex().row(), 2) << "the added effect is selected";
+    EXPECT_EQ(window->settingsPanel()->effect(), app->liveEffects()[2]);
 
     // Unchecking disables the effect; it stays in the chain.
     auto* model = window->chainModel();
