@@ -210,6 +210,13 @@ void Lumaveil::setAudioOutputDevice(const QString& device)
     for (const auto& effect : myEffects_) effect->setAudioDevice(device);
 }
 
+void Lumaveil::applyAudioDevice(LVEffect& effect) const
+{
+    // Effects that play sound follow the chosen device from the moment they go live.
+    const QString device = audioOutputDevice();
+    if (!device.isEmpty()) effect.setAudioDevice(device);
+}
+
 QSize Lumaveil::videoSize() const
 {
     const auto parsed = LVParseSizeString(defaults_.stringForKey(QStringLiteral("videoSize")));
@@ -270,6 +277,7 @@ void Lumaveil::setSource(const LVEffectRef& effect)
         removeAt(0);
     }
     effect->setMode(LVModeLive);
+    applyAudioDevice(*effect);
     myEffects_.insert(myEffects_.begin(), effect);
     emit chainChanged();
 }
@@ -282,6 +290,7 @@ void Lumaveil::addOneEffect(const LVEffectRef& effect)
         return;
     }
     effect->setMode(LVModeLive);
+    applyAudioDevice(*effect);
     myEffects_.push_back(effect);
     emit chainChanged();
 }

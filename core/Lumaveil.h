@@ -171,6 +171,7 @@ private:
     void armTimer(double fireDate);
     void drawIntoPreview();
     void removeAt(int index);
+    void applyAudioDevice(LVEffect& effect) const;
     void noteFrameDone();
 
     LVDefaults& defaults_;

@@ -41,6 +41,11 @@ public:
         if (onDoit) onDoit();
     }
 
+    void setAudioDevice(const QString& device) override
+    {
+        testLog().append(name() + QStringLiteral(".audio=") + device);
+    }
+
     std::function<void(LVContext&)> paint;
     std::function<void()> onDoit;
 

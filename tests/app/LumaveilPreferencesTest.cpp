@@ -1,6 +1,7 @@
 // The preference table, the version rule, a damaged file, sizes and start-up/quit order.
 #include "tests/app/LVControllerFixture.h"
 
+#include "core/LVAudioOutputs.h"
 #include "core/LVVideoSizes.h"
 
 #include <QDir>
@@ -134,6 +135,23 @@ TEST_F(LVControllerTest, SettersWriteThroughAtOnce)
         app->setFrameRate(refused);
         EXPECT_EQ(app->frameRate(), 24) << refused;
     }
+}
+
+TEST_F(LVControllerTest, AudioOutputDeviceReachesTheChain)
+{
+    for (const auto& device : LVListAudioOutputDevices()) {
+        EXPECT_FALSE(device.name.isEmpty());
+        EXPECT_TRUE(device.deviceClass.contains(QStringLiteral("Audio/Sink"))) << device.deviceClass.toStdString();
+    }
+    app->addOneEffect(make("RedSource", "S"));
+    app->addOneEffect(make("Marker", "A"));
+    testLog().clear();
+    app->setAudioOutputDevice(QStringLiteral("USB Headset"));
+    EXPECT_EQ(testLog(), (QStringList{QStringLiteral("S.audio=USB Headset"), QStringLiteral("A.audio=USB Headset")}));
+    EXPECT_EQ(app->audioOutputDevice(), QStringLiteral("USB Headset"));
+    testLog().clear();
+    app->addOneEffect(make("Marker", "B"));
+    EXPECT_EQ(testLog(), (QStringList{QStringLiteral("B.audio=USB Headset")})) << "new effects follow the choice";
 }
 
 TEST_F(LVControllerTest, VideoSizeMenuStoresSizesForTheNextStart)
