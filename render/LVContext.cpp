@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <vector>
 
@@ -149,6 +150,11 @@ std::unique_ptr<LVContext> LVContext::create(QSize size, QString* error)
     glEnable(GL_BLEND);
     // Alpha composes "over", so a frame that starts opaque stays opaque.
     glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    GLint extensions = 0;
+    glGetIntegerv(GL_NUM_EXTENSIONS, &extensions);
+    for (GLint i = 0; i < extensions; ++i)
+        if (std::strcmp(reinterpret_cast<const char*>(glGetStringi(GL_EXTENSIONS, GLuint(i))), "GL_MESA_pack_invert") == 0)
+            ctx->hasPackInvert_ = ctx->packInvert_ = true;
     if (!LVCheckGLError("LVContext::create")) {
         if (error)
             *error = QStringLiteral("LVContext::create: GL error while making the frame buffer");
@@ -232,10 +238,21 @@ LVTexture LVContext::texture()
 
 void LVContext::fetchOpenGLPixels(void* destination, int rowBytes)
 {
-    // Each GL row (bottom first) goes straight to its place counted from the top: one copy,
-    // and no flipped copy of the frame on the GPU, which costs llvmpipe ten times the read.
+    // GL rows run bottom first; they are read into top-first order straight into the
+    // destination: one copy, and no flipped copy of the frame drawn on the GPU first, which
+    // costs llvmpipe several times the read itself.
     _readRenderer();
     _bindTarget();
+    if (packInvert_) {
+        GLint rowLength = 0;
+        glGetIntegerv(GL_PACK_ROW_LENGTH, &rowLength);
+        glPixelStorei(GL_PACK_ROW_LENGTH, rowBytes / 4);
+        glPixelStorei(GL_PACK_INVERT_MESA, GL_TRUE);
+        glReadPixels(0, 0, width_, height_, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8, destination);
+        glPixelStorei(GL_PACK_INVERT_MESA, GL_FALSE);
+        glPixelStorei(GL_PACK_ROW_LENGTH, rowLength);
+        return;
+    }
     auto* rows = static_cast<uint8_t*>(destination);
     for (int y = 0; y < height_; ++y)
         glReadPixels(0, y, width_, 1, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8, rows + size_t(height_ - 1 - y) * size_t(rowBytes));

@@ -71,6 +71,10 @@ public:
     // Reads the frame as A,R,G,B bytes, top row first, rows rowBytes apart; the frame stays
     // the current one.
     void fetchOpenGLPixels(void* destination, int rowBytes);
+    // Whether the read-back turns the rows over in one read (GL_MESA_pack_invert; on where
+    // the GL has it) or reads row by row.
+    bool packInvert() const { return packInvert_; }
+    void setPackInvert(bool enabled) { packInvert_ = enabled && hasPackInvert_; }
     // Draws a texture into the current frame, not flipped, not mirrored.
     void drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect);
     // Draws the current frame into whatever framebuffer and viewport the caller bound on
@@ -113,6 +117,8 @@ private:
     LVPendingRenderer* renderer_ = nullptr;
     double frameTime_ = 0;
     bool bForPreview_ = false;
+    bool hasPackInvert_ = false;
+    bool packInvert_ = false;
 };
 
 // A CPU bitmap surface (alpha-first premultiplied pixels) for QPainter drawing.

@@ -87,11 +87,17 @@ void BM_ReadBackThroughPBO(benchmark::State& state)
     glBindBuffer(GL_PIXEL_PACK_BUFFER, pbo);
     glBufferData(GL_PIXEL_PACK_BUFFER, GLsizeiptr(bytes), nullptr, GL_STREAM_READ);
     for (auto _ : state) {
-        // Rows bottom-up into top-first order, as the direct path reads them.
+        // Rows turned over into top-first order, as the direct path reads them.
         ctx->framebuffer();
-        for (int y = 0; y < h; ++y)
-            glReadPixels(0, y, w, 1, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8,
-                         reinterpret_cast<void*>(size_t(h - 1 - y) * size_t(w) * 4));
+        if (ctx->packInvert()) {
+            glPixelStorei(GL_PACK_INVERT_MESA, GL_TRUE);
+            glReadPixels(0, 0, w, h, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8, nullptr);
+            glPixelStorei(GL_PACK_INVERT_MESA, GL_FALSE);
+        } else {
+            for (int y = 0; y < h; ++y)
+                glReadPixels(0, y, w, 1, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8,
+                             reinterpret_cast<void*>(size_t(h - 1 - y) * size_t(w) * 4));
+        }
         const void* mapped = glMapBufferRange(GL_PIXEL_PACK_BUFFER, 0, GLsizeiptr(bytes), GL_MAP_READ_BIT);
         std::memcpy(block.data(), mapped, bytes);
         glUnmapBuffer(GL_PIXEL_PACK_BUFFER);

@@ -79,25 +79,36 @@ TEST_F(LVContextTest, ResetClearsOpaqueOrTransparent)
 
 TEST_F(LVContextTest, ReadBackIsArgbTopRowFirstWithRowStride)
 {
-    ctx->reset(false);
-    int tw = 0, th = 0;
-    LVTexture tex{ctx->textureFromImage(picture(), &tw, &th), 0, 0};
-    tex.width = tw;
-    tex.height = th;
-    ASSERT_NE(tex.name, 0u);
-    ctx->drawTexture(tex, QRectF(0, 0, W, H), QRectF(0, 0, W, H));
-    Frame f = read(12);
-    for (int x = 0; x < W; ++x) {
-        EXPECT_EQ(f.at(x, 0), kGreen) << x;
-        for (int y = 1; y < H; ++y)
-            EXPECT_EQ(f.at(x, y), x < W / 2 ? kRed : kBlue) << x << "," << y;
+    // Both ways of turning the rows over: one inverted read, and row by row.
+    const bool canInvert = ctx->packInvert();
+    for (bool invert : {true, false}) {
+        if (invert && !canInvert)
+            continue;
+        SCOPED_TRACE(invert ? "inverted read" : "row by row");
+        ctx->setPackInvert(invert);
+        ctx->reset(false);
+        int tw = 0, th = 0;
+        LVTexture tex{ctx->textureFromImage(picture(), &tw, &th), 0, 0};
+        tex.width = tw;
+        tex.height = th;
+        ASSERT_NE(tex.name, 0u);
+        ctx->drawTexture(tex, QRectF(0, 0, W, H), QRectF(0, 0, W, H));
+        Frame f = read(12);
+        for (int x = 0; x < W; ++x) {
+            EXPECT_EQ(f.at(x, 0), kGreen) << x;
+            for (int y = 1; y < H; ++y)
+                EXPECT_EQ(f.at(x, y), x < W / 2 ? kRed : kBlue) << x << "," << y;
+        }
+        EXPECT_EQ(read(12).bytes, f.bytes); // reading leaves the frame as it was
+        // Padding between rows stays untouched.
+        for (int y = 0; y < H; ++y)
+            for (int i = 0; i < 12; ++i)
+                EXPECT_EQ(f.bytes[y * f.rowBytes + W * 4 + i], 0xEE);
+        glDeleteTextures(1, &tex.name);
     }
-    EXPECT_EQ(read(12).bytes, f.bytes); // reading leaves the frame as it was
-    // Padding between rows stays untouched.
-    for (int y = 0; y < H; ++y)
-        for (int i = 0; i < 12; ++i)
-            EXPECT_EQ(f.bytes[y * f.rowBytes + W * 4 + i], 0xEE);
-    glDeleteTextures(1, &tex.name);
+    GLint invert = 1;
+    glGetIntegerv(GL_PACK_INVERT_MESA, &invert);
+    EXPECT_TRUE(!canInvert || invert == 0); // pack state is left as found
 }
 
 // Each case draws the W x H picture at 1:1 into the frame with one of the quad rules and
