@@ -10,7 +10,10 @@
 #include "gui/setups/LVSetupsWindows.h"
 #include "setups/model/LVSetupManager.h"
 
+#include <QAbstractSpinBox>
 #include <QActionGroup>
+#include <QApplication>
+#include <QLineEdit>
 #include <QComboBox>
 #include <QDialog>
 #include <QDialogButtonBox>
@@ -158,6 +161,7 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
             [this](double fps) { fpsLabel_->setText(tr("%1 fps").arg(fps, 0, 'f', 1)); });
 
     lumaveil_.setPreview(preview_);
+    qApp->installEventFilter(this);
     lumaveil_.setWindowFrameSource([this] {
         return Lumaveil::WindowFrames{rectString(geometry()),
                                       QStringLiteral("{%1, %2}").arg(preview_->mapToGlobal(QPoint()).x())
@@ -373,9 +377,24 @@ void LVMainWindow::showBetaNagIfNeeded()
     lumaveil_.betaNagShown();
 }
 
+bool LVMainWindow::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() != QEvent::KeyPress) return QMainWindow::eventFilter(watched, event);
+    auto* key = static_cast<QKeyEvent*>(event);
+    // Every key press reaches the controller first, except typing into a text field.
+    QWidget* focus = QApplication::focusWidget();
+    // One look per key press: at its first receiver, inside this window.
+    const QObject* first = focus ? static_cast<QObject*>(focus) : static_cast<QObject*>(this);
+    if (watched != first || (focus && focus->window() != this)) return QMainWindow::eventFilter(watched, event);
+    const bool typing = qobject_cast<QLineEdit*>(focus) || qobject_cast<QAbstractSpinBox*>(focus);
+    if ((key->key() == Qt::Key_Escape || !typing) && lumaveil_.sendEvent(key->key(), int(key->modifiers()))) {
+        return true;
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
 void LVMainWindow::keyPressEvent(QKeyEvent* event)
 {
-    if (lumaveil_.sendEvent(event->key(), int(event->modifiers()))) return;
     if (event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) {
         removeSelected();
         return;

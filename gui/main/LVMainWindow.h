@@ -44,6 +44,7 @@ public:
     static const QList<int>& frameRates();
 
 protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
 
 private:

@@ -275,3 +275,34 @@ TEST_F(LVMainWindowTest, SetupsMenuOpensTheSetupsWindowsAndSetupsLoadByName)
     app->setSetupCatalog(nullptr);
     delete list;
 }
+
+TEST_F(LVMainWindowTest, KeysReachTheControllerOnceExceptWhileTyping)
+{
+    class Keys : public LVKeyDispatcher {
+    public:
+        bool dispatchWithEvent(int key, int) override
+        {
+            keys.append(key);
+            return true;
+        }
+        QList<int> keys;
+    } keys;
+    app->setKeyDispatcher(&keys);
+    window->activateWindow();
+    window->chainView()->setFocus();
+    QTest::keyClick(window->chainView(), Qt::Key_F5);
+    EXPECT_EQ(keys.keys, (QList<int>{Qt::Key_F5}));
+
+    auto effect = makeTestEffect("TestSettings", app->context());
+    app->addOneEffect(effect);
+    window->chainView()->setCurrentIndex(window->chainModel()->index(0));
+    QWidget* text = window->settingsPanel()->editorFor(QStringLiteral("Text"));
+    QApplication::processEvents();
+    text->setFocus();
+    ASSERT_EQ(QApplication::focusWidget(), text);
+    QTest::keyClick(text, Qt::Key_X);
+    EXPECT_EQ(keys.keys, (QList<int>{Qt::Key_F5})) << "typing stays in the field";
+    QTest::keyClick(text, Qt::Key_Escape);
+    EXPECT_EQ(keys.keys, (QList<int>{Qt::Key_F5, Qt::Key_Escape}));
+    app->setKeyDispatcher(nullptr);
+}
