@@ -1,5 +1,5 @@
 /*{
-    "DESCRIPTION": "Soft Gaussian blur. Worked at half size, so large radii stay fast.",
+    "DESCRIPTION": "Soft Gaussian blur. Worked at half or quarter size, so large radii stay fast.",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Blur"],
     "INPUTS": [
@@ -7,8 +7,8 @@
         {"NAME": "radius", "LABEL": "Radius (pixels)", "TYPE": "float", "DEFAULT": 8.0, "MIN": 0.0, "MAX": 60.0}
     ],
     "PASSES": [
-        {"TARGET": "across", "WIDTH": "floor($WIDTH/2)", "HEIGHT": "floor($HEIGHT/2)"},
-        {"TARGET": "down", "WIDTH": "floor($WIDTH/2)", "HEIGHT": "floor($HEIGHT/2)"},
+        {"TARGET": "across", "WIDTH": "floor($WIDTH/min(4, max(2, floor($radius/6))))", "HEIGHT": "floor($HEIGHT/min(4, max(2, floor($radius/6))))"},
+        {"TARGET": "down", "WIDTH": "floor($WIDTH/min(4, max(2, floor($radius/6))))", "HEIGHT": "floor($HEIGHT/min(4, max(2, floor($radius/6))))"},
         {}
     ]
 }*/

@@ -33,6 +33,8 @@ void main()
     rgb = mix(vec3(luma), rgb, saturation);
     if (hue != 0.0)
         rgb = rotateHue(rgb, hue);
-    rgb = pow(clamp(rgb, 0.0, 1.0), vec3(1.0 / gamma));
+    rgb = clamp(rgb, 0.0, 1.0);
+    if (gamma != 1.0)
+        rgb = pow(rgb, vec3(1.0 / gamma));
     gl_FragColor = vec4(rgb, c.a);
 }
