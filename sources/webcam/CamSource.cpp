@@ -55,17 +55,23 @@ void CamSource::initWithContext(LVContext* context)
 bool CamSource::initWithCoder(LVKeyedUnarchiver& coder)
 {
     if (!LVEffect::initWithCoder(coder)) return false;
+    wantedID_ = coder.decodeString(kCamID);
+    wantedName_ = strippedCameraName(coder.decodeString(kSelectedCamera));
+    lookUpCamera();
+    return true;
+}
+
+bool CamSource::lookUpCamera()
+{
     const auto& list = deviceList();
-    if (coder.containsValueForKey(kCamID)) {
-        const QString id = coder.decodeString(kCamID);
-        auto it = std::find_if(list.begin(), list.end(), [&](const auto& g) { return g->uniqueID() == id; });
-        if (it != list.end()) setSelectedCamera(*it);
-    }
-    if (!grabber_) {
-        const QString name = strippedCameraName(coder.decodeString(kSelectedCamera));
-        auto it = std::find_if(list.begin(), list.end(), [&](const auto& g) { return g->displayName() == name; });
-        if (it != list.end()) setSelectedCamera(*it);
-    }
+    seenListGeneration_ = LVCamGrabber::listGeneration();
+    auto it = std::find_if(list.begin(), list.end(), [&](const auto& g) { return !wantedID_.isEmpty() && g->uniqueID() == wantedID_; });
+    if (it == list.end())
+        it = std::find_if(list.begin(), list.end(), [&](const auto& g) { return !wantedName_.isEmpty() && g->displayName() == wantedName_; });
+    if (it == list.end()) return false;
+    wantedID_.clear();
+    wantedName_.clear();
+    setSelectedCamera(*it);
     return true;
 }
 
@@ -80,12 +86,17 @@ void CamSource::encodeWithCoder(LVKeyedArchiver& coder) const
         if (it.key() != QLatin1String(kCameraKey) && it.key() != QLatin1String(kResolutionKey))
             coder.encodeValue(it.key(), it.value());
     }
-    coder.encodeString(kSelectedCamera, grabber_ ? grabber_->displayName() : QString());
-    coder.encodeString(kCamID, grabber_ ? grabber_->uniqueID() : QString());
+    // A camera not plugged in stays in the setup.
+    coder.encodeString(kSelectedCamera, grabber_ ? grabber_->displayName() : wantedName_);
+    coder.encodeString(kCamID, grabber_ ? grabber_->uniqueID() : wantedID_);
 }
 
 void CamSource::setSelectedCamera(LVCamGrabber::Ref grabber)
 {
+    if (grabber) {
+        wantedID_.clear();
+        wantedName_.clear();
+    }
     if (grabber_ && started_) grabber_->stop();
     started_ = false;
     grabber_ = std::move(grabber);
@@ -114,6 +125,9 @@ bool CamSource::setMode(int32_t mode)
 
 void CamSource::doit()
 {
+    if (!grabber_ && (!wantedID_.isEmpty() || !wantedName_.isEmpty()) &&
+        seenListGeneration_ != LVCamGrabber::listGeneration())
+        lookUpCamera();
     if (!grabber_) return;
     std::shared_ptr<const LVCamPicture> picture = grabber_->last();
     if (!picture) return;

@@ -37,11 +37,17 @@ protected:
 
 private:
     void syncParameters();
+    // The archived camera by identifier, else by name; false when it is not listed.
+    bool lookUpCamera();
 
     LVCamGrabber::Ref grabber_;
     // Whether this source holds one start of grabber_, so it never stops another user's.
     bool started_ = false;
     bool syncing_ = false;
+    // An archived camera that was not plugged in: taken up when it appears.
+    QString wantedID_;
+    QString wantedName_;
+    uint64_t seenListGeneration_ = 0;
 };
 
 // Registers the webcam source kind.

@@ -27,6 +27,7 @@ struct Registry {
     std::vector<LVCamGrabber::Ref> all;     // every grabber made, in listing order
     std::vector<LVCamGrabber::Ref> present; // the ones whose camera is plugged in
     bool built = false;
+    uint64_t generation = 0;
     QMetaObject::Connection frameRateObserver;
     bool postRoutine = false;
 };
@@ -112,6 +113,11 @@ void LVCamGrabber::setDeviceProvider(std::unique_ptr<LVCamDeviceProvider> provid
     registry().provider = std::move(provider);
 }
 
+uint64_t LVCamGrabber::listGeneration()
+{
+    return registry().generation;
+}
+
 LVCamDeviceProvider* LVCamGrabber::deviceProvider()
 {
     return registry().provider.get();
@@ -126,6 +132,7 @@ void LVCamGrabber::releaseDeviceList()
     // Sources may still hold grabbers; those stop when their last holder lets go.
     r.all.clear();
     r.built = false;
+    ++r.generation;
 }
 
 void LVCamGrabber::_addToDevice(const LVCamDeviceRef& device, std::vector<Ref>& list)
@@ -159,6 +166,7 @@ void LVCamGrabber::_devicesChanged()
         if (g->present_ && !ids.contains(g->uniqueID())) g->deviceRemoved();
         if (g->present_) r.present.push_back(g);
     }
+    ++r.generation;
 }
 
 void LVCamGrabber::persistPrefs()

@@ -47,6 +47,8 @@ public:
     // Installing one drops the current list.
     static void setDeviceProvider(std::unique_ptr<LVCamDeviceProvider> provider);
     static LVCamDeviceProvider* deviceProvider();
+    // Changes whenever a camera joins or leaves the list.
+    static uint64_t listGeneration();
     // Stops every grabber and forgets the list (at exit).
     static void releaseDeviceList();
     // Writes "deviceSettings": every grabber's prefsDict under its device's identifier.

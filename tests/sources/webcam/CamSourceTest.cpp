@@ -74,6 +74,29 @@ TEST_F(CamSourceTest, ArchivedCameraIsFoundByIdentifierThenByName)
     }
 }
 
+TEST_F(CamSourceTest, ArchivedCameraPluggedInLaterIsTakenUp)
+{
+    LVEffectRef effect = decode({{"camID", "test:z"}, {"selectedCamera", "Late Cam"}});
+    ASSERT_TRUE(effect);
+    CamSource& source = cam(effect);
+    source.setMode(LVModeLive);
+    context->reset(false);
+    source.doit();
+    EXPECT_FALSE(source.selectedCamera());
+    // Saved again meanwhile, the setup still names its camera.
+    const QJsonObject saved = QJsonDocument::fromJson(LVEffect::dataFromEffect(source)).object();
+    EXPECT_EQ(saved.value("camID").toString(), "test:z");
+    EXPECT_EQ(saved.value("selectedCamera").toString(), "Late Cam");
+
+    provider_->addDevice({"test:z", "Late Cam", kWhite, "white"});
+    context->reset(false);
+    source.doit();
+    ASSERT_TRUE(source.selectedCamera());
+    EXPECT_EQ(source.selectedCamera()->uniqueID(), "test:z");
+    EXPECT_EQ(source.selectedCamera()->refCnt(), 1u);
+    source.setMode(LVModeOff);
+}
+
 TEST_F(CamSourceTest, EncodesCameraNameAndIdentifierOnly)
 {
     CamSource source;
