@@ -4,11 +4,15 @@
 
 const std::vector<LVVideoSizeItem>& LVVideoSizeMenu()
 {
-    static const std::vector<LVVideoSizeItem> items = {
-        {QStringLiteral("320x240"), QSize(320, 240)},  {QStringLiteral("640x360"), QSize(640, 360)},
-        {QStringLiteral("640x480"), QSize(640, 480)},  {QStringLiteral("720x480"), QSize(720, 480)},
-        {QStringLiteral("1280x720"), QSize(1280, 720)}, {QStringLiteral("Custom"), QSize()},
-    };
+    // Each entry's size is read from its title, as the menu shows it.
+    static const std::vector<LVVideoSizeItem> items = [] {
+        std::vector<LVVideoSizeItem> list;
+        for (const char* title : {"320x240", "640x360", "640x480", "720x480", "1280x720", "Custom"}) {
+            const QString text = QString::fromLatin1(title);
+            list.push_back({text, LVParseSizeTitle(text).value_or(QSize())});
+        }
+        return list;
+    }();
     return items;
 }
 
