@@ -2,6 +2,8 @@
 // path gives the same pixels as one pass per effect.
 #include "LVEffectsTestSupport.h"
 
+#include "effects/composition/LVISFProgram.h"
+
 #include <QDirIterator>
 
 namespace {
@@ -186,6 +188,15 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
             chain[0]->setParameterValue(QStringLiteral("contrast"), 1.1);
             frames.push_back(render(picture, 0.5));
         }
+        // The run from the last effect that samples around the pixel shares one shader.
+        std::vector<const LVComposition*> run;
+        for (const auto& effect : chain) {
+            const LVComposition& c = qc(effect)->renderer()->composition();
+            if (!c.isPointwise()) run.clear();
+            run.push_back(&c);
+        }
+        EXPECT_GE(run.size(), 2u);
+        EXPECT_TRUE(LVISFFusedProgramFor(run)) << names.join(QLatin1String(", ")).toStdString();
         const bool same = frames[0].bytes == frames[1].bytes;
         if (!same) frames[1].image().save(dir.filePath(QStringLiteral("fused-actual.png")));
         EXPECT_TRUE(same) << names.join(QLatin1String(", ")).toStdString();
