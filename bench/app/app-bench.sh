@@ -13,10 +13,17 @@ export XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" LUMAVEIL_SHM_PR
 last_json() { grep '^{' | tail -n 1; }
 field() { python3 -c 'import json,sys; print(json.loads(sys.argv[1])[sys.argv[2]])' "$1" "$2"; }
 
-bench=$("$lumaveil" --headless --bench --video-size 1280x720 --frames 600 2>/dev/null | last_json)
-echo "bench 1280x720: $bench"
-echo "  frame vs read-back+publish floor (p50): $(field "$bench" ratio_to_floor)x," \
-     "$(field "$bench" fps) fps against a floor of $(field "$bench" floor_fps) fps"
+bench_frames() {
+    local bench
+    bench=$("$lumaveil" --headless --bench --video-size 1280x720 --frames 300 "$@" 2>/dev/null | last_json)
+    echo "bench 1280x720, $(field "$bench" chain): $bench"
+    echo "  frame vs read-back+publish floor (p50): $(field "$bench" ratio_to_floor)x," \
+         "$(field "$bench" fps) fps against a floor of $(field "$bench" floor_fps) fps;" \
+         "memcpy of the frame $(field "$bench" memcpy_p50_ms) ms"
+}
+bench_frames --source "Test Pattern"
+# The default chain: the test pattern with its overlay.
+bench_frames
 
 timer=$("$lumaveil" --headless --fps 30 --frames 300 2>/dev/null | last_json)
 echo "timer 30 fps, 10 s: $timer"
