@@ -1,5 +1,10 @@
 // The real lumaveil executable run headless: status line, frames, refusals, signals.
+#include "app/LVKindRegistration.h"
+#include "core/LVDefaults.h"
+#include "core/LVEffectRegistry.h"
+#include "render/LVContext.h"
 #include "render/transport/LVShmem.h"
+#include "setups/model/LVSetupManager.h"
 
 #include <gtest/gtest.h>
 
@@ -133,5 +138,37 @@ TEST_F(LVHeadlessProcessTest, SignalsEndItCleanly)
         EXPECT_FALSE(reader.appRunning());
         EXPECT_TRUE(QFile::exists(home.filePath(QStringLiteral("config/lumaveil/com.marrowkit.Lumaveil.json"))))
             << "preferences are written";
+    }
+}
+
+TEST_F(LVHeadlessProcessTest, LoadsASavedSetupByNameOrFromAFile)
+{
+    // A setup saved the way the application saves one, in the folder the run will read.
+    LVRegisterAllKinds();
+    QString error;
+    std::unique_ptr<LVContext> context = LVContext::create(&error);
+    ASSERT_TRUE(context) << error.toStdString();
+    LVEffectFolders folders;
+    folders.bundled = home.filePath(QStringLiteral("no-effects"));
+    LVEffectRegistry registry(folders);
+    registry.findEffects();
+    const LVEffectRef bars = registry.instantiateNamedSource(QStringLiteral("Test Pattern"), context.get());
+    ASSERT_TRUE(bars);
+    const QString setupDir = home.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
+    {
+        LVDefaults defaults(home.filePath(QStringLiteral("builder.json")));
+        LVSetupManager manager(defaults, context.get(), setupDir);
+        manager.startup();
+        ASSERT_TRUE(manager.newSavedSetupWithName(QStringLiteral("Bars Only"), {bars}, &error)) << error.toStdString();
+    }
+
+    for (const QString& setup : {QStringLiteral("Bars Only"), setupDir + QStringLiteral("/Bars Only")}) {
+        run({QStringLiteral("--headless"), QStringLiteral("--frames"), QStringLiteral("2"), QStringLiteral("--setup"),
+             setup});
+        EXPECT_EQ(process.exitCode(), 0) << err.toStdString();
+        ASSERT_EQ(statusLines().size(), 1) << err.toStdString();
+        EXPECT_TRUE(statusLines().front().contains(QStringLiteral("chain: Test Pattern"))) << statusLines().front().toStdString();
+        EXPECT_FALSE(statusLines().front().contains(QStringLiteral("Clock"))) << "the setup replaces the default chain";
+        EXPECT_EQ(lastJsonLine().value(QStringLiteral("frames")).toInt(), 2);
     }
 }
