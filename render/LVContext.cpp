@@ -274,8 +274,10 @@ void LVContext::renderToContext()
 GLuint LVContext::textureFromImage(const QImage& image, int* width, int* height)
 {
     makeCurrent();
-    // GL rows run bottom to top.
-    const QImage rgba = image.convertToFormat(QImage::Format_RGBA8888).mirrored(false, true);
+    // GL rows run bottom to top. Straight-alpha and opaque 32-bit images are B,G,R,A bytes in
+    // memory already and go up as they are; others are converted once.
+    const bool bgra = image.format() == QImage::Format_ARGB32 || image.format() == QImage::Format_RGB32;
+    const QImage rgba = (bgra ? image : image.convertToFormat(QImage::Format_RGBA8888)).mirrored(false, true);
     GLuint name = 0;
     glGenTextures(1, &name);
     GLint previous = 0, rowLength = 0, alignment = 0;
@@ -285,7 +287,8 @@ GLuint LVContext::textureFromImage(const QImage& image, int* width, int* height)
     glBindTexture(GL_TEXTURE_2D, name);
     glPixelStorei(GL_UNPACK_ROW_LENGTH, int(rgba.bytesPerLine() / 4));
     glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, rgba.width(), rgba.height(), 0, GL_RGBA, GL_UNSIGNED_BYTE, rgba.constBits());
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, rgba.width(), rgba.height(), 0, bgra ? GL_BGRA : GL_RGBA, GL_UNSIGNED_BYTE,
+                 rgba.constBits());
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);

@@ -125,6 +125,12 @@ std::unique_ptr<LVGLContext> LVGLContext::_make(void* share, QString* error)
             *error = d.error;
         return nullptr;
     }
+    // The client API is per thread, and capture threads make contexts too.
+    if (!eglBindAPI(EGL_OPENGL_API)) {
+        if (error)
+            *error = eglErrorText("eglBindAPI(EGL_OPENGL_API)");
+        return nullptr;
+    }
     const EGLint attrs[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_CONTEXT_MINOR_VERSION, 3,
                             EGL_CONTEXT_OPENGL_PROFILE_MASK, EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT, EGL_NONE};
     EGLContext ctx = eglCreateContext(d.display, d.config, share ? share : EGL_NO_CONTEXT, attrs);

@@ -120,13 +120,19 @@ void BM_RenderTestPatternOnly(benchmark::State& state)
     }
     auto source = TestPatternSource::classDescriptor().make();
     source->initWithContext(ctx.get());
+    source->setParameterValue(QStringLiteral("showCounter"), state.range(2) != 0);
     for (auto _ : state) {
         ctx->reset(false);
         source->doit();
         glFinish();
     }
 }
-BENCHMARK(BM_RenderTestPatternOnly)->Apply(sizeArgs)->Unit(benchmark::kMillisecond);
+// The third argument turns the frame counter on (1) or off (0), to show what the text costs.
+BENCHMARK(BM_RenderTestPatternOnly)
+    ->Args({1280, 720, 1})
+    ->Args({1280, 720, 0})
+    ->Args({1920, 1080, 1})
+    ->Unit(benchmark::kMillisecond);
 
 std::vector<uint8_t> testFrame(int w, int h)
 {

@@ -110,7 +110,7 @@ void TestPatternSource::doit()
         }
         const QRect area = counterRect(w, h);
         if (counterImage_.size() != area.size())
-            counterImage_ = QImage(area.size(), QImage::Format_RGBA8888);
+            counterImage_ = QImage(area.size(), QImage::Format_RGB32);  // the upload needs no conversion
         counterImage_.fill(Qt::black);
         {
             QPainter p(&counterImage_);
