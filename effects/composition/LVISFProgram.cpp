@@ -50,10 +50,13 @@ QString uniformType(LVISFInputType type)
 }
 
 // Uniforms of one composition: built-ins kept per stage, inputs, pass targets, imports.
-QString declarations(const LVComposition& c, bool skipImageInput)
+// PASSINDEX is a constant, so each pass's program holds only that pass's branch: a
+// software rasteriser would otherwise run every pass's code in every pass.
+QString declarations(const LVComposition& c, bool skipImageInput, int pass)
 {
-    QString s = QStringLiteral("uniform int PASSINDEX;\nuniform float TIME;\nuniform float TIMEDELTA;\n"
-                               "uniform int FRAMEINDEX;\nuniform vec4 DATE;\n");
+    QString s = QStringLiteral("const int PASSINDEX = %1;\nuniform float TIME;\nuniform float TIMEDELTA;\n"
+                               "uniform int FRAMEINDEX;\nuniform vec4 DATE;\n")
+                    .arg(pass);
     for (const LVISFInput& in : c.inputs()) {
         if (skipImageInput && in.name == c.imageInputKey()) continue;
         s += QStringLiteral("uniform %1 %2;\n").arg(uniformType(in.type), in.name);
@@ -65,12 +68,12 @@ QString declarations(const LVComposition& c, bool skipImageInput)
     return s;
 }
 
-QString vertexText(const LVComposition* c)
+QString vertexText(const LVComposition* c, int pass)
 {
     QString s = QStringLiteral("#version 330 core\n#define attribute in\n#define varying out\n");
     s += QLatin1String(kCommonMacros);
     s += QStringLiteral("out vec2 isf_FragNormCoord;\nuniform vec2 RENDERSIZE;\n");
-    if (c && c->hasVertexShader()) s += declarations(*c, false);
+    if (c && c->hasVertexShader()) s += declarations(*c, false, pass);
     // One triangle that covers the viewport; no vertex buffers needed.
     s += QStringLiteral("void isf_vertShaderInit() {\n"
                         "    vec2 p = vec2(float((gl_VertexID << 1) & 2), float(gl_VertexID & 2));\n"
@@ -92,13 +95,13 @@ QString fetchThisPixel(QString source, const QString& key)
     return source.replace(read, QStringLiteral("texelFetch(%1, ivec2(gl_FragCoord.xy), 0)").arg(key));
 }
 
-QString fragmentText(const LVComposition& c)
+QString fragmentText(const LVComposition& c, int pass)
 {
     QString s = QStringLiteral("#version 330 core\n#define varying in\n");
     s += QLatin1String(kCommonMacros);
     s += QStringLiteral("#define gl_FragColor lv_FragColor\nout vec4 lv_FragColor;\nin vec2 isf_FragNormCoord;\n"
                         "uniform vec2 RENDERSIZE;\n");
-    s += declarations(c, false);
+    s += declarations(c, false, pass);
     const QString source = c.isPointwise() ? fetchThisPixel(c.fragmentSource(), c.imageInputKey()) : c.fragmentSource();
     s += QStringLiteral("#line %1\n").arg(c.fragmentFirstLine()) + source;
     return s;
@@ -123,7 +126,7 @@ QString fusedFragmentText(const std::vector<const LVComposition*>& stages)
         const QString prefix = QStringLiteral("lv_s%1_").arg(i);
         s += QStringLiteral("#define main %1main\n#define gl_FragColor lv_stageOutput\n").arg(prefix);
         for (const QString& name : renamed) s += QStringLiteral("#define %1 %2%1\n").arg(name, prefix);
-        s += declarations(c, i > 0);
+        s += declarations(c, i > 0, int(c.passes().size()) - 1);
         QString source = c.fragmentSource();
         if (i > 0) {
             // The previous stage's pixel stands in for this one's image input.
@@ -228,7 +231,7 @@ std::unique_ptr<LVISFProgram> link(const QString& vertex, const QString& fragmen
 }
 
 struct ProgramCache {
-    std::map<quint64, std::unique_ptr<LVISFProgram>> own;  // null: did not compile
+    std::map<std::pair<quint64, int>, std::unique_ptr<LVISFProgram>> own;  // by pass; null: did not compile
     std::map<std::vector<quint64>, std::unique_ptr<LVISFProgram>> fused;
 };
 
@@ -245,28 +248,38 @@ QString LVISFUniformName(int stage, const QString& name)
     return stage < 0 ? name : QStringLiteral("lv_s%1_%2").arg(stage).arg(name);
 }
 
-QString LVISFFragmentShaderText(const LVComposition& composition)
+QString LVISFFragmentShaderText(const LVComposition& composition, int pass)
 {
-    return fragmentText(composition);
+    return fragmentText(composition, pass);
 }
 
-QString LVISFVertexShaderText(const LVComposition* composition)
+QString LVISFVertexShaderText(const LVComposition* composition, int pass)
 {
-    return vertexText(composition);
+    return vertexText(composition, pass);
 }
 
-const LVISFProgram* LVISFProgramFor(const LVComposition& c)
+const LVISFProgram* LVISFProgramFor(const LVComposition& c, int pass)
 {
-    if (!c.isValid()) return nullptr;
+    if (!c.isValid() || pass < 0 || pass >= int(c.passes().size())) return nullptr;
     auto& own = programs().own;
-    const auto it = own.find(c.uid());
+    const auto it = own.find({c.uid(), pass});
     if (it != own.end()) return it->second.get();
-    QString error;
+    // Every pass at once, so a broken shader is reported once and none of it runs.
     const QFileInfo info(c.path());
     const QString vertexFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".vs"));
-    auto program = link(vertexText(&c), fragmentText(c), vertexFile, c.path(), &error);
-    if (!program) LVLog("Composition %s does not compile:\n%s", qPrintable(c.path()), qPrintable(error));
-    return own.emplace(c.uid(), std::move(program)).first->second.get();
+    std::vector<std::unique_ptr<LVISFProgram>> made;
+    for (int i = 0; i < int(c.passes().size()); ++i) {
+        QString error;
+        made.push_back(link(vertexText(&c, i), fragmentText(c, i), vertexFile, c.path(), &error));
+        if (!made.back()) {
+            LVLog("Composition %s does not compile:\n%s", qPrintable(c.path()), qPrintable(error));
+            made.clear();
+            break;
+        }
+    }
+    for (int i = 0; i < int(c.passes().size()); ++i)
+        own.emplace(std::pair(c.uid(), i), made.empty() ? nullptr : std::move(made[size_t(i)]));
+    return own.find({c.uid(), pass})->second.get();
 }
 
 const LVISFProgram* LVISFFusedProgramFor(const std::vector<const LVComposition*>& stages)
@@ -277,7 +290,7 @@ const LVISFProgram* LVISFFusedProgramFor(const std::vector<const LVComposition*>
     const auto it = fused.find(key);
     if (it != fused.end()) return it->second.get();
     QString error;
-    auto program = link(vertexText(nullptr), fusedFragmentText(stages), QStringLiteral("(fused)"),
+    auto program = link(vertexText(nullptr, 0), fusedFragmentText(stages), QStringLiteral("(fused)"),
                         QStringLiteral("(fused)"), &error);
     // Not an error for the user: the effects then run one after another.
     return fused.emplace(std::move(key), std::move(program)).first->second.get();

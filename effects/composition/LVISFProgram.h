@@ -18,10 +18,10 @@ struct LVISFProgram {
     GLint location(const QString& name) const { return uniforms.value(name, -1); }
 };
 
-// The composition's own program, used for all its passes; compiled once per loaded
-// version. Null when it does not compile; the compiler's message is logged once as
+// The composition's program for one pass; all passes are compiled once per loaded version.
+// Null when any pass does not compile; the compiler's message is logged once as
 // "file:line: message".
-const LVISFProgram* LVISFProgramFor(const LVComposition& composition);
+const LVISFProgram* LVISFProgramFor(const LVComposition& composition, int pass);
 
 // One program that runs several compositions in a single pass: the first one's last
 // pass, then each next one on the previous one's pixel, quantised to 8 bits in between
@@ -34,5 +34,5 @@ const LVISFProgram* LVISFFusedProgramFor(const std::vector<const LVComposition*>
 QString LVISFUniformName(int stage, const QString& name);
 
 // The shader texts, for tests and diagnostics.
-QString LVISFFragmentShaderText(const LVComposition& composition);
-QString LVISFVertexShaderText(const LVComposition* composition);
+QString LVISFFragmentShaderText(const LVComposition& composition, int pass);
+QString LVISFVertexShaderText(const LVComposition* composition, int pass);

@@ -234,10 +234,8 @@ void LVQCEffect::drawPendingOutput(LVContext& ctx)
         glViewport(0, 0, ctx.width(), ctx.height());
         glUseProgram(program->program);
         int unit = 0;
-        for (size_t i = 0; i < stages.size(); ++i) {
-            const int lastPass = int(stages[i]->composition().passes().size()) - 1;
-            stages[i]->applyUniforms(*program, int(i), lastPass, QSize(ctx.width(), ctx.height()), &unit);
-        }
+        for (size_t i = 0; i < stages.size(); ++i)
+            stages[i]->applyUniforms(*program, int(i), QSize(ctx.width(), ctx.height()), &unit);
         stages.back()->drawTriangle();
         glActiveTexture(GL_TEXTURE0);
         glUseProgram(0);

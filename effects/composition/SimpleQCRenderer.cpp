@@ -249,7 +249,7 @@ SimpleQCRenderer::Target& SimpleQCRenderer::target(const LVISFPass& pass, QSize 
     return t;
 }
 
-void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, int passIndex, QSize renderSize, int* unit)
+void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, QSize renderSize, int* unit)
 {
     auto loc = [&](const QString& name) { return program.location(LVISFUniformName(stage, name)); };
     auto bindTexture = [&](GLint location, GLuint texture) {
@@ -259,7 +259,6 @@ void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, int
         glUniform1i(location, *unit);
         ++*unit;
     };
-    glUniform1i(loc(QStringLiteral("PASSINDEX")), passIndex);
     glUniform1f(loc(QStringLiteral("TIME")), float(time_));
     glUniform1f(loc(QStringLiteral("TIMEDELTA")), float(timeDelta_));
     glUniform1i(loc(QStringLiteral("FRAMEINDEX")), frameIndex_);
@@ -317,12 +316,12 @@ void SimpleQCRenderer::drawTriangle()
 
 void SimpleQCRenderer::renderPass(int index, Target* into, QSize size)
 {
-    const LVISFProgram* p = program();
+    const LVISFProgram* p = program(index);
     if (into) glBindFramebuffer(GL_FRAMEBUFFER, into->backFbo);
     glViewport(0, 0, size.width(), size.height());
     glUseProgram(p->program);
     int unit = 0;
-    applyUniforms(*p, -1, index, size, &unit);
+    applyUniforms(*p, -1, size, &unit);
     drawTriangle();
     glActiveTexture(GL_TEXTURE0);
     if (into) {

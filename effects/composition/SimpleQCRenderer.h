@@ -26,8 +26,8 @@ public:
     // A filter: its output replaces the picture it was given.
     bool usesFilterProtocol() const { return composition_->isFilter(); }
     // Parsed and compiled; a broken composition draws nothing.
-    bool isUsable() const { return program() != nullptr; }
-    const LVISFProgram* program() const { return LVISFProgramFor(*composition_); }
+    bool isUsable() const { return program(0) != nullptr; }
+    const LVISFProgram* program(int pass) const { return LVISFProgramFor(*composition_, pass); }
 
     // Image inputs take a file path; an animated file plays its frames.
     void setValue(const QVariant& value, const QString& key);
@@ -49,9 +49,9 @@ public:
     // After the frame is drawn: drops the picture fed in and ends momentary events.
     void endFrame();
 
-    // Sets the uniforms and textures of this composition's pass in program (stage -1 for
+    // Sets the uniforms and textures of this composition in program (stage -1 for
     // its own program), taking texture units from *unit on.
-    void applyUniforms(const LVISFProgram& program, int stage, int passIndex, QSize renderSize, int* unit);
+    void applyUniforms(const LVISFProgram& program, int stage, QSize renderSize, int* unit);
     // Draws the covering triangle with whatever program is in use.
     void drawTriangle();
     QSize outputSize() const { return QSize(ctx_->width(), ctx_->height()); }
