@@ -6,6 +6,7 @@
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
+#include "effects/pip/PIPEffect.h"
 #include "gui/main/LVMainWindow.h"
 #include "setups/model/LVSetupManager.h"
 
@@ -77,6 +78,12 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVSetupManager setupManager(defaults, lumaveil->context());
     setupManager.startup();
     lumaveil->setSetupCatalog(&setupManager);
+    // The picture-in-picture's own swap button acts on the chain through the controller.
+    PIPEffect::setSwapHandler([&lumaveil = *lumaveil](PIPEffect& pip) {
+        for (const LVEffectRef& effect : lumaveil.liveEffects()) {
+            if (effect.get() == &pip) return lumaveil.doSwap(effect);
+        }
+    });
     LVMainWindow window(*lumaveil);
     window.setSetupManager(&setupManager);
     // --source/--effect, else --setup, else the auto-load setup, else the embedded default.
@@ -89,6 +96,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     window.showBetaNagIfNeeded();
     LVQuitOnSignal quitOnSignal;
     const int status = QApplication::exec();
+    PIPEffect::setSwapHandler(nullptr);
     lumaveil->applicationWillTerminate();
     return status;
 }
