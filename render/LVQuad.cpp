@@ -57,26 +57,11 @@ std::unordered_map<void*, Quad>& quads()
     return map;
 }
 
-GLuint compile(GLenum type, const char* source)
-{
-    GLuint s = glCreateShader(type);
-    glShaderSource(s, 1, &source, nullptr);
-    glCompileShader(s);
-    GLint ok = 0;
-    glGetShaderiv(s, GL_COMPILE_STATUS, &ok);
-    if (!ok) {
-        char log[1024] = {};
-        glGetShaderInfoLog(s, sizeof log, nullptr, log);
-        LVLog("glCompileShader: %s", log);
-    }
-    return s;
-}
-
 Quad makeQuad()
 {
     Quad q;
-    GLuint vs = compile(GL_VERTEX_SHADER, kVertex);
-    GLuint fs = compile(GL_FRAGMENT_SHADER, kFragment);
+    GLuint vs = LVCompileShader(GL_VERTEX_SHADER, kVertex, "quad");
+    GLuint fs = LVCompileShader(GL_FRAGMENT_SHADER, kFragment, "quad");
     q.program = glCreateProgram();
     glAttachShader(q.program, vs);
     glAttachShader(q.program, fs);
@@ -154,6 +139,24 @@ void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float
     glBindBuffer(GL_ARRAY_BUFFER, previousBuffer);
     glBindVertexArray(previousVao);
     glUseProgram(previousProgram);
+}
+
+GLuint LVCompileShader(GLenum type, const char* source, const char* what, const char* prefix)
+{
+    GLuint shader = glCreateShader(type);
+    const char* sources[] = {prefix, source};
+    glShaderSource(shader, 2, sources, nullptr);
+    glCompileShader(shader);
+    GLint ok = 0;
+    glGetShaderiv(shader, GL_COMPILE_STATUS, &ok);
+    if (!ok) {
+        char log[1024] = {};
+        glGetShaderInfoLog(shader, sizeof log, nullptr, log);
+        LVLog("glCompileShader(%s): %s", what, log);
+        glDeleteShader(shader);
+        return 0;
+    }
+    return shader;
 }
 
 void LVQuadRelease(void* eglContext)

@@ -17,5 +17,7 @@ enum class LVQuadOutput { Colour, AlphaFirstBytes };
 // glOrtho(left, right, bottom, top, -1, 1) into the bound framebuffer.
 void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float right, float bottom, float top,
                 LVQuadOutput output = LVQuadOutput::Colour);
+// Compiles prefix + source; on failure logs "glCompileShader(what): <log>" and answers 0.
+GLuint LVCompileShader(GLenum type, const char* source, const char* what, const char* prefix = "");
 // Deletes the drawer of the given (current) EGL context.
 void LVQuadRelease(void* eglContext);

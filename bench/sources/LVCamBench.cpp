@@ -151,7 +151,7 @@ void BM_CaptureToTexture(benchmark::State& state)
     defaults.setValue("frameRate", kRate);
     LVDefaults::setStandardUserDefaults(&defaults);
     LVCamGrabber::setDeviceProvider(std::make_unique<LVCamTestProvider>(
-        std::vector<LVCamTestDeviceSpec>{{"bench:0", "Bench Cam", kCaps, "smpte"}}));
+        std::vector<LVCamTestDeviceConfig>{{"bench:0", "Bench Cam", kCaps, "smpte"}}));
     const LVCamGrabber::Ref grabber = LVCamGrabber::deviceList().at(0);
     grabber->setForceResolution(QSize(kWidth, kHeight));
     grabber->start();

@@ -1,5 +1,7 @@
 #include "sources/webcam/LVCamConverter.h"
 
+#include "render/LVQuad.h"
+
 #include "core/util/LVLog.h"
 
 #include <algorithm>
@@ -64,24 +66,6 @@ void main()
 }
 )";
 
-GLuint compile(GLenum type, const char* source, const char* prefix = "")
-{
-    GLuint shader = glCreateShader(type);
-    const char* sources[] = {prefix, source};
-    glShaderSource(shader, 2, sources, nullptr);
-    glCompileShader(shader);
-    GLint ok = 0;
-    glGetShaderiv(shader, GL_COMPILE_STATUS, &ok);
-    if (!ok) {
-        char log[1024] = {};
-        glGetShaderInfoLog(shader, sizeof log, nullptr, log);
-        LVLog("glCompileShader(camera conversion): %s", log);
-        glDeleteShader(shader);
-        return 0;
-    }
-    return shader;
-}
-
 // The YCbCr -> RGB matrix and offset for normalised 8-bit samples.
 void colourMatrix(const GstVideoColorimetry& colorimetry, float matrix[9], float offset[3])
 {
@@ -128,11 +112,11 @@ std::unique_ptr<LVCamConverter> LVCamConverter::create()
 {
     std::unique_ptr<LVCamConverter> c(new LVCamConverter);
     c->pool_ = std::make_shared<LVCamPicture::Pool>();
-    GLuint vs = compile(GL_VERTEX_SHADER, kVertex);
+    GLuint vs = LVCompileShader(GL_VERTEX_SHADER, kVertex, "camera conversion");
     if (!vs) return nullptr;
     for (int layout = 0; layout < kLayouts; ++layout) {
         const QByteArray prefix = QByteArrayLiteral("#version 330 core\n#define LAYOUT ") + QByteArray::number(layout) + '\n';
-        GLuint fs = compile(GL_FRAGMENT_SHADER, kFragment, prefix.constData());
+        GLuint fs = LVCompileShader(GL_FRAGMENT_SHADER, kFragment, "camera conversion", prefix.constData());
         if (!fs) {
             glDeleteShader(vs);
             return nullptr;

@@ -9,7 +9,6 @@
 #include "sources/webcam/LVCamGstProvider.h"
 #include "sources/webcam/LVCamTestProvider.h"
 
-#include <EGL/egl.h>
 
 #include <QCoreApplication>
 #include <QSet>
@@ -392,8 +391,6 @@ bool LVCamGrabber::ensureGL()
 {
     if (converter_) return true;
     if (glFailed_) return false;
-    // The EGL client API is per thread; this thread has not chosen desktop GL yet.
-    if (!eglBindAPI(EGL_OPENGL_API)) LVLog("eglBindAPI(EGL_OPENGL_API): EGL error 0x%04x", eglGetError());
     QString error;
     oglCtx_ = LVGLContext::makeOffscreenGLContext(&error);
     if (oglCtx_) {

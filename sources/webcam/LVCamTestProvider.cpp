@@ -4,10 +4,10 @@
 
 class LVCamTestDevice : public LVCamDevice {
 public:
-    explicit LVCamTestDevice(LVCamTestDeviceSpec spec) : spec_(std::move(spec))
+    explicit LVCamTestDevice(LVCamTestDeviceConfig config) : config_(std::move(config))
     {
         LVCamInitGStreamer();
-        GstCaps* caps = gst_caps_from_string(spec_.caps.toUtf8().constData());
+        GstCaps* caps = gst_caps_from_string(config_.caps.toUtf8().constData());
         formats_ = LVCamFormatsFromCaps(caps);
         if (caps) gst_caps_unref(caps);
     }
@@ -19,8 +19,8 @@ public:
         }
     }
 
-    QString uniqueID() const override { return spec_.uniqueID; }
-    QString localizedName() const override { return spec_.name; }
+    QString uniqueID() const override { return config_.uniqueID; }
+    QString localizedName() const override { return config_.name; }
     std::vector<LVCamFormat> formats() const override { return formats_; }
 
     GstElement* createElement(QString* error) const override
@@ -28,8 +28,8 @@ public:
         const bool jpeg = std::any_of(formats_.begin(), formats_.end(),
                                       [](const LVCamFormat& f) { return f.pixelFormat == QLatin1String("MJPG"); });
         // A JPEG camera: raw test pictures encoded on the fly, as the camera's chip would.
-        QString description = QStringLiteral("videotestsrc is-live=true pattern=%1").arg(spec_.pattern);
-        if (!spec_.produces.isEmpty()) description += QStringLiteral(" ! capsfilter caps=\"%1\"").arg(spec_.produces);
+        QString description = QStringLiteral("videotestsrc is-live=true pattern=%1").arg(config_.pattern);
+        if (!config_.produces.isEmpty()) description += QStringLiteral(" ! capsfilter caps=\"%1\"").arg(config_.produces);
         if (jpeg) description += QStringLiteral(" ! jpegenc");
         GError* gerror = nullptr;
         GstElement* element = gst_parse_bin_from_description(description.toUtf8().constData(), TRUE, &gerror);
@@ -66,20 +66,20 @@ public:
     }
 
 private:
-    LVCamTestDeviceSpec spec_;
+    LVCamTestDeviceConfig config_;
     std::vector<LVCamFormat> formats_;
     mutable std::mutex mutex_;
     mutable std::vector<GWeakRef*> elements_;
 };
 
-LVCamTestProvider::LVCamTestProvider(std::vector<LVCamTestDeviceSpec> specs)
+LVCamTestProvider::LVCamTestProvider(std::vector<LVCamTestDeviceConfig> configs)
 {
-    for (auto& spec : specs) devices_.push_back(std::make_shared<LVCamTestDevice>(std::move(spec)));
+    for (auto& config : configs) devices_.push_back(std::make_shared<LVCamTestDevice>(std::move(config)));
 }
 
 std::unique_ptr<LVCamTestProvider> LVCamTestProvider::fromDescription(const QString& description, QString* error)
 {
-    std::vector<LVCamTestDeviceSpec> specs;
+    std::vector<LVCamTestDeviceConfig> configs;
     const QStringList entries = description.split(QLatin1Char('|'), Qt::SkipEmptyParts);
     for (const QString& entry : entries) {
         const qsizetype eq = entry.indexOf(QLatin1Char('='));
@@ -87,13 +87,13 @@ std::unique_ptr<LVCamTestProvider> LVCamTestProvider::fromDescription(const QStr
             if (error) *error = QStringLiteral("test camera \"%1\" is not Name=caps").arg(entry);
             return nullptr;
         }
-        LVCamTestDeviceSpec spec;
-        spec.uniqueID = QStringLiteral("test:%1").arg(specs.size());
-        spec.name = entry.left(eq).trimmed();
-        spec.caps = entry.mid(eq + 1).trimmed();
-        specs.push_back(spec);
+        LVCamTestDeviceConfig config;
+        config.uniqueID = QStringLiteral("test:%1").arg(configs.size());
+        config.name = entry.left(eq).trimmed();
+        config.caps = entry.mid(eq + 1).trimmed();
+        configs.push_back(config);
     }
-    auto provider = std::make_unique<LVCamTestProvider>(std::move(specs));
+    auto provider = std::make_unique<LVCamTestProvider>(std::move(configs));
     for (const auto& device : provider->devices_) {
         if (device->formats().empty()) {
             if (error) *error = QStringLiteral("test camera \"%1\" has no usable caps").arg(device->localizedName());
@@ -115,11 +115,11 @@ void LVCamTestProvider::setChangeHandler(std::function<void()> handler)
     handler_ = std::move(handler);
 }
 
-void LVCamTestProvider::addDevice(const LVCamTestDeviceSpec& spec)
+void LVCamTestProvider::addDevice(const LVCamTestDeviceConfig& config)
 {
     {
         std::lock_guard lock(mutex_);
-        devices_.push_back(std::make_shared<LVCamTestDevice>(spec));
+        devices_.push_back(std::make_shared<LVCamTestDevice>(config));
     }
     notify();
 }

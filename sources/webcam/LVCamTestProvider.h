@@ -6,7 +6,7 @@
 
 #include <mutex>
 
-struct LVCamTestDeviceSpec {
+struct LVCamTestDeviceConfig {
     QString uniqueID;
     QString name;
     QString caps;                            // e.g. "video/x-raw,format=YUY2,width=640,height=480,framerate=30/1"
@@ -17,7 +17,7 @@ struct LVCamTestDeviceSpec {
 class LVCamTestProvider : public LVCamDeviceProvider {
 public:
     LVCamTestProvider() = default;
-    explicit LVCamTestProvider(std::vector<LVCamTestDeviceSpec> specs);
+    explicit LVCamTestProvider(std::vector<LVCamTestDeviceConfig> configs);
     // "Name=caps|Name=caps...", the format of LUMAVEIL_TEST_CAMERAS; identifiers are "test:<n>".
     static std::unique_ptr<LVCamTestProvider> fromDescription(const QString& description, QString* error);
 
@@ -25,7 +25,7 @@ public:
     void setChangeHandler(std::function<void()> handler) override;
 
     // Plugs a device in (appended to the list).
-    void addDevice(const LVCamTestDeviceSpec& spec);
+    void addDevice(const LVCamTestDeviceConfig& config);
     // Unplugs a device: it leaves the list and its running elements fail as a pulled cable does.
     void removeDevice(const QString& uniqueID);
     // Makes the device's running elements fail while it stays in the list.

@@ -164,7 +164,7 @@ TEST_F(LVCamGrabberTest, ForcedSizeAndFrameRatePickTheFormatAndArePersisted)
 
     // A new run reads the forced size back.
     LVCamGrabber::setDeviceProvider(std::make_unique<LVCamTestProvider>(
-        std::vector<LVCamTestDeviceSpec>{{"test:b", "Fake Cam", kNV12, "white"}}));
+        std::vector<LVCamTestDeviceConfig>{{"test:b", "Fake Cam", kNV12, "white"}}));
     ASSERT_EQ(LVCamGrabber::deviceList().size(), 1u);
     EXPECT_EQ(LVCamGrabber::deviceList()[0]->forceResolution(), QSize(1280, 720));
 }

@@ -44,13 +44,13 @@ RGBA LVPictureReader::at(const LVCamPicture& picture, int x, int row)
     return {p[0], p[1], p[2], p[3]};
 }
 
-void LVCamFixture::install(std::vector<LVCamTestDeviceSpec> specs)
+void LVCamFixture::install(std::vector<LVCamTestDeviceConfig> configs)
 {
     ASSERT_TRUE(dir_.isValid());
     defaults_ = std::make_unique<LVDefaults>(dir_.filePath(QStringLiteral("prefs.json")));
     defaults_->setValue(QStringLiteral("frameRate"), 30);
     LVDefaults::setStandardUserDefaults(defaults_.get());
-    auto provider = std::make_unique<LVCamTestProvider>(std::move(specs));
+    auto provider = std::make_unique<LVCamTestProvider>(std::move(configs));
     provider_ = provider.get();
     LVCamGrabber::setDeviceProvider(std::move(provider));
 }

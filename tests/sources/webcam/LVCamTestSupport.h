@@ -34,7 +34,7 @@ private:
 // Fresh preferences and a fresh device list over the given fake cameras for every test.
 class LVCamFixture : public ::testing::Test {
 protected:
-    void install(std::vector<LVCamTestDeviceSpec> specs);
+    void install(std::vector<LVCamTestDeviceConfig> configs);
     void TearDown() override;
 
     QTemporaryDir dir_;
