@@ -40,7 +40,8 @@ QString LVCommandLineUsage()
         "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
-        "  --list-effects        print the catalogues and exit\n")
+        "  --list-effects        print the catalogues and exit\n"
+        "  --version             print the version and exit\n")
         .arg(LVMinVideoDimension)
         .arg(LVMaxVideoDimension)
         .arg(LVMinFrameRate)
@@ -55,13 +56,16 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption listEffects(QStringLiteral("list-effects"));
     const QCommandLineOption bench(QStringLiteral("bench"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
+    const QCommandLineOption version(QStringLiteral("version"));
     const QCommandLineOption videoSize(QStringLiteral("video-size"), QString(), QStringLiteral("WxH"));
     const QCommandLineOption fps(QStringLiteral("fps"), QString(), QStringLiteral("N"));
     const QCommandLineOption frames(QStringLiteral("frames"), QString(), QStringLiteral("N"));
     const QCommandLineOption source(QStringLiteral("source"), QString(), QStringLiteral("NAME"));
     const QCommandLineOption effect(QStringLiteral("effect"), QString(), QStringLiteral("NAME"));
     const QCommandLineOption setup(QStringLiteral("setup"), QString(), QStringLiteral("NAME|FILE"));
-    parser.addOptions({headless, listEffects, bench, help, videoSize, fps, frames, source, effect, setup});
+    // Given by Lumaveil itself when it restarts for a new video size; not in the usage text.
+    const QCommandLineOption restoreChain(QStringLiteral("restore-chain"), QString(), QStringLiteral("FILE"));
+    parser.addOptions({headless, listEffects, bench, help, version, videoSize, fps, frames, source, effect, setup, restoreChain});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -75,6 +79,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     result.listEffects = parser.isSet(listEffects);
     result.bench = parser.isSet(bench);
     result.help = parser.isSet(help);
+    result.version = parser.isSet(version);
     if (parser.isSet(videoSize)) {
         QSize size;
         if (!LVValidateVideoSize(parser.value(videoSize), &size, error)) return false;
@@ -98,6 +103,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     result.source = parser.value(source);
     result.effects = parser.values(effect);
     result.setup = parser.value(setup);
+    result.restoreChain = parser.value(restoreChain);
     // The window runs until closed and at the timer's pace.
     if ((result.bench || result.frames) && !result.headless) {
         *error = QStringLiteral("--frames and --bench need --headless");

@@ -11,12 +11,14 @@ struct LVCommandLine {
     bool listEffects = false;
     bool bench = false;
     bool help = false;
+    bool version = false;
     std::optional<QSize> videoSize;
     std::optional<int> frameRate;
     std::optional<qint64> frames;
     QString source;
     QStringList effects;  // in chain order
     QString setup;        // a saved setup's name or a setup file
+    QString restoreChain; // the chain file a restart left (see LVRestart.h)
 };
 
 // Parses arguments (the program name first). On refusal error says what was wrong and

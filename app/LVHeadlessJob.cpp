@@ -1,6 +1,7 @@
 #include "app/LVHeadlessJob.h"
 
 #include "app/LVQuitOnSignal.h"
+#include "app/LVRestart.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "render/LVContext.h"
@@ -134,6 +135,12 @@ QString LVChainDescription(const Lumaveil& app)
 
 bool LVBuildChain(Lumaveil& app, const LVCommandLine& commandLine, QString* error)
 {
+    if (!commandLine.restoreChain.isEmpty()) {
+        QString why;
+        if (LVRestoreChain(app, commandLine.restoreChain, &why)) return true;
+        // The restart itself went well; only the old chain is lost, so start as usual.
+        std::fprintf(stderr, "lumaveil: the chain before the restart is lost: %s\n", qPrintable(why));
+    }
     if (!commandLine.source.isEmpty() || !commandLine.effects.isEmpty()) {
         // Every name is checked before anything is added, so a typo starts nothing.
         const QStringList sources = factoryNames(app.sources());
@@ -162,12 +169,29 @@ bool LVBuildChain(Lumaveil& app, const LVCommandLine& commandLine, QString* erro
         return true;
     }
     if (!commandLine.setup.isEmpty()) {
-        const bool isFile = QFileInfo(commandLine.setup).isFile();
-        const bool loaded = isFile ? app.loadSetupAtPath(commandLine.setup, false)
-                                   : app.loadNamedSetup(commandLine.setup, false);
-        if (!loaded) {
-            *error = isFile ? QStringLiteral("setup file %1 could not be loaded").arg(commandLine.setup)
-                            : QStringLiteral("no saved setup named \"%1\"").arg(commandLine.setup);
+        const QString& setup = commandLine.setup;
+        const QFileInfo file(setup);
+        // Setup names never hold a slash; a path that is not there is a missing file, not a name.
+        const bool looksLikePath = setup.contains(QLatin1Char('/')) || setup.endsWith(QStringLiteral(".json"));
+        if (!file.exists() && looksLikePath) {
+            *error = QStringLiteral("setup file %1 does not exist").arg(setup);
+            return false;
+        }
+        if (file.exists() && !file.isFile()) {
+            *error = QStringLiteral("setup file %1 is not a regular file").arg(setup);
+            return false;
+        }
+        if (!file.isFile()) {
+            if (app.loadNamedSetup(setup, false)) return true;
+            *error = QStringLiteral("no saved setup named \"%1\"").arg(setup);
+            return false;
+        }
+        if (!app.loadSetupAtPath(setup, false)) {
+            *error = QStringLiteral("setup file %1 could not be loaded: it is not a saved setup").arg(setup);
+            return false;
+        }
+        if (app.liveEffects().empty()) {
+            *error = QStringLiteral("setup file %1 holds no effects: it is not a saved setup, or an empty one").arg(setup);
             return false;
         }
         return true;

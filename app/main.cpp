@@ -3,6 +3,7 @@
 #include "app/LVHeadlessJob.h"
 #include "app/LVKindRegistration.h"
 #include "app/LVQuitOnSignal.h"
+#include "app/LVRestart.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
@@ -15,6 +16,9 @@
 #include <QGuiApplication>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QIcon>
+#include <QMessageBox>
+#include <QProcess>
 #include <QStringList>
 
 #include <cstdio>
@@ -24,11 +28,25 @@ namespace {
 LVEffectFolders effectFolders()
 {
     LVEffectFolders folders = LVEffectFolders::standard();
-    // Run from the build tree: use the source tree's bundled Effects folder.
-    if (qEnvironmentVariableIsEmpty("LUMAVEIL_EFFECTS_DIR") && !QFileInfo::exists(folders.bundled)) {
+    if (!qEnvironmentVariableIsEmpty("LUMAVEIL_EFFECTS_DIR")) return folders;
+    // Run from the build tree: the source tree's bundled Effects folder. A copy of the binary
+    // elsewhere must not quietly depend on a source tree that may change or vanish.
+    if (QFileInfo(QCoreApplication::applicationDirPath()) == QFileInfo(QStringLiteral(LV_BUILD_APP_DIR))) {
         folders.bundled = QStringLiteral(LV_BUILD_EFFECTS_DIR);
+    } else if (!QFileInfo(folders.bundled).isDir()) {
+        std::fprintf(stderr,
+                     "lumaveil: no bundled Effects folder at %s; install with \"cmake --install\" or set "
+                     "LUMAVEIL_EFFECTS_DIR\n",
+                     qPrintable(folders.bundled));
     }
     return folders;
+}
+
+// Qt aborts when it cannot reach a display; say what to do instead.
+bool hasDisplay()
+{
+    return !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") || !qEnvironmentVariableIsEmpty("DISPLAY") ||
+           !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
 }
 
 void printCatalogue(const char* title, const LVEffectRegistry::FactoryList& list)
@@ -92,12 +110,28 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 2;
     }
+    bool restart = false;
+    window.setRestartHandler([&] {
+        QString why;
+        if (!LVSaveChainForRestart(*lumaveil, LVRestartChainPath(), &why)) {
+            QMessageBox::warning(&window, QStringLiteral("Lumaveil"),
+                                 QStringLiteral("Lumaveil cannot keep the chain for the restart: %1").arg(why));
+            return;
+        }
+        restart = true;
+        QCoreApplication::quit();
+    });
     window.show();
     window.showBetaNagIfNeeded();
     LVQuitOnSignal quitOnSignal;
     const int status = QApplication::exec();
     PIPEffect::setSwapHandler(nullptr);
     lumaveil->applicationWillTerminate();
+    // Started once this run has let go of the frames, so the two never publish together.
+    if (restart && !QProcess::startDetached(QCoreApplication::applicationFilePath(),
+                                            {QStringLiteral("--restore-chain"), LVRestartChainPath()})) {
+        std::fprintf(stderr, "lumaveil: could not start again; start it yourself for the new video size\n");
+    }
     return status;
 }
 
@@ -117,6 +151,10 @@ int main(int argc, char** argv)
         std::printf("%s", qPrintable(LVCommandLineUsage()));
         return 0;
     }
+    if (commandLine.version) {
+        std::printf("lumaveil %s\n", LV_VERSION);
+        return 0;
+    }
     LVRegisterAllKinds();
     if (commandLine.headless || commandLine.listEffects) {
         // Text overlays need Qt's fonts, which need a GUI application; offscreen needs no display.
@@ -126,7 +164,14 @@ int main(int argc, char** argv)
         if (commandLine.listEffects) return listEffects();
         return LVRunHeadless(commandLine, effectFolders(), sinceStart);
     }
+    if (!hasDisplay()) {
+        std::fprintf(stderr, "lumaveil: no display: use --headless\n");
+        return 2;
+    }
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Lumaveil"));
+    QApplication::setApplicationVersion(QStringLiteral(LV_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("lumaveil"));
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("lumaveil")));
     return runMainWindow(commandLine, effectFolders());
 }

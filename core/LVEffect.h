@@ -88,6 +88,8 @@ public:
 
     // The adjustable parameters: the kind's list unless the instance has its own.
     virtual LVParameterList effectProperties() const { return descriptor().parameters; }
+    // Why the effect shows nothing, for its settings panel ("No camera found"); empty when fine.
+    virtual QString statusNote() const { return {}; }
     // The first parameter whose user-facing name equals name.
     std::optional<LVParameter> propertyInfoForName(const QString& name) const;
     // Looked up by user-facing name, as scripting and automation do.

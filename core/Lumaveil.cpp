@@ -343,6 +343,17 @@ void Lumaveil::doSwap(const LVEffectRef& pipEffect)
     setSelectedEffect(pipEffect);
 }
 
+bool Lumaveil::setOtherSourceNamed(const LVEffectRef& holderEffect, const QString& sourceName)
+{
+    auto* holder = dynamic_cast<LVOtherSourceHolder*>(holderEffect.get());
+    if (!holder) return false;
+    LVEffectRef source;
+    if (!sourceName.isEmpty() && !(source = instantiateNamedSource(sourceName))) return false;
+    holder->setOtherEffect(source);
+    emit chainChanged();
+    return true;
+}
+
 void Lumaveil::addEffectsFrom(const std::vector<LVEffectRef>& effects, bool merge, bool ignoreSources)
 {
     if (!merge) doClear();

@@ -34,8 +34,9 @@ class Lumaveil : public QObject {
 public:
     static constexpr const char* betaNagText =
         "This version of Lumaveil is a BETA build.  You should expect problems with it.  I welcome feedback and "
-        "bug reports but I'll most likely not be able to reply.  I also recommend removing any older version of "
-        "the Quicktime component, which is probably installed in /Library/QuickTime/.  This dialog will not "
+        "bug reports but I'll most likely not be able to reply.  To offer the picture as a camera to other "
+        "programs, make the camera device once: install the package v4l2loopback-dkms, run \"sudo modprobe "
+        "v4l2loopback exclusive_caps=1 card_label=Lumaveil\", then start lumaveil-vcam.  This dialog will not "
         "appear again.";
     static constexpr const char* betaNagButton = "OK, got it";
 
@@ -113,6 +114,9 @@ public:
     // The Clear command: the effects go, the source stays.
     void doClear() { clearEffects(false); }
     void doSwap(const LVEffectRef& pipEffect);
+    // Gives a picture-in-picture a new source of the named kind (none for an empty name);
+    // false when the effect holds no second source or the kind cannot be made.
+    bool setOtherSourceNamed(const LVEffectRef& holderEffect, const QString& sourceName);
     void addEffectsFrom(const std::vector<LVEffectRef>& effects, bool merge, bool ignoreSources);
     void setEffectEnabled(int index, bool enabled);
     // Saved setups through the catalogue; false when there is none or the name is unknown.

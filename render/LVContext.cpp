@@ -31,7 +31,18 @@ void loadVideoSize()
 
 using Clock = std::chrono::steady_clock;
 
+std::function<Clock::time_point()>& poolClock()
+{
+    static std::function<Clock::time_point()> clock = &Clock::now;
+    return clock;
+}
+
 } // namespace
+
+void LVSetFramePoolClock(std::function<Clock::time_point()> clock)
+{
+    poolClock() = clock ? std::move(clock) : std::function<Clock::time_point()>(&Clock::now);
+}
 
 void LVSetVideoSizeProvider(std::function<QSize()> provider)
 {
@@ -71,7 +82,7 @@ public:
 
     std::shared_ptr<LVPBuffer> take(int width, int height)
     {
-        const Clock::time_point now = Clock::now();
+        const Clock::time_point now = poolClock()();
         for (auto it = free_.begin(); it != free_.end();) {
             if (it->use_count() == 1 && now - (*it)->released > kMaxAge) {
                 glDeleteTextures(1, &(*it)->texture);
@@ -109,7 +120,7 @@ public:
     {
         if (!buffer)
             return;
-        buffer->released = Clock::now();
+        buffer->released = poolClock()();
         free_.push_back(std::move(buffer));
     }
 

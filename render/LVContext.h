@@ -9,6 +9,7 @@
 #include <QSizeF>
 #include <QString>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -32,6 +33,9 @@ int LVGetWidth();
 int LVGetHeight();
 // The app installs one reading the "videoSize" preference; the default answers 320x240.
 void LVSetVideoSizeProvider(std::function<QSize()> provider);
+// What the frame pool ages idle frames by; tests step a clock of their own instead of waiting.
+// None restores the steady clock.
+void LVSetFramePoolClock(std::function<std::chrono::steady_clock::time_point()> clock);
 
 // Something whose output is drawn lazily into the context, when the surface is next needed.
 class LVPendingRenderer {

@@ -164,7 +164,9 @@ void LVQCEffect::parameterChanged(const QString& key)
 bool LVQCEffect::setMode(int32_t newMode)
 {
     if (rend_ && !isPreviewInputKey_.isEmpty()) rend_->setNonGifValue(newMode == LVModePreview, isPreviewInputKey_);
-    if (mode() == LVModeOff && newMode != LVModeOff && context()) baseTime_ = context()->frameTime();
+    // Time starts at the first frame drawn: an effect made before the render loop's first frame
+    // (command line, setup, auto-load) would otherwise count from a frame time of zero.
+    if (mode() == LVModeOff && newMode != LVModeOff) baseTime_.reset();
     return LVEffect::setMode(newMode);
 }
 
@@ -187,8 +189,8 @@ void LVQCEffect::doit()
     // A composition that did not load or compile draws nothing; the chain goes on.
     if (!rend_ || !rend_->isUsable()) return;
     LVContext& ctx = *context();
-    if (bFreezeTimeInPreview_ && mode() == LVModePreview) baseTime_ = ctx.frameTime();
-    rend_->beginFrame(ctx.frameTime() - baseTime_);
+    if (!baseTime_ || (bFreezeTimeInPreview_ && mode() == LVModePreview)) baseTime_ = ctx.frameTime();
+    rend_->beginFrame(ctx.frameTime() - *baseTime_);
 
     if (!rend_->usesFilterProtocol()) {
         ctx.framebuffer();

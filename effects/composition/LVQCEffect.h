@@ -10,6 +10,7 @@
 #include <QStringList>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 class LVQCEffect : public LVEffect, public LVPendingRenderer {
@@ -74,6 +75,6 @@ private:
     QString isPreviewInputKey_;
     QString fname_;
     LVParameterList properties_;
-    double baseTime_ = 0;
+    std::optional<double> baseTime_; // none until the first frame drawn
     bool bFreezeTimeInPreview_ = false;
 };

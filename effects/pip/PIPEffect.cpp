@@ -100,6 +100,8 @@ void PIPEffect::preDoit()
 
 void PIPEffect::doit()
 {
+    // With no second source there is no inset to draw: the video passes unchanged.
+    if (!otherEffect_) return;
     if (renderer()) renderer()->setTextureForInputKey(pipFrame_, QStringLiteral("pipImage"));
     LVQCEffect::doit();
 }
@@ -119,11 +121,4 @@ void PIPEffect::doSwap()
 void PIPEffect::setSwapHandler(std::function<void(PIPEffect&)> handler)
 {
     swapHandler() = std::move(handler);
-}
-
-QStringList PIPEffect::inspectorTabs() const
-{
-    QStringList tabs{QStringLiteral("PIP Settings")};
-    if (otherEffect_) tabs << QStringLiteral("%1 Settings").arg(otherEffect_->name());
-    return tabs;
 }

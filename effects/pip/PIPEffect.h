@@ -15,7 +15,7 @@ public:
     static const LVEffectDescriptor& classDescriptor();
     const LVEffectDescriptor& descriptor() const override { return classDescriptor(); }
     // The composition, inside the application's resources.
-    static QString compositionFileName() { return QStringLiteral("./Compositions/pip.fs"); }
+    static QString compositionFileName() { return QStringLiteral("./Resources/pip.fs"); }
 
     void initWithContext(LVContext* context) override;
     void initWithContext(LVContext* context, LVEffectRef otherSource);
@@ -34,10 +34,6 @@ public:
     void doSwap();
     // The controller's swap; the application installs it at start-up.
     static void setSwapHandler(std::function<void(PIPEffect&)> handler);
-
-    // The settings pages: "PIP Settings" and, with an embedded source, "<source> Settings".
-    QStringList inspectorTabs() const;
-    static QString swapButtonTitle() { return QStringLiteral("Swap with video source"); }
 
     // The embedded source's latest frame.
     const LVTexture& pipFrame() const { return pipFrame_; }

@@ -7,6 +7,7 @@
 #include "gui/main/LVChainModel.h"
 #include "gui/main/LVPreviewWidget.h"
 #include "gui/main/LVSettingsPanel.h"
+#include "render/LVContext.h"
 #include "gui/setups/LVSetupsWindows.h"
 #include "setups/model/LVSetupManager.h"
 
@@ -110,6 +111,7 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
     sideLayout->addLayout(addRow);
 
     settings_ = new LVSettingsPanel;
+    settings_->setController(&lumaveil_);
     auto* scroll = new QScrollArea(side);
     scroll->setWidgetResizable(true);
     scroll->setWidget(settings_);
@@ -182,6 +184,13 @@ LVMainWindow::~LVMainWindow()
 
 void LVMainWindow::buildMenus()
 {
+    QMenu* fileMenu = menuBar()->addMenu(tr("&File"));
+    QAction* quit = fileMenu->addAction(tr("Quit Lumaveil"));
+    quit->setObjectName(QStringLiteral("quit"));
+    quit->setShortcut(QKeySequence::Quit);
+    quit->setMenuRole(QAction::QuitRole);
+    connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+
     QMenu* videoMenu = menuBar()->addMenu(tr("&Video"));
     videoSizeMenu_ = videoMenu->addMenu(tr("Video Size"));
     sizeGroup_ = new QActionGroup(this);
@@ -195,7 +204,7 @@ void LVMainWindow::buildMenus()
         connect(action, &QAction::triggered, this, [this, i] { chooseVideoSize(i); });
     }
     videoSizeMenu_->addSeparator();
-    videoSizeMenu_->addAction(tr("The new size applies at the next start"))->setEnabled(false);
+    videoSizeMenu_->addAction(tr("A new size applies after a restart"))->setEnabled(false);
 
     frameRateMenu_ = videoMenu->addMenu(tr("Frame Rate"));
     auto* rateGroup = new QActionGroup(this);
@@ -239,6 +248,25 @@ void LVMainWindow::buildMenus()
         action->setEnabled(false);
         connect(action, &QAction::triggered, this, [this, i] { showSetupsWindow(i); });
     }
+
+    QMenu* helpMenu = menuBar()->addMenu(tr("&Help"));
+    QAction* about = helpMenu->addAction(tr("About Lumaveil"));
+    about->setObjectName(QStringLiteral("about"));
+    about->setMenuRole(QAction::AboutRole);
+    connect(about, &QAction::triggered, this, [this] {
+        auto* box = new QMessageBox(QMessageBox::Information, tr("About Lumaveil"), aboutText(), QMessageBox::Ok, this);
+        box->setObjectName(QStringLiteral("aboutBox"));
+        box->setAttribute(Qt::WA_DeleteOnClose);
+        box->open();
+    });
+}
+
+QString LVMainWindow::aboutText()
+{
+    const QString version = QCoreApplication::applicationVersion();
+    return tr("Lumaveil %1\n\nA live video studio: a source and a chain of effects, rendered at the size and "
+              "frame rate you choose and published for the lumaveil-vcam camera bridge.")
+        .arg(version.isEmpty() ? tr("(development build)") : version);
 }
 
 void LVMainWindow::setSetupManager(LVSetupManager* manager)
@@ -319,6 +347,7 @@ void LVMainWindow::chooseVideoSize(int index)
     const auto& items = LVVideoSizeMenu();
     if (!items[size_t(index)].isCustom()) {
         lumaveil_.chooseVideoSizeItem(index);
+        offerRestartForSize();
         return;
     }
     QDialog dialog(this);
@@ -339,9 +368,32 @@ void LVMainWindow::chooseVideoSize(int index)
     connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
     if (dialog.exec() == QDialog::Accepted) {
         lumaveil_.chooseVideoSizeItem(index, width->value(), height->value());
+        offerRestartForSize();
     } else {
         sizeGroup_->actions().at(lumaveil_.videoSizeMenuIndex())->setChecked(true);
     }
+}
+
+void LVMainWindow::offerRestartForSize()
+{
+    const QSize chosen = lumaveil_.videoSize();
+    const LVContext* context = lumaveil_.context();
+    if (!restart_ || !context || chosen == QSize(context->width(), context->height())) return;
+    auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Lumaveil"),
+                                tr("The video size %1x%2 applies when Lumaveil starts again. Restart now? "
+                                   "The chain comes back as it is.")
+                                    .arg(chosen.width())
+                                    .arg(chosen.height()),
+                                QMessageBox::NoButton, this);
+    box->setObjectName(QStringLiteral("restartForSize"));
+    // "No" first, "Yes" second: only the second confirms.
+    box->addButton(tr("No"), QMessageBox::RejectRole);
+    QPushButton* yes = box->addButton(tr("Yes"), QMessageBox::AcceptRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    connect(box, &QMessageBox::buttonClicked, this, [this, yes](QAbstractButton* button) {
+        if (button == yes && restart_) restart_();
+    });
+    box->open();
 }
 
 void LVMainWindow::selectionChanged()

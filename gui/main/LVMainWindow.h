@@ -3,6 +3,7 @@
 // settings, the video size and frame rate menus and a frames-per-second readout.
 #include <QMainWindow>
 
+#include <functional>
 #include <vector>
 
 class LVChainModel;
@@ -40,8 +41,14 @@ public:
     QMenu* frameRateMenu() const { return frameRateMenu_; }
     QMenu* setupsMenu() const { return setupsMenu_; }
 
+    // Restarts the application keeping the chain; with one, a new video size offers to
+    // restart now instead of waiting for the next start.
+    void setRestartHandler(std::function<void()> restart) { restart_ = std::move(restart); }
+
     // Frame rates offered in the menu.
     static const QList<int>& frameRates();
+    // What Help > About Lumaveil says.
+    static QString aboutText();
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -52,6 +59,7 @@ private:
     void fillCatalogueChoosers();
     void refreshSourceChooser();
     void chooseVideoSize(int index);
+    void offerRestartForSize();
     void fillAudioMenu();
     void selectionChanged();
     void removeSelected();
@@ -72,4 +80,5 @@ private:
     QMenu* setupsMenu_ = nullptr;
     LVSetupManager* setupManager_ = nullptr;
     QActionGroup* sizeGroup_ = nullptr;
+    std::function<void()> restart_;
 };

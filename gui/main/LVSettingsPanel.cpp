@@ -1,5 +1,6 @@
 #include "gui/main/LVSettingsPanel.h"
 
+#include "core/Lumaveil.h"
 #include "core/util/KDDelayedDispatcher.h"
 
 #include <QCheckBox>
@@ -9,12 +10,15 @@
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QIcon>
+#include <QPixmap>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointF>
 #include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
+#include <QTabWidget>
 #include <QVBoxLayout>
 
 namespace {
@@ -23,40 +27,124 @@ constexpr int kSliderSteps = 1000;
 
 } // namespace
 
+QString LVColorText(const QColor& color)
+{
+    const QString rgb = color.name(QColor::HexRgb).toUpper();
+    if (color.alpha() == 255) return rgb;
+    return QStringLiteral("%1, %2% opaque").arg(rgb).arg(qRound(color.alphaF() * 100));
+}
+
 LVSettingsPanel::LVSettingsPanel(QWidget* parent)
     : QWidget(parent), pending_(std::make_shared<QHash<QString, QVariant>>())
 {
-    auto* layout = new QVBoxLayout(this);
+    layout_ = new QVBoxLayout(this);
     title_ = new QLabel(tr("No effect selected"), this);
     title_->setObjectName(QStringLiteral("settingsTitle"));
-    layout->addWidget(title_);
-    form_ = new QFormLayout;
-    layout->addLayout(form_);
-    layout->addStretch(1);
+    layout_->addWidget(title_);
+    note_ = new QLabel(this);
+    note_->setObjectName(QStringLiteral("settingsNote"));
+    note_->setWordWrap(true);
+    note_->hide();
+    layout_->addWidget(note_);
+    layout_->addStretch(1);
 }
 
-void LVSettingsPanel::clear()
+void LVSettingsPanel::setController(Lumaveil* controller)
 {
-    while (form_->rowCount() > 0) form_->removeRow(0);
-    editors_.clear();
+    if (controller_) disconnect(controller_, nullptr, this, nullptr);
+    controller_ = controller;
+    if (!controller_) return;
+    // A swap or a new inset source changes a picture-in-picture's pages.
+    connect(controller_, &Lumaveil::chainChanged, this, [this] {
+        const LVEffectRef shown = effect_.lock();
+        if (dynamic_cast<const LVOtherSourceHolder*>(shown.get())) setEffect(shown);
+    });
 }
 
 void LVSettingsPanel::setEffect(const LVEffectRef& effect)
 {
-    clear();
+    editors_.clear();
+    if (body_) {
+        // Deleted later: a button of the old page may be the one whose click got us here.
+        body_->hide();
+        body_->setParent(nullptr);
+        body_->deleteLater();
+        body_ = nullptr;
+    }
+    tabs_ = nullptr;
+    otherPanel_ = nullptr;
     effect_ = effect;
+    const QString note = effect ? effect->statusNote() : QString();
+    note_->setText(note);
+    note_->setVisible(!note.isEmpty());
     if (!effect) {
         title_->setText(tr("No effect selected"));
         return;
     }
-    const LVParameterList parameters = effect->effectProperties();
-    title_->setText(parameters.empty() ? tr("%1 has no settings").arg(effect->displayName()) : effect->displayName());
-    for (const LVParameter& parameter : parameters) {
-        QWidget* editor = makeEditor(parameter, effect->effectPropertyForName(parameter.name));
+    const auto* holder = dynamic_cast<const LVOtherSourceHolder*>(effect.get());
+    title_->setText(!holder && effect->effectProperties().empty() ? tr("%1 has no settings").arg(effect->displayName())
+                                                                  : effect->displayName());
+    body_ = holder ? makeOtherSourceTabs(effect, holder->getOtherEffect()) : makeForm(*effect);
+    layout_->insertWidget(2, body_);
+}
+
+QWidget* LVSettingsPanel::makeForm(const LVEffect& effect)
+{
+    auto* page = new QWidget(this);
+    auto* form = new QFormLayout(page);
+    for (const LVParameter& parameter : effect.effectProperties()) {
+        QWidget* editor = makeEditor(parameter, effect.effectPropertyForName(parameter.name));
         editor->setObjectName(parameter.key);
         editors_.insert(parameter.name, editor);
-        form_->addRow(parameter.name, editor);
+        form->addRow(parameter.name, editor);
     }
+    return page;
+}
+
+QWidget* LVSettingsPanel::makeOtherSourceTabs(const LVEffectRef& effect, const LVEffectRef& other)
+{
+    QWidget* own = makeForm(*effect);
+    auto* form = static_cast<QFormLayout*>(own->layout());
+    auto* chooser = new QComboBox(own);
+    chooser->setObjectName(QStringLiteral("otherSourceChooser"));
+    chooser->addItem(tr("None"));
+    if (controller_) {
+        for (const auto& factory : controller_->sources()) chooser->addItem(factory->name());
+    }
+    chooser->setCurrentIndex(other ? std::max(0, chooser->findText(other->name())) : 0);
+    form->insertRow(0, tr("Inset source"), chooser);
+    auto* swap = new QPushButton(tr("Swap with video source"), own);
+    swap->setObjectName(QStringLiteral("swapWithVideoSource"));
+    swap->setEnabled(controller_ != nullptr);
+    form->addRow(swap);
+
+    std::weak_ptr<LVEffect> weak = effect;
+    connect(chooser, &QComboBox::activated, this, [this, weak, chooser](int index) {
+        const LVEffectRef target = weak.lock();
+        if (!target || !controller_) return;
+        controller_->setOtherSourceNamed(target, index == 0 ? QString() : chooser->itemText(index));
+    });
+    connect(swap, &QPushButton::clicked, this, [this, weak] {
+        const LVEffectRef target = weak.lock();
+        if (!target || !controller_) return;
+        controller_->doSwap(target);
+    });
+
+    tabs_ = new QTabWidget(this);
+    tabs_->setObjectName(QStringLiteral("pipTabs"));
+    tabs_->setDocumentMode(true);
+    QFont small = tabs_->font();
+    small.setPointSizeF(small.pointSizeF() * 0.85);
+    tabs_->setFont(small);
+    tabs_->addTab(own, tr("PIP Settings"));
+    if (other) {
+        otherPanel_ = new LVSettingsPanel(tabs_);
+        otherPanel_->setObjectName(QStringLiteral("otherSourceSettings"));
+        otherPanel_->setController(controller_);
+        otherPanel_->setEffect(other);
+        tabs_->addTab(otherPanel_, tr("%1 Settings").arg(other->name()));
+    }
+    return tabs_;
 }
 
 void LVSettingsPanel::changeValue(const QString& name, const QVariant& value)
@@ -148,14 +236,17 @@ QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVarian
     }
     case LVParameterType::Color: {
         auto* button = new QPushButton(this);
-        const auto paint = [button](const QColor& color) {
-            button->setText(color.name(QColor::HexArgb));
-            button->setStyleSheet(QStringLiteral("background-color: %1").arg(color.name(QColor::HexRgb)));
+        auto current = std::make_shared<QColor>(value.value<QColor>());
+        const auto paint = [button, current](const QColor& color) {
+            *current = color;
+            button->setText(LVColorText(color));
+            QPixmap swatch(16, 16);
+            swatch.fill(color);
+            button->setIcon(QIcon(swatch));
         };
-        paint(value.value<QColor>());
-        connect(button, &QPushButton::clicked, this, [this, name, button, paint] {
-            const QColor chosen = QColorDialog::getColor(QColor(button->text()), this, name,
-                                                         QColorDialog::ShowAlphaChannel);
+        paint(*current);
+        connect(button, &QPushButton::clicked, this, [this, name, current, paint] {
+            const QColor chosen = QColorDialog::getColor(*current, this, name, QColorDialog::ShowAlphaChannel);
             if (!chosen.isValid()) return;
             paint(chosen);
             changeValue(name, chosen);

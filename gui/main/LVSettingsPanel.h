@@ -10,27 +10,48 @@
 
 #include <memory>
 
+class Lumaveil;
+class QColor;
 class QFormLayout;
 class QLabel;
+class QTabWidget;
+class QVBoxLayout;
+
+// "#RRGGBB", with the opacity after it when the colour is not opaque.
+QString LVColorText(const QColor& color);
 
 class LVSettingsPanel : public QWidget {
     Q_OBJECT
 public:
     explicit LVSettingsPanel(QWidget* parent = nullptr);
-    // Shows the settings of effect; none clears the panel.
+    // Lets a picture-in-picture's page swap and choose its second source.
+    void setController(Lumaveil* controller);
+    // Shows the settings of effect; none clears the panel. An effect holding a second source
+    // gets two tabs: "PIP Settings" (its own, the swap button and the source chooser) and
+    // "<source> Settings".
     void setEffect(const LVEffectRef& effect);
     LVEffectRef effect() const { return effect_.lock(); }
     // The editor made for a parameter, by its user-facing name (tests, accessibility).
     QWidget* editorFor(const QString& name) const { return editors_.value(name); }
+    // The picture-in-picture's tabs, none for other effects.
+    QTabWidget* tabs() const { return tabs_; }
+    // The second source's own panel inside the tabs.
+    LVSettingsPanel* otherSourcePanel() const { return otherPanel_; }
 
 private:
     QWidget* makeEditor(const LVParameter& parameter, const QVariant& value);
+    QWidget* makeForm(const LVEffect& effect);
+    QWidget* makeOtherSourceTabs(const LVEffectRef& effect, const LVEffectRef& other);
     void changeValue(const QString& name, const QVariant& value);
-    void clear();
 
     std::weak_ptr<LVEffect> effect_;
-    QFormLayout* form_ = nullptr;
+    Lumaveil* controller_ = nullptr;
+    QVBoxLayout* layout_ = nullptr;
+    QWidget* body_ = nullptr;
+    QTabWidget* tabs_ = nullptr;
+    LVSettingsPanel* otherPanel_ = nullptr;
     QLabel* title_ = nullptr;
+    QLabel* note_ = nullptr;
     QHash<QString, QWidget*> editors_;
     std::shared_ptr<QHash<QString, QVariant>> pending_;
 };

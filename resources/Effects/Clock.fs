@@ -47,7 +47,8 @@ void main()
     float cellW = h * 0.5;
     int chars = showSeconds ? 8 : 5;
     vec2 size = vec2(cellW * float(chars) + h * 0.3, h * 1.2);
-    vec2 origin = (vec2(X_Position, Y_Position) * 0.5 + 0.5) * RENDERSIZE;
+    // The position moves the clock, but never past the frame's edge: narrow frames keep the seconds.
+    vec2 origin = clamp((vec2(X_Position, Y_Position) * 0.5 + 0.5) * RENDERSIZE, vec2(0.0), max(RENDERSIZE - size, vec2(0.0)));
     vec2 q = gl_FragCoord.xy - origin;
     if (any(lessThan(q, vec2(0.0))) || any(greaterThanEqual(q, size))) {
         gl_FragColor = c;

@@ -1,5 +1,6 @@
 #include "sources/webcam/CamSource.h"
 
+#include "core/util/LVLog.h"
 #include "render/LVContext.h"
 #include "sources/webcam/LVCamConverter.h"
 
@@ -49,7 +50,19 @@ void CamSource::initWithContext(LVContext* context)
 {
     LVEffect::initWithContext(context);
     const auto& list = deviceList();
-    if (!list.empty()) setSelectedCamera(list.front());
+    if (!list.empty()) {
+        setSelectedCamera(list.front());
+        return;
+    }
+    // Said once per run, however many webcam sources are made.
+    static bool logged = false;
+    if (!logged) LVLog("No camera found: the Webcam source stays black until one is plugged in");
+    logged = true;
+}
+
+QString CamSource::statusNote() const
+{
+    return grabber_ || !deviceList().empty() ? QString() : QStringLiteral("No camera found");
 }
 
 bool CamSource::initWithCoder(LVKeyedUnarchiver& coder)

@@ -28,6 +28,7 @@ public:
     // "camera" (the cameras listed now) and "resolution" (the chosen camera's sizes to force,
     // or "Automatic"), for the settings panel.
     LVParameterList effectProperties() const override;
+    QString statusNote() const override;
 
     static constexpr const char* kCameraKey = "camera";
     static constexpr const char* kResolutionKey = "resolution";

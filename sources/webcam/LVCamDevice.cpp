@@ -181,3 +181,8 @@ bool LVCamInitGStreamer()
     }();
     return ok;
 }
+
+void LVCamShutdownGStreamer()
+{
+    if (gst_is_initialized()) gst_deinit();
+}

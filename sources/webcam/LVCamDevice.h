@@ -87,3 +87,6 @@ public:
 
 // Initialises GStreamer once; false with the reason logged when it cannot.
 bool LVCamInitGStreamer();
+// At process end, after every pipeline is down: joins GStreamer's pooled streaming threads so
+// none is still running while the process exits. Nothing may use GStreamer afterwards.
+void LVCamShutdownGStreamer();

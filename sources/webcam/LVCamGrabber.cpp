@@ -100,7 +100,7 @@ const std::vector<LVCamGrabber::Ref>& LVCamGrabber::deviceList()
             for (const Ref& grabber : registry().all) grabber->frameRateChanged();
         });
     if (!r.postRoutine && QCoreApplication::instance()) {
-        qAddPostRoutine(&LVCamGrabber::releaseDeviceList);
+        qAddPostRoutine(&LVCamGrabber::shutdown);
         r.postRoutine = true;
     }
     return r.present;
@@ -132,6 +132,11 @@ void LVCamGrabber::releaseDeviceList()
     r.all.clear();
     r.built = false;
     ++r.generation;
+}
+
+void LVCamGrabber::shutdown()
+{
+    setDeviceProvider(nullptr);
 }
 
 void LVCamGrabber::_addToDevice(const LVCamDeviceRef& device, std::vector<Ref>& list)

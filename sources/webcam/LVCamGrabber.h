@@ -49,8 +49,10 @@ public:
     static LVCamDeviceProvider* deviceProvider();
     // Changes whenever a camera joins or leaves the list.
     static uint64_t listGeneration();
-    // Stops every grabber and forgets the list (at exit).
+    // Stops every grabber and forgets the list.
     static void releaseDeviceList();
+    // At exit: stops every grabber and the device monitor, so no capture thread outlives it.
+    static void shutdown();
     // Writes "deviceSettings": every grabber's prefsDict under its device's identifier.
     static void persistPrefs();
 

@@ -12,9 +12,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <csignal>
+#include <functional>
+#include <set>
 #include <chrono>
 #include <thread>
 
@@ -39,6 +43,25 @@ protected:
         ASSERT_TRUE(process.waitForFinished(60000)) << "lumaveil did not finish";
         out = QString::fromUtf8(process.readAllStandardOutput());
         err = QString::fromUtf8(process.readAllStandardError());
+    }
+
+    // Polls the published frames of this run until done() accepts one (A,R,G,B rows, top first).
+    bool watchFrames(const std::function<bool(const uint8_t* argb, int width)>& done)
+    {
+        LVShmem reader;
+        const uint64_t started = LVShmem::currentHostTime();
+        std::unique_ptr<uint8_t[]> data;
+        uint64_t length = 0, last = 0;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (std::chrono::steady_clock::now() < deadline && process.state() != QProcess::NotRunning) {
+            const LVShmemReadResult r = reader.getData(data, length, last);
+            if (r.status == 0 && r.timestamp > started) {
+                last = r.timestamp;
+                if (done(data.get(), r.width)) return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
     }
 
     QJsonObject lastJsonLine() const
@@ -79,6 +102,30 @@ TEST_F(LVHeadlessProcessTest, RendersTheAskedFramesAndSaysWhatItDoes)
     EXPECT_FALSE(reader.appRunning()) << "the producer is marked not running at exit";
 }
 
+TEST_F(LVHeadlessProcessTest, VersionAndMissingDisplayAnswerWithoutStarting)
+{
+    const struct {
+        QStringList arguments;
+        QStringList unset; // environment taken away
+        int status;
+        const char* says; // on standard output for status 0, on standard error otherwise
+    } cases[] = {
+        {{QStringLiteral("--version")}, {}, 0, "lumaveil 0."},
+        {{}, {QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY")}, 2,
+         "lumaveil: no display: use --headless"},
+    };
+    const QProcessEnvironment full = process.processEnvironment();
+    for (const auto& c : cases) {
+        QProcessEnvironment environment = full;
+        for (const QString& name : c.unset) environment.remove(name);
+        process.setProcessEnvironment(environment);
+        run(c.arguments);
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit) << c.says;
+        EXPECT_EQ(process.exitCode(), c.status) << c.says;
+        EXPECT_TRUE((c.status == 0 ? out : err).startsWith(QString::fromLatin1(c.says))) << out.toStdString() << err.toStdString();
+    }
+}
+
 TEST_F(LVHeadlessProcessTest, BenchPrintsOneJsonObjectLast)
 {
     run({QStringLiteral("--headless"), QStringLiteral("--bench"), QStringLiteral("--frames"), QStringLiteral("20"),
@@ -93,6 +140,11 @@ TEST_F(LVHeadlessProcessTest, BenchPrintsOneJsonObjectLast)
 
 TEST_F(LVHeadlessProcessTest, RefusesBadInputBeforeStarting)
 {
+    // JSON, but not a setup.
+    QFile other(home.filePath(QStringLiteral("other.json")));
+    ASSERT_TRUE(other.open(QIODevice::WriteOnly));
+    other.write(R"({"theme": "dark"})");
+    other.close();
     struct Case {
         QStringList arguments;
         const char* says;
@@ -105,7 +157,11 @@ TEST_F(LVHeadlessProcessTest, RefusesBadInputBeforeStarting)
                           Case{{QStringLiteral("--headless"), QStringLiteral("--source"), QStringLiteral("webcam")},
                                "did you mean: Webcam?"},
                           Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), QStringLiteral("Nobody's Show")},
-                               "no saved setup named \"Nobody's Show\""}}) {
+                               "no saved setup named \"Nobody's Show\""},
+                          Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), QStringLiteral("/missing/file.json")},
+                               "setup file /missing/file.json does not exist"},
+                          Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), home.filePath(QStringLiteral("other.json"))},
+                               "holds no effects"}}) {
         run(c.arguments);
         EXPECT_EQ(process.exitCode(), 2) << c.says;
         EXPECT_TRUE(err.contains(QString::fromLatin1(c.says))) << err.toStdString();
@@ -171,4 +227,32 @@ TEST_F(LVHeadlessProcessTest, LoadsASavedSetupByNameOrFromAFile)
         EXPECT_FALSE(statusLines().front().contains(QStringLiteral("Clock"))) << "the setup replaces the default chain";
         EXPECT_EQ(lastJsonLine().value(QStringLiteral("frames")).toInt(), 2);
     }
+}
+
+TEST_F(LVHeadlessProcessTest, TimeDrivenCompositionsAnimateFromTheFirstFrame)
+{
+    // Red follows TIME through a second; a time base of zero would hold it still.
+    const QString effects = home.filePath(QStringLiteral("effects"));
+    ASSERT_TRUE(QDir().mkpath(effects));
+    QFile ramp(effects + QStringLiteral("/Time Ramp.fs"));
+    ASSERT_TRUE(ramp.open(QIODevice::WriteOnly));
+    ramp.write(R"(/*{ "INPUTS": [{"NAME": "inputImage", "TYPE": "image"}] }*/
+void main() { gl_FragColor = vec4(fract(TIME), 0.0, 0.0, 1.0); }
+)");
+    ramp.close();
+    QProcessEnvironment environment = process.processEnvironment();
+    environment.insert(QStringLiteral("LUMAVEIL_EFFECTS_DIR"), effects);
+    process.setProcessEnvironment(environment);
+    process.setArguments({QStringLiteral("--headless"), QStringLiteral("--effect"), QStringLiteral("Time Ramp"),
+                          QStringLiteral("--fps"), QStringLiteral("30"), QStringLiteral("--video-size"),
+                          QStringLiteral("64x48")});
+    process.start();
+    ASSERT_TRUE(process.waitForStarted());
+    std::set<int> reds;
+    EXPECT_TRUE(watchFrames([&](const uint8_t* argb, int) {
+        reds.insert(argb[1]);
+        return reds.size() >= 3;
+    })) << "frames seen with red " << ::testing::PrintToString(reds);
+    process.terminate();
+    ASSERT_TRUE(process.waitForFinished(30000));
 }

@@ -204,6 +204,27 @@ TEST_F(LVControllerTest, SwapExchangesTheSourceWithThePipSource)
     EXPECT_FALSE(app->pipSelected());
 }
 
+TEST_F(LVControllerTest, PipSourceIsChosenByKindName)
+{
+    auto pip = make<LVTestPip>("TestPip", "pip");
+    auto marker = make("Marker", "marker");
+    const struct {
+        LVEffectRef effect;
+        const char* kind;
+        bool taken;
+        const char* inset; // after the step, "" for none
+    } steps[] = {
+        {pip, "Blue Source", true, "Blue Source"},
+        {pip, "No Such Source", false, "Blue Source"},
+        {marker, "Red Source", false, "Blue Source"},
+        {pip, "", true, ""},
+    };
+    for (const auto& s : steps) {
+        EXPECT_EQ(app->setOtherSourceNamed(s.effect, QString::fromLatin1(s.kind)), s.taken) << s.kind;
+        EXPECT_EQ(pip->other ? pip->other->name() : QString(), QString::fromLatin1(s.inset)) << s.kind;
+    }
+}
+
 TEST_F(LVControllerTest, EscapeEndsFullScreenOnTheMainScreenOnly)
 {
     class FullScreen : public LVFullScreenOutput {

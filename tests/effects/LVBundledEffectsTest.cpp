@@ -100,6 +100,28 @@ TEST_F(LVBundledTest, ChromaKeyRemovesTheKeyColourOnly)
     }
 }
 
+TEST_F(LVBundledTest, ClockKeepsItsSecondsInsideFramesOfEveryShape)
+{
+    for (const QSize size : {QSize(320, 240), QSize(640, 360)}) {
+        makeContext(size.width(), size.height());
+        scan(bundledEffects());
+        LVEffectRef clock = make(QStringLiteral("Clock"));
+        clock->setParameterValue(QStringLiteral("backColor"), QColor(Qt::red));
+        chain = {clock};
+        const Frame f = render(solid(Qt::black));
+        // A row through the clock's box: red background and white digits, black elsewhere.
+        const int row = size.height() - 1 - int(size.height() * 0.9);
+        int first = -1, last = -1;
+        for (int x = 0; x < size.width(); ++x) {
+            if (f.at(x, row)[1] < 200) continue;
+            if (first < 0) first = x;
+            last = x;
+        }
+        const int boxWidth = int(0.08 * size.height() * 4.3);
+        EXPECT_GE(last - first + 1, boxWidth) << size.width() << "x" << size.height() << ": cut off at the edge";
+    }
+}
+
 TEST_F(LVBundledTest, TransitionsAtStartMiddleAndEnd)
 {
     const QColor from(204, 0, 102), to(0, 102, 204);

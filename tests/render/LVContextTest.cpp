@@ -8,7 +8,6 @@
 
 #include <array>
 #include <chrono>
-#include <thread>
 #include <cstring>
 #include <vector>
 
@@ -18,6 +17,7 @@ constexpr int W = 8;
 constexpr int H = 4;
 
 using ARGB = std::array<uint8_t, 4>;
+using Clock = std::chrono::steady_clock;
 
 struct Frame {
     std::vector<uint8_t> bytes;
@@ -259,6 +259,8 @@ TEST_F(LVContextTest, PendingRendererDrawsOnceWhenSurfaceIsNeededAndResetDropsIt
 
 TEST_F(LVContextTest, PoolNeverReusesAHeldFrameAndFreesIdleOnes)
 {
+    static Clock::time_point now = Clock::now();
+    LVSetFramePoolClock([] { return now; });
     ctx->reset(false);
     LVTexture held = ctx->texture();
     ctx->reset(false);
@@ -268,8 +270,9 @@ TEST_F(LVContextTest, PoolNeverReusesAHeldFrameAndFreesIdleOnes)
     EXPECT_EQ(ctx->texture().name, second); // recycled within the age limit
     const GLuint first = held.name;
     held = {};
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    now += std::chrono::milliseconds(600);
     ctx->reset(false);
+    LVSetFramePoolClock(nullptr);
     EXPECT_FALSE(glIsTexture(first)); // idle longer than half a second
 }
 

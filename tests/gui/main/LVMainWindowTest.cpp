@@ -25,6 +25,7 @@
 #include <QMimeData>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
@@ -211,6 +212,63 @@ TEST_F(LVMainWindowTest, SettingsPanelIsGeneratedAndEditsReachTheEffectOncePerFr
     EXPECT_EQ(panel->effect(), nullptr);
 }
 
+TEST_F(LVMainWindowTest, PictureInPicturePagesChooseSwapAndEditTheInsetSource)
+{
+    app->setNamedSource(QStringLiteral("Red Source"));
+    auto pip = makeTestEffect<LVTestPip>(QStringLiteral("TestPip"), app->context());
+    app->addOneEffect(pip);
+    window->chainView()->setCurrentIndex(window->chainModel()->index(1));
+    LVSettingsPanel* panel = window->settingsPanel();
+    const auto tabTitles = [panel] {
+        QStringList titles;
+        for (int i = 0; panel->tabs() && i < panel->tabs()->count(); ++i) titles << panel->tabs()->tabText(i);
+        return titles;
+    };
+    const auto inset = [&] { return pip->other ? pip->other->name() : QString(); };
+
+    const struct {
+        const char* step;
+        std::function<void()> act;
+        QString inset;
+        QString source; // of the chain
+    } steps[] = {
+        {"alone", [] {}, QString(), QStringLiteral("Red Source")},
+        {"choose an inset source",
+         [panel] {
+             auto* chooser = panel->findChild<QComboBox*>(QStringLiteral("otherSourceChooser"));
+             chooser->setCurrentIndex(chooser->findText(QStringLiteral("Blue Source")));
+             emit chooser->activated(chooser->currentIndex());
+         },
+         QStringLiteral("Blue Source"), QStringLiteral("Red Source")},
+        {"swap", [panel] { panel->findChild<QPushButton*>(QStringLiteral("swapWithVideoSource"))->click(); },
+         QStringLiteral("Red Source"), QStringLiteral("Blue Source")},
+        {"swap back", [panel] { panel->findChild<QPushButton*>(QStringLiteral("swapWithVideoSource"))->click(); },
+         QStringLiteral("Blue Source"), QStringLiteral("Red Source")},
+        {"no inset source",
+         [panel] {
+             auto* chooser = panel->findChild<QComboBox*>(QStringLiteral("otherSourceChooser"));
+             chooser->setCurrentIndex(0);
+             emit chooser->activated(0);
+         },
+         QString(), QStringLiteral("Red Source")},
+    };
+    for (const auto& s : steps) {
+        s.act();
+        QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_EQ(inset(), s.inset) << s.step;
+        EXPECT_EQ(app->source()->name(), s.source) << s.step;
+        ASSERT_EQ(panel->effect(), pip) << s.step;
+        QStringList expected{QStringLiteral("PIP Settings")};
+        if (!s.inset.isEmpty()) expected << s.inset + QStringLiteral(" Settings");
+        EXPECT_EQ(tabTitles(), expected) << s.step;
+        // The second page is the inset source's own panel; the chooser names the inset source.
+        EXPECT_EQ(panel->otherSourcePanel() ? panel->otherSourcePanel()->effect() : nullptr, pip->other) << s.step;
+        auto* chooser = panel->findChild<QComboBox*>(QStringLiteral("otherSourceChooser"));
+        ASSERT_TRUE(chooser) << s.step;
+        EXPECT_EQ(chooser->currentIndex() == 0 ? QString() : chooser->currentText(), s.inset) << s.step;
+    }
+}
+
 TEST_F(LVMainWindowTest, MenusAndReadout)
 {
     QStringList sizes;
@@ -221,6 +279,26 @@ TEST_F(LVMainWindowTest, MenusAndReadout)
     EXPECT_EQ(sizes.last(), QStringLiteral("Custom"));
     window->videoSizeMenu()->actions().at(4)->trigger();
     EXPECT_EQ(defaults->stringForKey(QStringLiteral("videoSize")), QStringLiteral("{1280, 720}"));
+    EXPECT_EQ(window->findChild<QMessageBox*>(QStringLiteral("restartForSize")), nullptr) << "no way to restart";
+
+    // With a way to restart, a new size offers it: "No" first, only "Yes" restarts.
+    int restarts = 0;
+    window->setRestartHandler([&] { ++restarts; });
+    for (const char* answer : {"No", "Yes"}) {
+        window->videoSizeMenu()->actions().at(2)->trigger();
+        auto* offer = window->findChild<QMessageBox*>(QStringLiteral("restartForSize"));
+        ASSERT_TRUE(offer) << answer;
+        EXPECT_TRUE(offer->text().contains(QStringLiteral("640x480"))) << offer->text().toStdString();
+        ASSERT_EQ(offer->buttons().size(), 2);
+        QAbstractButton* button = nullptr;
+        for (QAbstractButton* candidate : offer->buttons()) {
+            if (candidate->text() == QString::fromLatin1(answer)) button = candidate;
+        }
+        ASSERT_TRUE(button) << answer;
+        button->click();
+        QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    EXPECT_EQ(restarts, 1);
 
     for (QAction* action : window->frameRateMenu()->actions()) {
         if (action->data().toInt() == 30) action->trigger();
@@ -230,6 +308,15 @@ TEST_F(LVMainWindowTest, MenusAndReadout)
 
     emit app->fpsChanged(29.96);
     EXPECT_EQ(window->fpsLabel()->text(), QStringLiteral("30.0 fps"));
+
+    auto* quit = window->findChild<QAction*>(QStringLiteral("quit"));
+    ASSERT_TRUE(quit);
+    EXPECT_EQ(quit->shortcut(), QKeySequence(QKeySequence::Quit));
+    window->findChild<QAction*>(QStringLiteral("about"))->trigger();
+    auto* about = window->findChild<QMessageBox*>(QStringLiteral("aboutBox"));
+    ASSERT_TRUE(about);
+    EXPECT_TRUE(about->text().startsWith(QStringLiteral("Lumaveil "))) << about->text().toStdString();
+    about->close();
 }
 
 TEST_F(LVMainWindowTest, BetaNoticeAppearsOnceWithItsText)
@@ -305,4 +392,17 @@ TEST_F(LVMainWindowTest, KeysReachTheControllerOnceExceptWhileTyping)
     QTest::keyClick(text, Qt::Key_Escape);
     EXPECT_EQ(keys.keys, (QList<int>{Qt::Key_F5, Qt::Key_Escape}));
     app->setKeyDispatcher(nullptr);
+}
+
+TEST(LVColorTextTest, ShowsRGBAndTheOpacityOnlyWhenItIsUsed)
+{
+    const struct {
+        QColor color;
+        const char* text;
+    } cases[] = {
+        {QColor(0, 255, 0), "#00FF00"},
+        {QColor(255, 0, 128, 128), "#FF0080, 50% opaque"},
+        {QColor(0, 0, 0, 0), "#000000, 0% opaque"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(LVColorText(c.color), QString::fromLatin1(c.text));
 }

@@ -190,4 +190,17 @@ TEST_F(CamSourceTest, DrawsTheCameraPictureAndNothingWithoutOne)
     source.setMode(LVModeOff);
 }
 
+TEST_F(CamSourceTest, SaysNoCameraFoundOnlyWhenThereIsNone)
+{
+    CamSource withCamera;
+    withCamera.initWithContext(context.get());
+    EXPECT_EQ(withCamera.statusNote(), QString());
+    install({});
+    CamSource without;
+    without.initWithContext(context.get());
+    EXPECT_EQ(without.statusNote(), QStringLiteral("No camera found"));
+    provider_->addDevice({"test:late", "Late Cam", kWhite, "white"});
+    EXPECT_EQ(without.statusNote(), QString()) << "a camera plugged in later can be chosen";
+}
+
 } // namespace

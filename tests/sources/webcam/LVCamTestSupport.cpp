@@ -5,6 +5,23 @@
 #include <chrono>
 #include <thread>
 
+namespace {
+
+// Every capture thread and GStreamer's pooled streaming threads end before the process exits,
+// so the leak checker never meets a thread still running.
+class LVCamShutdownEnvironment : public ::testing::Environment {
+public:
+    void TearDown() override
+    {
+        LVCamGrabber::shutdown();
+        LVCamShutdownGStreamer();
+    }
+};
+
+const auto* const kShutdown = ::testing::AddGlobalTestEnvironment(new LVCamShutdownEnvironment);
+
+} // namespace
+
 bool LVWaitFor(const std::function<bool()>& done, int limitMs)
 {
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
