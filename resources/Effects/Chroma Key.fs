@@ -6,7 +6,7 @@
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "keyMode", "LABEL": "Background", "TYPE": "long", "DEFAULT": 0, "VALUES": [0, 1, 2],
          "LABELS": ["Green screen", "Blue screen", "Custom colour"]},
-        {"NAME": "keyColor", "LABEL": "Custom key colour", "TYPE": "color", "DEFAULT": [0.0, 1.0, 0.0, 1.0]},
+        {"NAME": "keyColor", "LABEL": "Key colour (with Custom colour)", "TYPE": "color", "DEFAULT": [0.0, 1.0, 0.0, 1.0]},
         {"NAME": "similarity", "LABEL": "Similarity", "TYPE": "float", "DEFAULT": 0.4, "MIN": 0.0, "MAX": 1.0},
         {"NAME": "smoothness", "LABEL": "Edge smoothness", "TYPE": "float", "DEFAULT": 0.08, "MIN": 0.0, "MAX": 1.0},
         {"NAME": "spill", "LABEL": "Spill suppression", "TYPE": "float", "DEFAULT": 0.5, "MIN": 0.0, "MAX": 1.0}
