@@ -37,10 +37,18 @@ Registry& registry()
     return r;
 }
 
-int64_t nowNs()
+int64_t steadyNs()
 {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
+}
+
+std::atomic<int64_t (*)()> gDelayClock{&steadyNs};
+
+// What the lost-picture hold and the retry interval are measured by.
+int64_t nowNs()
+{
+    return gDelayClock.load()();
 }
 
 // The render loop's rate, which a launch may set for one run; the stored preference otherwise.
@@ -132,6 +140,11 @@ void LVCamGrabber::releaseDeviceList()
     r.all.clear();
     r.built = false;
     ++r.generation;
+}
+
+void LVCamGrabber::setDelayClock(int64_t (*nowNs)())
+{
+    gDelayClock = nowNs ? nowNs : &steadyNs;
 }
 
 void LVCamGrabber::shutdown()
@@ -436,7 +449,7 @@ void LVCamGrabber::renderJob()
     GstBuffer* buffer = gst_sample_get_buffer(sample);
     std::shared_ptr<const LVCamPicture> picture;
     if (buffer && gst_video_info_from_caps(&info, gst_sample_get_caps(sample))) {
-        int64_t captured = nowNs();
+        int64_t captured = steadyNs();
         const GstClockTime base = gst_element_get_base_time(pipeline_);
         // Live sources stamp buffers with the running time at capture; the pipeline clock is
         // the monotonic system clock, the same as the steady clock.

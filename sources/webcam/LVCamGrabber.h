@@ -100,6 +100,10 @@ public:
     static constexpr int kLostPictureHoldMs = 1000;
     // How often a camera whose pipeline failed is tried again while it is still listed.
     static constexpr int kRetryIntervalMs = 1000;
+    // Nanoseconds the two delays above are measured by; tests step a clock of their own. A
+    // grabber waiting for a retry looks at the clock again whenever it is asked for a picture.
+    // None restores the steady clock.
+    static void setDelayClock(int64_t (*nowNs)());
 
 private:
     struct Config {

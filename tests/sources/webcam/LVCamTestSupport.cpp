@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -21,6 +22,35 @@ public:
 const auto* const kShutdown = ::testing::AddGlobalTestEnvironment(new LVCamShutdownEnvironment);
 
 } // namespace
+
+namespace {
+
+std::atomic<int64_t> gSteppedNs{0};
+
+int64_t steppedNow()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+               .count() +
+           gSteppedNs.load();
+}
+
+} // namespace
+
+LVSteppedDelayClock::LVSteppedDelayClock()
+{
+    gSteppedNs = 0;
+    LVCamGrabber::setDelayClock(&steppedNow);
+}
+
+LVSteppedDelayClock::~LVSteppedDelayClock()
+{
+    LVCamGrabber::setDelayClock(nullptr);
+}
+
+void LVSteppedDelayClock::advance(int milliseconds)
+{
+    gSteppedNs += int64_t(milliseconds) * 1000000;
+}
 
 bool LVWaitFor(const std::function<bool()>& done, int limitMs)
 {

@@ -18,6 +18,14 @@ using RGBA = std::array<int, 4>;
 // Polls until done() holds or the limit passes; answers done().
 bool LVWaitFor(const std::function<bool()>& done, int limitMs = 5000);
 
+// The grabbers' delay clock while it lives: the steady clock plus the steps taken.
+class LVSteppedDelayClock {
+public:
+    LVSteppedDelayClock();
+    ~LVSteppedDelayClock();
+    void advance(int milliseconds);
+};
+
 // Reads pictures back on a GL context of the test's own.
 class LVPictureReader {
 public:
