@@ -2,6 +2,8 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 void LVLog(const char* format, ...)
 {
@@ -15,4 +17,19 @@ void LVLog(const char* format, ...)
 void LVLogSystemError(const char* call)
 {
     std::perror(call);
+}
+
+void LVLogDebug(const char* format, ...)
+{
+    static const bool enabled = [] {
+        const char* value = std::getenv("LUMAVEIL_DEBUG");
+        return value && *value && std::strcmp(value, "0") != 0;
+    }();
+    if (!enabled)
+        return;
+    va_list args;
+    va_start(args, format);
+    std::vfprintf(stderr, format, args);
+    va_end(args);
+    std::fputc('\n', stderr);
 }

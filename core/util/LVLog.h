@@ -6,3 +6,5 @@
 void LVLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // Prints "call: <system error text>" for the current errno, like perror.
 void LVLogSystemError(const char* call);
+// Prints one line only when LUMAVEIL_DEBUG is set: routine detail a user need not see.
+void LVLogDebug(const char* format, ...) __attribute__((format(printf, 1, 2)));
