@@ -39,6 +39,7 @@ QString LVCommandLineUsage()
         "  --source NAME         the chain's source, by catalogue name\n"
         "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
+        "  --no-publish          do not publish frames to the camera (for example beside another Lumaveil)\n"
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n")
         .arg(LVMinVideoDimension)
@@ -54,6 +55,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption headless(QStringLiteral("headless"));
     const QCommandLineOption listEffects(QStringLiteral("list-effects"));
     const QCommandLineOption bench(QStringLiteral("bench"));
+    const QCommandLineOption noPublish(QStringLiteral("no-publish"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption videoSize(QStringLiteral("video-size"), QString(), QStringLiteral("WxH"));
     const QCommandLineOption fps(QStringLiteral("fps"), QString(), QStringLiteral("N"));
@@ -61,7 +63,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption source(QStringLiteral("source"), QString(), QStringLiteral("NAME"));
     const QCommandLineOption effect(QStringLiteral("effect"), QString(), QStringLiteral("NAME"));
     const QCommandLineOption setup(QStringLiteral("setup"), QString(), QStringLiteral("NAME|FILE"));
-    parser.addOptions({headless, listEffects, bench, help, videoSize, fps, frames, source, effect, setup});
+    parser.addOptions({headless, listEffects, bench, noPublish, help, videoSize, fps, frames, source, effect, setup});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -75,6 +77,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     result.listEffects = parser.isSet(listEffects);
     result.bench = parser.isSet(bench);
     result.help = parser.isSet(help);
+    result.noPublish = parser.isSet(noPublish);
     if (parser.isSet(videoSize)) {
         QSize size;
         if (!LVValidateVideoSize(parser.value(videoSize), &size, error)) return false;

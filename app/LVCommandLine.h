@@ -11,6 +11,7 @@ struct LVCommandLine {
     bool listEffects = false;
     bool bench = false;
     bool help = false;
+    bool noPublish = false;
     std::optional<QSize> videoSize;
     std::optional<int> frameRate;
     std::optional<qint64> frames;

@@ -68,6 +68,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVLaunchOptions options;
     options.videoSize = commandLine.videoSize;
     options.frameRate = commandLine.frameRate;
+    options.noPublish = commandLine.noPublish;
     options.folders = folders;
     QString error;
     std::unique_ptr<Lumaveil> lumaveil = Lumaveil::create(defaults, options, &error);
@@ -75,6 +76,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 1;
     }
+    LVStartProgramBuilder();
     LVSetupManager setupManager(defaults, lumaveil->context());
     setupManager.startup();
     lumaveil->setSetupCatalog(&setupManager);
@@ -90,7 +92,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     if (!LVBuildChain(*lumaveil, commandLine, &error)) {
         lumaveil->applicationWillTerminate();
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
-        return 2;
+        return LVStopProgramBuilder(2);
     }
     window.show();
     window.showBetaNagIfNeeded();
@@ -98,7 +100,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     const int status = QApplication::exec();
     PIPEffect::setSwapHandler(nullptr);
     lumaveil->applicationWillTerminate();
-    return status;
+    return LVStopProgramBuilder(status);
 }
 
 } // namespace

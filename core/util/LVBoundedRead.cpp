@@ -1,6 +1,8 @@
 #include "core/util/LVBoundedRead.h"
 
+#include <QBuffer>
 #include <QFile>
+#include <QImageReader>
 
 #include <algorithm>
 
@@ -20,7 +22,7 @@ QString LVByteLimitText(qint64 limit)
 bool LVReadRegularFile(const QString& path, qint64 limit, QByteArray* bytes, QString* error)
 {
     auto fail = [&](const QString& why) {
-        if (error) *error = QStringLiteral("%1 %2").arg(path, why);
+        if (error) *error = why;
         return false;
     };
     // O_NONBLOCK: a FIFO in the file's place must not hang the open.
@@ -63,4 +65,16 @@ bool LVReadRegularFile(const QString& path, qint64 limit, QByteArray* bytes, QSt
     data.truncate(qsizetype(filled));
     *bytes = std::move(data);
     return true;
+}
+
+QImage LVReadImageFile(const QString& path, QString* error, const char* format)
+{
+    QByteArray bytes;
+    if (!LVReadRegularFile(path, kLVImageLimit, &bytes, error)) return {};
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer, format);
+    const QImage image = reader.read();
+    if (image.isNull() && error) *error = QStringLiteral("could not be decoded: %1").arg(reader.errorString());
+    return image;
 }
