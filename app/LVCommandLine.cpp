@@ -39,6 +39,7 @@ QString LVCommandLineUsage()
         "  --source NAME         the chain's source, by catalogue name\n"
         "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
+        "  --no-publish          do not publish frames to the camera (for example beside another Lumaveil)\n"
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n"
         "  --version             print the version and exit\n")
@@ -55,6 +56,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption headless(QStringLiteral("headless"));
     const QCommandLineOption listEffects(QStringLiteral("list-effects"));
     const QCommandLineOption bench(QStringLiteral("bench"));
+    const QCommandLineOption noPublish(QStringLiteral("no-publish"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption version(QStringLiteral("version"));
     const QCommandLineOption videoSize(QStringLiteral("video-size"), QString(), QStringLiteral("WxH"));
@@ -65,7 +67,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption setup(QStringLiteral("setup"), QString(), QStringLiteral("NAME|FILE"));
     // Given by Lumaveil itself when it restarts for a new video size; not in the usage text.
     const QCommandLineOption restoreChain(QStringLiteral("restore-chain"), QString(), QStringLiteral("FILE"));
-    parser.addOptions({headless, listEffects, bench, help, version, videoSize, fps, frames, source, effect, setup, restoreChain});
+    parser.addOptions({headless, listEffects, bench, noPublish, help, version, videoSize, fps, frames, source, effect, setup, restoreChain});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -80,6 +82,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     result.bench = parser.isSet(bench);
     result.help = parser.isSet(help);
     result.version = parser.isSet(version);
+    result.noPublish = parser.isSet(noPublish);
     if (parser.isSet(videoSize)) {
         QSize size;
         if (!LVValidateVideoSize(parser.value(videoSize), &size, error)) return false;

@@ -12,6 +12,7 @@ struct LVCommandLine {
     bool bench = false;
     bool help = false;
     bool version = false;
+    bool noPublish = false;
     std::optional<QSize> videoSize;
     std::optional<int> frameRate;
     std::optional<qint64> frames;

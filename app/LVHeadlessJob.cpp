@@ -4,6 +4,8 @@
 #include "app/LVRestart.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
+#include "core/util/LVLog.h"
+#include "effects/composition/LVISFProgram.h"
 #include "render/LVContext.h"
 #include "render/transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
@@ -20,6 +22,8 @@
 #include <cstring>
 #include <cstdio>
 #include <vector>
+
+#include <unistd.h>
 
 namespace {
 
@@ -183,7 +187,7 @@ bool LVBuildChain(Lumaveil& app, const LVCommandLine& commandLine, QString* erro
         }
         if (!file.isFile()) {
             if (app.loadNamedSetup(setup, false)) return true;
-            *error = QStringLiteral("no saved setup named \"%1\"").arg(setup);
+            *error = QStringLiteral("no readable saved setup named \"%1\"").arg(setup);
             return false;
         }
         if (!app.loadSetupAtPath(setup, false)) {
@@ -210,6 +214,7 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
     options.videoSize = commandLine.videoSize;
     options.frameRate = commandLine.frameRate;
     options.startTimer = !commandLine.bench;
+    options.noPublish = commandLine.noPublish;
     options.folders = folders;
     QString error;
     std::unique_ptr<Lumaveil> app = Lumaveil::create(defaults, options, &error);
@@ -217,6 +222,8 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 1;
     }
+    // Compositions compile beside the render loop; a benchmark times drawing, not compiling.
+    if (!commandLine.bench) LVStartProgramBuilder();
     app->awakeFromNib();
     LVSetupManager setupManager(defaults, app->context());
     setupManager.startup();
@@ -224,13 +231,14 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
     if (!LVBuildChain(*app, commandLine, &error)) {
         app->applicationWillTerminate();
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
-        return 2;
+        return LVStopProgramBuilder(2);
     }
 
+    const QString problem = app->publishingProblem();
     const QString destination =
-        app->isNoVirtualDriver()
-            ? QStringLiteral("nowhere (\"noVirtualDriver\" is on)")
-            : QStringLiteral("shared memory %1").arg(QString::fromStdString(LVShmem::segmentName("com.marrowkit.LVCtrl3")));
+        app->isNoVirtualDriver() ? QStringLiteral("nowhere (\"noVirtualDriver\" is on)")
+        : !problem.isEmpty()     ? QStringLiteral("nowhere (%1)").arg(problem)
+                                 : QStringLiteral("shared memory %1").arg(QString::fromStdString(app->shmem().names().control));
     std::fprintf(stderr, "lumaveil: headless %dx%d at %d fps, chain: %s, frames to %s\n", app->context()->width(),
                  app->context()->height(), app->frameRate(), qPrintable(LVChainDescription(*app)),
                  qPrintable(destination));
@@ -265,5 +273,24 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
     };
     if (LVQuitOnSignal::receivedSignal() != 0) summary.insert(QStringLiteral("signal"), LVQuitOnSignal::receivedSignal());
     printJson(summary);
-    return 0;
+    return LVStopProgramBuilder(0);
+}
+
+void LVStartProgramBuilder()
+{
+    QString error;
+    if (!LVISFProgramBuilder::startWorker(&error)) LVLog("Compositions compile on the render thread: %s", qPrintable(error));
+}
+
+int LVStopProgramBuilder(int status)
+{
+    // A shader the driver is still compiling cannot be interrupted; quitting must not wait
+    // for it, and nothing may tear the driver down under it.
+    if (!LVISFProgramBuilder::stopWorker(2.0)) {
+        LVLog("A composition was still compiling at quit; left unfinished");
+        std::fflush(stdout);
+        std::fflush(stderr);
+        _exit(status);
+    }
+    return status;
 }

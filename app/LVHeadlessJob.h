@@ -21,3 +21,9 @@ QString LVChainDescription(const Lumaveil& app);
 
 // Runs the job; sinceStart measures from process start. Answers the exit status.
 int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folders, const QElapsedTimer& sinceStart);
+
+// Starts compiling compositions on a worker thread (logged and skipped when it cannot).
+void LVStartProgramBuilder();
+// Stops the worker and answers status; when a compile is still running it ends the process
+// at once with status instead.
+int LVStopProgramBuilder(int status);

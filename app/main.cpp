@@ -86,6 +86,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVLaunchOptions options;
     options.videoSize = commandLine.videoSize;
     options.frameRate = commandLine.frameRate;
+    options.noPublish = commandLine.noPublish;
     options.folders = folders;
     QString error;
     std::unique_ptr<Lumaveil> lumaveil = Lumaveil::create(defaults, options, &error);
@@ -93,6 +94,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 1;
     }
+    LVStartProgramBuilder();
     LVSetupManager setupManager(defaults, lumaveil->context());
     setupManager.startup();
     lumaveil->setSetupCatalog(&setupManager);
@@ -108,7 +110,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     if (!LVBuildChain(*lumaveil, commandLine, &error)) {
         lumaveil->applicationWillTerminate();
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
-        return 2;
+        return LVStopProgramBuilder(2);
     }
     bool restart = false;
     window.setRestartHandler([&] {
@@ -127,12 +129,13 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     const int status = QApplication::exec();
     PIPEffect::setSwapHandler(nullptr);
     lumaveil->applicationWillTerminate();
+    const int result = LVStopProgramBuilder(status);
     // Started once this run has let go of the frames, so the two never publish together.
     if (restart && !QProcess::startDetached(QCoreApplication::applicationFilePath(),
                                             {QStringLiteral("--restore-chain"), LVRestartChainPath()})) {
         std::fprintf(stderr, "lumaveil: could not start again; start it yourself for the new video size\n");
     }
-    return status;
+    return result;
 }
 
 } // namespace

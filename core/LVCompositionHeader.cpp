@@ -1,5 +1,7 @@
 #include "core/LVCompositionHeader.h"
 
+#include "core/util/LVBoundedRead.h"
+
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonParseError>
@@ -48,13 +50,14 @@ LVCompositionHeader LVCompositionHeader::parse(const QByteArray& text)
 
 LVCompositionHeader LVCompositionHeader::read(const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    QByteArray bytes;
+    QString error;
+    if (!LVReadRegularFile(path, kLVCompositionLimit, &bytes, &error)) {
         LVCompositionHeader header;
-        header.error = file.errorString();
+        header.error = error;
         return header;
     }
-    return parse(file.readAll());
+    return parse(bytes);
 }
 
 bool LVCompositionHeader::hasInputNamed(const QString& name) const

@@ -1,7 +1,8 @@
 #pragma once
 // The preference domain "com.marrowkit.Lumaveil": one JSON object in
 // $XDG_CONFIG_HOME/lumaveil/com.marrowkit.Lumaveil.json, written through at once and
-// atomically. A damaged file is reported once, kept aside and replaced by defaults.
+// atomically. A damaged file is reported once, kept aside and replaced by defaults; a file
+// that cannot be read or kept is never written over.
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QObject>
@@ -41,6 +42,8 @@ public:
     // Where a damaged file was moved, empty when the file was fine.
     const QString& damagedFileBackup() const { return damagedBackup_; }
     const QString& lastWriteError() const { return lastWriteError_; }
+    // False when the file could not be read or kept aside: changes then live in memory only.
+    bool isSaving() const { return saving_; }
 
 signals:
     void valueChanged(const QString& key);
@@ -54,4 +57,5 @@ private:
     QJsonObject registered_;
     QString damagedBackup_;
     QString lastWriteError_;
+    bool saving_ = true;
 };

@@ -7,6 +7,7 @@
 #include "core/util/KDDelayedDispatcher.h"
 #include "core/util/LVLog.h"
 #include "render/LVContext.h"
+#include "render/LVGL.h"
 #include "render/transport/LVShmem.h"
 
 #include <QDateTime>
@@ -50,6 +51,10 @@ std::unique_ptr<Lumaveil> Lumaveil::create(LVDefaults& defaults, LVLaunchOptions
         if (error && error->isEmpty()) *error = QStringLiteral("the render context could not be made");
         return nullptr;
     }
+    if (!app->startError_.isEmpty()) {
+        if (error) *error = app->startError_;
+        return nullptr;
+    }
     return app;
 }
 
@@ -81,11 +86,15 @@ Lumaveil::Lumaveil(LVDefaults& defaults, LVLaunchOptions options, LVClock& clock
     applyFrameRate(options_.frameRate.value_or(rate));
 
     bNoVirtualDriver_ = defaults_.boolForKey(QStringLiteral("noVirtualDriver"));
-    if (bNoVirtualDriver_) {
-        shmem_->setAppNotRunning();
-    } else {
-        shmem_->setAppRunning();
+    otherProducer_ = shmem_->otherLiveProducer();
+    if (otherProducer_ != 0 && !bNoVirtualDriver_ && !options_.noPublish) {
+        startError_ = QStringLiteral("another Lumaveil (pid %1) already publishes frames to shared memory %2; quit it, "
+                                     "or start this one with --no-publish")
+                          .arg(otherProducer_)
+                          .arg(QString::fromStdString(shmem_->names().control));
+        return;
     }
+    applyPublishing();
     syphonServerEnabled_ = defaults_.boolForKey(QStringLiteral("syphonServerEnabled"));
     bMirrorImagePreview_ = defaults_.boolForKey(QStringLiteral("mirrorImagePreview"));
 
@@ -95,6 +104,7 @@ Lumaveil::Lumaveil(LVDefaults& defaults, LVLaunchOptions options, LVClock& clock
 Lumaveil::~Lumaveil()
 {
     timer_.stop();
+    if (shmem_ && startError_.isEmpty()) shmem_->removeSegments();
     // Effects may still reach for the context while they shut down.
     for (const auto& effect : myEffects_) effect->setMode(LVModeOff);
     myEffects_.clear();
@@ -145,8 +155,12 @@ void Lumaveil::applicationDidFinishLaunching()
 
 void Lumaveil::applicationWillTerminate()
 {
-    // The driver must stop showing frames before anything else goes.
-    if (shmem_) shmem_->setAppNotRunning();
+    // The driver must stop showing frames before anything else goes; no frame stays behind.
+    if (shmem_ && publishing_) {
+        shmem_->setAppNotRunning();
+        publishing_ = false;
+    }
+    if (shmem_) shmem_->removeSegments();
     timer_.stop();
     if (windowFrames_) {
         const WindowFrames frames = windowFrames_();
@@ -180,11 +194,35 @@ void Lumaveil::setNoVirtualDriver(bool off)
 {
     bNoVirtualDriver_ = off;
     defaults_.setValue(QStringLiteral("noVirtualDriver"), off);
-    if (off) {
-        shmem_->setAppNotRunning();
-    } else {
-        shmem_->setAppRunning();
+    applyPublishing();
+}
+
+void Lumaveil::applyPublishing()
+{
+    // The control block of another live Lumaveil is left alone: writing it would take its
+    // camera away.
+    otherProducer_ = shmem_->otherLiveProducer();
+    if (otherProducer_ != 0) {
+        publishing_ = false;
+        LVLog("Another Lumaveil (pid %u) already publishes frames to shared memory %s; this one does not",
+              otherProducer_, shmem_->names().control.c_str());
+        return;
     }
+    publishing_ = !bNoVirtualDriver_ && !options_.noPublish && shmem_->isAvailable();
+    if (publishing_) {
+        shmem_->setAppRunning();
+    } else {
+        shmem_->setAppNotRunning();
+    }
+}
+
+QString Lumaveil::publishingProblem() const
+{
+    if (bNoVirtualDriver_ || (publishing_ && shmem_->isAvailable())) return {};
+    if (otherProducer_ != 0)
+        return QStringLiteral("Frames are not published: another Lumaveil (pid %1) publishes").arg(otherProducer_);
+    if (options_.noPublish) return QStringLiteral("Frames are not published (--no-publish)");
+    return QStringLiteral("Frames are not published: %1").arg(QString::fromStdString(shmem_->problem()));
 }
 
 void Lumaveil::setSyphonServerEnabled(bool enabled)
@@ -534,6 +572,11 @@ void Lumaveil::renderFrame()
 
 void Lumaveil::doLiveChain()
 {
+    const double frameStart = clock_.now();
+    // Only in a frame picked to find a slow effect: finishing the GPU work per effect costs.
+    const bool timeEffects = timeEffectsNextFrame_;
+    timeEffectsNextFrame_ = false;
+    std::vector<std::pair<LVEffectRef, double>> effectSeconds;
     if (studio_) studio_->doit();
     context_->reset(false);
     context_->setIsForPreview(false);
@@ -545,15 +588,50 @@ void Lumaveil::doLiveChain()
     for (size_t i = 0; i < myEffects_.size(); ++i) {
         const LVEffectRef effect = myEffects_[i];
         if (!effect->isEnabled()) continue;
+        const double effectStart = timeEffects ? clock_.now() : 0;
         effect->doit();
         context_->flush();
+        if (timeEffects) {
+            glFinish();
+            effectSeconds.emplace_back(effect, clock_.now() - effectStart);
+        }
     }
     if (studio_) studio_->applyTransition();
     drawIntoPreview();
     if (previewFullScreen_) previewFullScreen_->doit(*context_);
     if (syphonServerEnabled_ && secondOutput_) secondOutput_->publish(*context_);
-    if (!bNoVirtualDriver_) shmem_->publishFrame(*context_, frameRate_ & 0xFFFF);
+    if (publishing_) shmem_->publishFrame(*context_, frameRate_ & 0xFFFF);
+    watchFrameTime(clock_.now() - frameStart, effectSeconds);
     noteFrameDone();
+}
+
+void Lumaveil::watchFrameTime(double seconds, const std::vector<std::pair<LVEffectRef, double>>& effectSeconds)
+{
+    const double period = 1.0 / double(frameRate_);
+    const double now = clock_.now();
+    if (!effectSeconds.empty()) {
+        const auto slowest = std::max_element(effectSeconds.begin(), effectSeconds.end(),
+                                              [](const auto& a, const auto& b) { return a.second < b.second; });
+        const LVEffectRef& effect = slowest->first;
+        const bool warned = std::any_of(warnedSlow_.begin(), warnedSlow_.end(),
+                                        [&](const std::weak_ptr<LVEffect>& w) { return w.lock() == effect; });
+        if (slowest->second > kSlowFrameFactor * period && !warned) {
+            warnedSlow_.push_back(effect);
+            LVLog("Effect \"%s\" takes %.0f ms a frame, far over the %.0f ms a frame has at %d fps",
+                  qPrintable(effect->displayName()), slowest->second * 1000.0, period * 1000.0, frameRate_);
+            emit slowEffect(effect, slowest->second);
+        }
+        slowSince_ = -1;
+        return;
+    }
+    if (seconds <= kSlowFrameFactor * period) {
+        slowSince_ = -1;
+    } else if (slowSince_ < 0) {
+        slowSince_ = now;
+    } else if (now - slowSince_ >= kSlowFramesForSeconds) {
+        timeEffectsNextFrame_ = true;
+        slowSince_ = -1;
+    }
 }
 
 void Lumaveil::drawIntoPreview()

@@ -26,6 +26,8 @@ struct LVLaunchOptions {
     std::optional<int> frameRate;
     // Benchmarks and tests drive frames themselves.
     bool startTimer = true;
+    // Run without publishing frames, for example beside another Lumaveil that does.
+    bool noPublish = false;
     LVEffectFolders folders;
 };
 
@@ -43,7 +45,7 @@ public:
     // Start-up: records the instance, registers the preference defaults, makes the context
     // and the shared-memory transport, applies the stored frame rate (starting the timer),
     // driver output, second output and mirroring. Null, with error set, when the render
-    // context cannot be made.
+    // context cannot be made or another live Lumaveil already publishes (unless noPublish).
     static std::unique_ptr<Lumaveil> create(LVDefaults& defaults, LVLaunchOptions options, QString* error,
                                             LVClock* clock = nullptr);
     ~Lumaveil() override;
@@ -85,6 +87,9 @@ public:
     void setFrameRate(int rate);
     bool isNoVirtualDriver() const { return bNoVirtualDriver_; }
     void setNoVirtualDriver(bool off);
+    // Why frames do not reach the camera although driver output is on (a refused segment,
+    // another Lumaveil publishing, --no-publish); empty while they do.
+    QString publishingProblem() const;
     bool syphonServerEnabled() const { return syphonServerEnabled_; }
     void setSyphonServerEnabled(bool enabled);
     bool isMirrorImagePreview() const { return bMirrorImagePreview_; }
@@ -166,17 +171,25 @@ signals:
     void frameRendered(qint64 frameIndex);
     void fpsChanged(double fps);
     void preferenceChanged(const QString& key);
+    // An effect's frame time stays far over the frame period; said once per effect.
+    void slowEffect(const LVEffectRef& effect, double secondsPerFrame);
 
 private:
     Lumaveil(LVDefaults& defaults, LVLaunchOptions options, LVClock& clock);
     void registerDefaults();
     void applyVersion();
     void applyFrameRate(int rate);
+    void applyPublishing();
     void armTimer(double fireDate);
     void drawIntoPreview();
     void removeAt(int index);
     void applyAudioDevice(LVEffect& effect) const;
     void noteFrameDone();
+    // Frames far over their period for a while: the next frame times each effect, and the
+    // slowest is named once when it alone is over.
+    void watchFrameTime(double seconds, const std::vector<std::pair<LVEffectRef, double>>& effectSeconds);
+    static constexpr double kSlowFrameFactor = 3.0;
+    static constexpr double kSlowFramesForSeconds = 3.0;
 
     LVDefaults& defaults_;
     LVLaunchOptions options_;
@@ -200,6 +213,9 @@ private:
     double scheduledStart_ = 0;
     int lastInterval_ = -1;
     bool bNoVirtualDriver_ = false;
+    bool publishing_ = false;
+    uint32_t otherProducer_ = 0;
+    QString startError_;
     bool syphonServerEnabled_ = false;
     bool bMirrorImagePreview_ = false;
 
@@ -208,4 +224,7 @@ private:
     qint64 fpsWindowFrames_ = 0;
     double measuredFps_ = 0;
     std::vector<float> lateness_;
+    double slowSince_ = -1;
+    bool timeEffectsNextFrame_ = false;
+    std::vector<std::weak_ptr<LVEffect>> warnedSlow_;
 };

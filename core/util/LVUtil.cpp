@@ -1,5 +1,8 @@
 #include "core/util/LVUtil.h"
 
+#include "core/util/LVBoundedRead.h"
+#include "core/util/LVLog.h"
+
 #include <QPainter>
 
 #include <cmath>
@@ -96,10 +99,16 @@ QImage LVUtil::imageFromImage(const QImage& image)
 
 QImage LVUtil::newPNGImageAtPath(const QString& path)
 {
-    return QImage(path, "PNG");
+    QString error;
+    const QImage image = LVReadImageFile(path, &error, "PNG");
+    if (image.isNull()) LVLog("PNG image %s not loaded: it %s", qPrintable(path), qPrintable(error));
+    return image;
 }
 
 QImage LVUtil::newJPEGImageAtPath(const QString& path)
 {
-    return QImage(path, "JPEG");
+    QString error;
+    const QImage image = LVReadImageFile(path, &error, "JPEG");
+    if (image.isNull()) LVLog("JPEG image %s not loaded: it %s", qPrintable(path), qPrintable(error));
+    return image;
 }

@@ -1,12 +1,19 @@
 #include "effects/composition/LVAnimatedImage.h"
 
+#include "core/util/LVBoundedRead.h"
+
+#include <QBuffer>
 #include <QImageReader>
 
 #include <cmath>
 
 std::unique_ptr<LVAnimatedImage> LVAnimatedImage::animatedImageFromFile(const QString& path)
 {
-    QImageReader reader(path);
+    QByteArray bytes;
+    if (!LVReadRegularFile(path, kLVImageLimit, &bytes, nullptr)) return nullptr;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
     if (!reader.supportsAnimation() || reader.imageCount() == 1) return nullptr;
     auto animation = std::unique_ptr<LVAnimatedImage>(new LVAnimatedImage);
     animation->path_ = path;

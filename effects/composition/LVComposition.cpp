@@ -1,6 +1,7 @@
 #include "effects/composition/LVComposition.h"
 
 #include "core/LVCompositionHeader.h"
+#include "core/util/LVBoundedRead.h"
 #include "core/util/LVLog.h"
 
 #include <QColor>
@@ -211,15 +212,12 @@ std::shared_ptr<const LVComposition> LVComposition::load(const QString& path)
     entry.size = info.size();
     entry.vertexModified = vertexModified;
 
-    QFile file(path);
     QByteArray text, vertexText;
     QString readError;
-    if (!file.open(QIODevice::ReadOnly)) {
-        readError = QStringLiteral("%1: cannot read: %2").arg(path, file.errorString());
-    } else {
-        text = file.readAll();
-        QFile vertexFile(vertexInfo.filePath());
-        if (vertexInfo.exists() && vertexFile.open(QIODevice::ReadOnly)) vertexText = vertexFile.readAll();
+    if (!LVReadRegularFile(path, kLVCompositionLimit, &text, &readError)) {
+        readError = QStringLiteral("%1 %2").arg(path, readError);
+    } else if (vertexInfo.exists() && !LVReadRegularFile(vertexInfo.filePath(), kLVCompositionLimit, &vertexText, &readError)) {
+        readError = QStringLiteral("%1 %2").arg(vertexInfo.filePath(), readError);
     }
     if (!readError.isEmpty()) {
         auto broken = std::make_shared<LVComposition>();

@@ -1,13 +1,21 @@
 #include "effects/composition/LVISFProgram.h"
 
 #include "core/util/LVLog.h"
+#include "render/LVGLContext.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <future>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
 
 namespace {
 
@@ -241,7 +249,223 @@ ProgramCache& programs()
     return cache;
 }
 
+// One program to build: a composition's passes, or a fused program of several.
+struct BuildJob {
+    std::pair<quint64, int> ownKey{0, -1}; // the composition and its pass count, for own programs
+    std::vector<quint64> fusedKey;         // for a fused program
+    struct Stage {
+        QString vertex, fragment, vertexFile, fragmentFile;
+    };
+    std::vector<Stage> stages;
+    QString path; // for the error line
+    std::vector<std::unique_ptr<LVISFProgram>> made; // filled by the builder; empty: failed
+    QString error;
+};
+
+void build(BuildJob& job)
+{
+    for (const BuildJob::Stage& stage : job.stages) {
+        job.made.push_back(link(stage.vertex, stage.fragment, stage.vertexFile, stage.fragmentFile, &job.error));
+        if (!job.made.back()) {
+            job.made.clear();
+            return;
+        }
+    }
+}
+
+// The worker: one thread, one GL context sharing objects with the render context.
+class Worker {
+public:
+    static Worker*& instance()
+    {
+        static Worker* worker = nullptr;
+        return worker;
+    }
+
+    bool start(QString* error)
+    {
+        std::promise<QString> made;
+        std::future<QString> ready = made.get_future();
+        thread_ = std::thread([this, &made] { run(made); });
+        const QString problem = ready.get();
+        if (!problem.isEmpty()) {
+            thread_.join();
+            if (error) *error = problem;
+            return false;
+        }
+        return true;
+    }
+
+    bool stop(double graceSeconds)
+    {
+        std::unique_lock lock(mutex_);
+        stopping_ = true;
+        held_ = false;
+        wake_.notify_all();
+        const bool finished = idle_.wait_for(lock, std::chrono::duration<double>(graceSeconds), [this] { return exited_; });
+        lock.unlock();
+        if (finished) {
+            thread_.join();
+        } else {
+            thread_.detach();
+        }
+        return finished;
+    }
+
+    void submit(std::unique_ptr<BuildJob> job)
+    {
+        std::lock_guard lock(mutex_);
+        queue_.push_back(std::move(job));
+        ++pending_;
+        wake_.notify_all();
+    }
+
+    std::vector<std::unique_ptr<BuildJob>> takeFinished()
+    {
+        std::lock_guard lock(mutex_);
+        std::vector<std::unique_ptr<BuildJob>> finished = std::move(done_);
+        done_.clear();
+        return finished;
+    }
+
+    void filed(int count)
+    {
+        std::lock_guard lock(mutex_);
+        pending_ -= count;
+        idle_.notify_all();
+    }
+
+    bool waitUntilIdle(double seconds)
+    {
+        std::unique_lock lock(mutex_);
+        return idle_.wait_for(lock, std::chrono::duration<double>(seconds), [this] { return int(done_.size()) == pending_; });
+    }
+
+    void hold(bool held)
+    {
+        std::lock_guard lock(mutex_);
+        held_ = held;
+        wake_.notify_all();
+    }
+
+private:
+    void run(std::promise<QString>& made)
+    {
+        QString error;
+        std::unique_ptr<LVGLContext> gl = LVGLContext::makeOffscreenGLContext(&error);
+        if (!gl) {
+            made.set_value(QStringLiteral("the program builder's GL context: %1").arg(error));
+            return;
+        }
+        gl->makeCurrent();
+        made.set_value(QString());
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            wake_.wait(lock, [this] { return stopping_ || (!held_ && !queue_.empty()); });
+            if (stopping_) break;
+            std::unique_ptr<BuildJob> job = std::move(queue_.front());
+            queue_.pop_front();
+            lock.unlock();
+            build(*job);
+            // Finished on this context before the render context uses the objects.
+            glFinish();
+            lock.lock();
+            done_.push_back(std::move(job));
+            idle_.notify_all();
+        }
+        lock.unlock();
+        gl->doneCurrent();
+        gl.reset();
+        lock.lock();
+        exited_ = true;
+        idle_.notify_all();
+    }
+
+    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::condition_variable idle_;
+    std::deque<std::unique_ptr<BuildJob>> queue_;
+    std::vector<std::unique_ptr<BuildJob>> done_; // built, not yet taken by the render thread
+    int pending_ = 0;                             // submitted and not yet taken
+    bool stopping_ = false;
+    bool exited_ = false;
+    bool held_ = false;
+};
+
+std::set<std::pair<quint64, int>> pendingOwn;
+std::set<std::vector<quint64>> pendingFused;
+
+// Files what the worker has built; runs on the render thread.
+void takeFinished()
+{
+    Worker* worker = Worker::instance();
+    if (!worker) return;
+    std::vector<std::unique_ptr<BuildJob>> finished = worker->takeFinished();
+    if (finished.empty()) return;
+    for (auto& job : finished) {
+        if (job->fusedKey.empty()) {
+            if (job->made.empty())
+                LVLog("Composition %s does not compile:\n%s", qPrintable(job->path), qPrintable(job->error));
+            for (int i = 0; i < job->ownKey.second; ++i)
+                programs().own.emplace(std::pair(job->ownKey.first, i),
+                                       job->made.empty() ? nullptr : std::move(job->made[size_t(i)]));
+            pendingOwn.erase(job->ownKey);
+        } else {
+            programs().fused.emplace(job->fusedKey, job->made.empty() ? nullptr : std::move(job->made.front()));
+            pendingFused.erase(job->fusedKey);
+        }
+    }
+    // Counted down last, so waitUntilIdle answers only once the programs are filed.
+    worker->filed(int(finished.size()));
+}
+
 } // namespace
+
+bool LVISFProgramBuilder::startWorker(QString* error)
+{
+    if (Worker::instance()) return true;
+    auto worker = std::make_unique<Worker>();
+    if (!worker->start(error)) return false;
+    Worker::instance() = worker.release();
+    return true;
+}
+
+bool LVISFProgramBuilder::stopWorker(double graceSeconds)
+{
+    Worker* worker = Worker::instance();
+    if (!worker) return true;
+    Worker::instance() = nullptr;
+    pendingOwn.clear();
+    pendingFused.clear();
+    if (!worker->stop(graceSeconds)) return false; // left to the process's end: it may still touch itself
+    delete worker;
+    return true;
+}
+
+bool LVISFProgramBuilder::hasWorker()
+{
+    return Worker::instance() != nullptr;
+}
+
+int LVISFProgramBuilder::pendingCount()
+{
+    return int(pendingOwn.size() + pendingFused.size());
+}
+
+bool LVISFProgramBuilder::waitUntilIdle(double seconds)
+{
+    Worker* worker = Worker::instance();
+    if (!worker) return true;
+    const bool idle = worker->waitUntilIdle(seconds);
+    takeFinished();
+    return idle && pendingCount() == 0;
+}
+
+void LVISFProgramBuilder::holdWorker(bool hold)
+{
+    if (Worker* worker = Worker::instance()) worker->hold(hold);
+}
 
 QString LVISFUniformName(int stage, const QString& name)
 {
@@ -261,37 +485,51 @@ QString LVISFVertexShaderText(const LVComposition* composition, int pass)
 const LVISFProgram* LVISFProgramFor(const LVComposition& c, int pass)
 {
     if (!c.isValid() || pass < 0 || pass >= int(c.passes().size())) return nullptr;
+    takeFinished();
     auto& own = programs().own;
     const auto it = own.find({c.uid(), pass});
     if (it != own.end()) return it->second.get();
+    const std::pair<quint64, int> key(c.uid(), int(c.passes().size()));
+    if (pendingOwn.count(key)) return nullptr;
     // Every pass at once, so a broken shader is reported once and none of it runs.
     const QFileInfo info(c.path());
     const QString vertexFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".vs"));
-    std::vector<std::unique_ptr<LVISFProgram>> made;
-    for (int i = 0; i < int(c.passes().size()); ++i) {
-        QString error;
-        made.push_back(link(vertexText(&c, i), fragmentText(c, i), vertexFile, c.path(), &error));
-        if (!made.back()) {
-            LVLog("Composition %s does not compile:\n%s", qPrintable(c.path()), qPrintable(error));
-            made.clear();
-            break;
-        }
-    }
+    auto job = std::make_unique<BuildJob>();
+    job->ownKey = key;
+    job->path = c.path();
     for (int i = 0; i < int(c.passes().size()); ++i)
-        own.emplace(std::pair(c.uid(), i), made.empty() ? nullptr : std::move(made[size_t(i)]));
+        job->stages.push_back({vertexText(&c, i), fragmentText(c, i), vertexFile, c.path()});
+    if (Worker* worker = Worker::instance()) {
+        pendingOwn.insert(key);
+        worker->submit(std::move(job));
+        return nullptr;
+    }
+    build(*job);
+    if (job->made.empty()) LVLog("Composition %s does not compile:\n%s", qPrintable(c.path()), qPrintable(job->error));
+    for (int i = 0; i < int(c.passes().size()); ++i)
+        own.emplace(std::pair(c.uid(), i), job->made.empty() ? nullptr : std::move(job->made[size_t(i)]));
     return own.find({c.uid(), pass})->second.get();
 }
 
 const LVISFProgram* LVISFFusedProgramFor(const std::vector<const LVComposition*>& stages)
 {
+    takeFinished();
     std::vector<quint64> key;
     for (const LVComposition* c : stages) key.push_back(c->uid());
     auto& fused = programs().fused;
     const auto it = fused.find(key);
     if (it != fused.end()) return it->second.get();
-    QString error;
-    auto program = link(vertexText(nullptr, 0), fusedFragmentText(stages), QStringLiteral("(fused)"),
-                        QStringLiteral("(fused)"), &error);
-    // Not an error for the user: the effects then run one after another.
-    return fused.emplace(std::move(key), std::move(program)).first->second.get();
+    if (pendingFused.count(key)) return nullptr;
+    auto job = std::make_unique<BuildJob>();
+    job->fusedKey = key;
+    job->stages.push_back({vertexText(nullptr, 0), fusedFragmentText(stages), QStringLiteral("(fused)"),
+                           QStringLiteral("(fused)")});
+    // Not an error for the user while it is missing: the effects then run one after another.
+    if (Worker* worker = Worker::instance()) {
+        pendingFused.insert(key);
+        worker->submit(std::move(job));
+        return nullptr;
+    }
+    build(*job);
+    return fused.emplace(std::move(key), job->made.empty() ? nullptr : std::move(job->made.front())).first->second.get();
 }

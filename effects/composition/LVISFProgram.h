@@ -20,8 +20,29 @@ struct LVISFProgram {
 
 // The composition's program for one pass; all passes are compiled once per loaded version.
 // Null when any pass does not compile; the compiler's message is logged once as
-// "file:line: message".
+// "file:line: message". Null too while the program builder is still at it: the effect
+// then draws nothing until its program is ready.
 const LVISFProgram* LVISFProgramFor(const LVComposition& composition, int pass);
+
+// Where programs are compiled and linked. Without a worker, on the calling thread. With one
+// (the application starts it), on a thread of its own with a GL context that shares objects
+// with the render context, so a huge or slow shader never holds the render loop.
+class LVISFProgramBuilder {
+public:
+    // False, with error, when the worker's GL context cannot be made (compiling then stays
+    // on the calling thread).
+    static bool startWorker(QString* error);
+    // Stops the worker. A job still compiling after graceSeconds is abandoned: answers false,
+    // and the process must then end without running static destructors (the driver is busy).
+    static bool stopWorker(double graceSeconds);
+    static bool hasWorker();
+    // Programs asked for and not yet ready.
+    static int pendingCount();
+    // Waits until nothing is pending, up to seconds; true when nothing is.
+    static bool waitUntilIdle(double seconds);
+    // Tests hold the worker to see what the render loop does meanwhile.
+    static void holdWorker(bool hold);
+};
 
 // One program that runs several compositions in a single pass: the first one's last
 // pass, then each next one on the previous one's pixel, quantised to 8 bits in between

@@ -91,14 +91,27 @@ void LVQCEffect::encodeWithCoder(LVKeyedArchiver& coder) const
     coder.encodeString(QStringLiteral("fileName"), fname_);
 }
 
-QString LVQCEffect::resolvePath() const
+QString LVQCEffect::resolvePath(QString* problem) const
 {
+    *problem = QStringLiteral("not found in the Effects folders");
     LVEffectRegistry* registry = LVEffectRegistry::current();
     if (fname_.startsWith(QStringLiteral("./"))) {
-        // Inside the application's resources: the folder that holds the bundled Effects.
+        // Inside the application's resources: the folder that holds the bundled Effects, and
+        // nothing outside it (an archive may say "./../../etc/shadow").
         const QString bundled = registry ? registry->folders().bundled : LVEffectFolders::standard().bundled;
-        const QString path = QDir::cleanPath(QStringLiteral("%1/../%2").arg(bundled, fname_.mid(2)));
-        return QFileInfo::exists(path) ? path : QString();
+        const QString root = QFileInfo(QDir::cleanPath(bundled + QStringLiteral("/.."))).canonicalFilePath();
+        const QString path = QFileInfo(root + QLatin1Char('/') + fname_.mid(2)).canonicalFilePath();
+        if (root.isEmpty() || path.isEmpty()) return {};
+        if (!path.startsWith(root + QLatin1Char('/'))) {
+            *problem = QStringLiteral("is outside the Effects folders; refused");
+            return {};
+        }
+        return path;
+    }
+    // Catalogue names only: a name with a folder in it is no composition of ours.
+    if (fname_.contains(QLatin1Char('/'))) {
+        *problem = QStringLiteral("is outside the Effects folders; refused");
+        return {};
     }
     return registry ? registry->effectPathFromFilename(fname_) : QString();
 }
@@ -112,9 +125,10 @@ bool LVQCEffect::initQCEffectCommon()
         LVLog("Composition effect %s has no render context", qPrintable(fname_));
         return false;
     }
-    const QString path = resolvePath();
+    QString problem;
+    const QString path = resolvePath(&problem);
     if (path.isEmpty()) {
-        LVLog("Composition %s not found in the Effects folders", qPrintable(fname_));
+        LVLog("Composition %s %s", qPrintable(fname_), qPrintable(problem));
         rend_.reset();
     } else {
         rend_ = std::make_shared<SimpleQCRenderer>(context(), path);

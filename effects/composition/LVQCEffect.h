@@ -61,8 +61,8 @@ protected:
     void initWithContextFile(LVContext* context, const QString& filename);
     bool initQCEffectCommon();
     void parameterChanged(const QString& key) override;
-    // Where the effect's file is; empty when it cannot be found.
-    QString resolvePath() const;
+    // The composition's file, or empty with problem saying why ("not found ...", "outside ...").
+    QString resolvePath(QString* problem) const;
 
 private:
     // The stages whose output is pending in the context, first one first.

@@ -1,5 +1,6 @@
 #include "effects/composition/SimpleQCRenderer.h"
 
+#include "core/util/LVBoundedRead.h"
 #include "core/util/LVLog.h"
 #include "effects/composition/LVISFExpression.h"
 
@@ -8,10 +9,10 @@
 #include <QFont>
 #include <QFontMetrics>
 #include <QGuiApplication>
-#include <QImageReader>
 #include <QPainter>
 #include <QPointF>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -183,11 +184,11 @@ GLuint SimpleQCRenderer::textureForInput(const LVISFInput& input)
         if (slot.gif) {
             slot.texture = uploadImage(slot.gif->currentImage(), slot.texture);
         } else {
-            QImageReader reader(slot.path);
-            const QImage image = reader.read();
+            QString error;
+            const QImage image = LVReadImageFile(slot.path, &error);
             if (image.isNull()) {
-                LVLog("Image %s for input \"%s\" not loaded: %s", qPrintable(slot.path), qPrintable(input.name),
-                      qPrintable(reader.errorString()));
+                LVLog("Image %s for input \"%s\" not loaded: it %s", qPrintable(slot.path), qPrintable(input.name),
+                      qPrintable(error));
                 glDeleteTextures(1, &slot.texture);
                 slot.texture = 0;
             } else {
@@ -215,7 +216,23 @@ QSize SimpleQCRenderer::passSize(const LVISFPass& pass) const
         if (!value || !std::isfinite(*value)) return fallback;
         return std::clamp(int(std::floor(*value)), 1, 8192);
     };
-    return QSize(evaluate(pass.widthExpr, ctx_->width()), evaluate(pass.heightExpr, ctx_->height()));
+    const QSize asked(evaluate(pass.widthExpr, ctx_->width()), evaluate(pass.heightExpr, ctx_->height()));
+    const QSize size = LVCapPassSize(asked, pass.floatTarget);
+    if (size != asked && cappedTargets_.insert(pass.target).second) {
+        LVLog("Composition %s: pass target \"%s\" asks for %dx%d; drawn at %dx%d to stay within %s",
+              qPrintable(composition_->path()), qPrintable(pass.target), asked.width(), asked.height(), size.width(),
+              size.height(), qPrintable(LVByteLimitText(kLVPassTargetBudget)));
+    }
+    return size;
+}
+
+QSize LVCapPassSize(QSize asked, bool isFloat)
+{
+    // A target holds two textures (the pass may read its own last frame).
+    const double bytes = 2.0 * (isFloat ? 16 : 4) * double(asked.width()) * double(asked.height());
+    if (bytes <= double(kLVPassTargetBudget)) return asked;
+    const double scale = std::sqrt(double(kLVPassTargetBudget) / bytes);
+    return QSize(std::max(1, int(std::floor(asked.width() * scale))), std::max(1, int(std::floor(asked.height() * scale))));
 }
 
 SimpleQCRenderer::Target& SimpleQCRenderer::target(const LVISFPass& pass, QSize size)
@@ -296,10 +313,9 @@ void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, QSi
     for (const LVISFImport& import : composition_->imports()) {
         GLuint& texture = imports_[import.name];
         if (!texture) {
-            QImageReader reader(import.path);
-            const QImage image = reader.read();
-            if (image.isNull())
-                LVLog("Imported image %s not loaded: %s", qPrintable(import.path), qPrintable(reader.errorString()));
+            QString error;
+            const QImage image = LVReadImageFile(import.path, &error);
+            if (image.isNull()) LVLog("Imported image %s not loaded: it %s", qPrintable(import.path), qPrintable(error));
             texture = image.isNull() ? emptyTexture() : ctx_->textureFromImage(image);
         }
         bindTexture(loc(import.name), texture);

@@ -12,7 +12,13 @@
 #include <QVariant>
 
 #include <map>
+#include <set>
 #include <memory>
+
+// What one pass target may take in GPU memory; a larger size asked for is scaled down,
+// keeping its shape.
+constexpr qint64 kLVPassTargetBudget = 256 << 20;
+QSize LVCapPassSize(QSize asked, bool isFloat);
 
 class SimpleQCRenderer {
 public:
@@ -97,6 +103,7 @@ private:
     std::map<QString, TextSlot> texts_;
     std::map<QString, GLuint> imports_;
     std::map<QString, Target> targets_;
+    mutable std::set<QString> cappedTargets_; // said once each; noted while sizing
     QSet<QString> firedEvents_;
     GLuint empty_ = 0;
     GLuint vao_ = 0;

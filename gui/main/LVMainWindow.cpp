@@ -124,6 +124,14 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
     fpsLabel_ = new QLabel(tr("– fps"), this);
     fpsLabel_->setObjectName(QStringLiteral("fps"));
     statusBar()->addPermanentWidget(fpsLabel_);
+    // Says when the camera gets no frames although driver output is on.
+    auto* publishing = new QLabel(this);
+    publishing->setObjectName(QStringLiteral("publishing"));
+    statusBar()->addWidget(publishing, 1);
+    const auto showPublishing = [this, publishing] { publishing->setText(lumaveil_.publishingProblem()); };
+    showPublishing();
+    connect(&lumaveil_, &Lumaveil::preferenceChanged, publishing, showPublishing);
+    connect(&lumaveil_, &Lumaveil::slowEffect, this, &LVMainWindow::offerToDisableSlowEffect);
 
     buildMenus();
     fillCatalogueChoosers();
@@ -452,4 +460,28 @@ void LVMainWindow::keyPressEvent(QKeyEvent* event)
         return;
     }
     QMainWindow::keyPressEvent(event);
+}
+
+void LVMainWindow::offerToDisableSlowEffect(const LVEffectRef& effect, double secondsPerFrame)
+{
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("Slow effect"),
+                                tr("\u201c%1\u201d takes %2 ms a frame, far more than %3 fps allows. Disable it?")
+                                    .arg(effect->displayName())
+                                    .arg(qRound(secondsPerFrame * 1000.0))
+                                    .arg(lumaveil_.frameRate()),
+                                QMessageBox::NoButton, this);
+    box->setObjectName(QStringLiteral("slowEffect"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->addButton(tr("Keep"), QMessageBox::RejectRole);
+    QPushButton* disable = box->addButton(tr("Disable"), QMessageBox::AcceptRole);
+    const std::weak_ptr<LVEffect> slow = effect;
+    connect(box, &QMessageBox::buttonClicked, this, [this, slow, disable](QAbstractButton* button) {
+        const LVEffectRef chosen = slow.lock();
+        if (button != disable || !chosen) return;
+        const auto& chain = lumaveil_.liveEffects();
+        const auto it = std::find(chain.begin(), chain.end(), chosen);
+        if (it != chain.end()) lumaveil_.setEffectEnabled(int(it - chain.begin()), false);
+    });
+    // Not modal: the render loop and the window go on while the user decides.
+    box->open();
 }

@@ -1,6 +1,8 @@
 #pragma once
 // The main window: the live preview, the source chooser, the effect chain with its
 // settings, the video size and frame rate menus and a frames-per-second readout.
+#include "core/LVProxy.h"
+
 #include <QMainWindow>
 
 #include <functional>
@@ -55,6 +57,8 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
 
 private:
+    // Offers, without stopping anything, to disable an effect that holds every frame up.
+    void offerToDisableSlowEffect(const LVEffectRef& effect, double secondsPerFrame);
     void buildMenus();
     void fillCatalogueChoosers();
     void refreshSourceChooser();

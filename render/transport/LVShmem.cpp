@@ -1,5 +1,8 @@
 #include "render/transport/LVShmem.h"
 
+#include <errno.h>
+#include <signal.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -64,31 +67,136 @@ uint64_t LVShmem::currentHostTime()
     return uint64_t(ts.tv_sec) * 1000000000ull + uint64_t(ts.tv_nsec);
 }
 
-LVShmem::LVShmem()
+LVShmemNames LVShmemNames::documented()
+{
+    LVShmemNames names;
+    names.control = LVShmem::segmentName("com.marrowkit.LVCtrl3");
+    for (int i = 0; i < 2; ++i)
+        names.image[i] = LVShmem::imageBlockName(i);
+    return names;
+}
+
+LVShmemNames LVShmemNames::forUser(unsigned uid)
+{
+    LVShmemNames names = documented();
+    const std::string suffix = ".uid" + std::to_string(uid);
+    names.control += suffix;
+    for (std::string& image : names.image)
+        image += suffix;
+    names.perUser = true;
+    return names;
+}
+
+LVShmemNames LVShmemNames::resolve()
+{
+    const LVShmemNames names = documented();
+    const bool free = KDSharedMem::isOwnedOrMissing(names.control) && KDSharedMem::isOwnedOrMissing(names.image[0]) &&
+                      KDSharedMem::isOwnedOrMissing(names.image[1]);
+    return free ? names : forUser(geteuid());
+}
+
+LVShmem::LVShmem(LVShmemRole role) : role_(role)
+{
+    attach();
+}
+
+LVShmem::~LVShmem() = default;
+
+void LVShmem::attach()
 {
     acquireLock();
-    controlBlockShmem_ = KDSharedMem::initWithName(segmentName("com.marrowkit.LVCtrl3").c_str());
+    const auto access =
+        role_ == LVShmemRole::Producer ? KDSharedMem::Access::CreateOrOpen : KDSharedMem::Access::OpenExisting;
+    names_ = LVShmemNames::resolve();
+    imageBlockShmem_[0].reset();
+    imageBlockShmem_[1].reset();
+    lastBlockVersion_[0] = lastBlockVersion_[1] = 0;
+    lastSeq_ = 0;
+    controlBlockShmem_ = KDSharedMem::initWithName(names_.control.c_str(), access);
     if (controlBlockShmem_)
         controlBlockShmem_->ensureSize(kLVControlBlockSize);
     controlBlock_ = mapped(controlBlockShmem_.get());
-    if (!controlBlock_) {
-        // Without a control block there is no transport; keep a private one so calls stay safe.
-        LVLog("LVShmem: no control block, frames are not published");
-        alignas(8) static uint8_t detached[kLVControlBlockSize];
-        controlBlock_ = detached;
+    const bool haveControl = controlBlock_ != nullptr;
+    if (!haveControl) {
+        // Without a control block there is no transport; a private one keeps calls safe.
+        std::memset(detachedControl_, 0, sizeof detachedControl_);
+        controlBlock_ = detachedControl_;
     }
     makeImageBlock(0);
     makeImageBlock(1);
-    if (field<uint32_t>(controlBlock_, kLVCtrlAppPid).load() == 0) {
+
+    const KDSharedMem* segments[] = {controlBlockShmem_.get(), imageBlockShmem_[0].get(), imageBlockShmem_[1].get()};
+    const std::string previousProblem = problem_;
+    problem_.clear();
+    bool missing = false;
+    for (const KDSharedMem* segment : segments) {
+        if (segment && segment->getMemory() != KDSharedMem::kNotMapped)
+            continue;
+        missing = missing || (segment && segment->isMissing());
+        if (segment && !segment->refusal().empty() && !segment->isMissing())
+            problem_ = "shared memory " + segment->name() + " refused: " + segment->refusal();
+        else if (problem_.empty())
+            problem_ = "shared memory " + (segment ? segment->name() : names_.control) + " could not be opened";
+        break;
+    }
+    available_ = problem_.empty();
+    // A reader waiting for a producer is normal; a refusal is said once, not per poll.
+    if (!available_ && !missing && problem_ != previousProblem)
+        LVLog("%s; frames are not %s", problem_.c_str(), role_ == LVShmemRole::Producer ? "published" : "read");
+    if (available_ && role_ == LVShmemRole::Producer && field<uint32_t>(controlBlock_, kLVCtrlAppPid).load() == 0) {
         field<uint64_t>(controlBlock_, 0).store(0);
         field<uint64_t>(controlBlock_, 8).store(0);
     }
     releaseLock();
 }
 
+bool LVShmem::reattachIfGone()
+{
+    if (role_ != LVShmemRole::Reader)
+        return available_;
+    // A producer removes the names when it quits and makes new ones when it starts again.
+    if (!available_ || controlBlockShmem_->isUnlinked())
+        attach();
+    return available_;
+}
+
+namespace {
+
+bool processAlive(uint32_t pid)
+{
+    return pid != 0 && (kill(pid_t(pid), 0) == 0 || errno == EPERM);
+}
+
+} // namespace
+
+uint32_t LVShmem::otherLiveProducer() const
+{
+    const uint32_t pid = field<uint32_t>(controlBlock_, kLVCtrlAppPid).load();
+    return pid != uint32_t(getpid()) && processAlive(pid) ? pid : 0;
+}
+
+bool LVShmem::producerAlive() const
+{
+    return processAlive(field<uint32_t>(controlBlock_, kLVCtrlAppPid).load());
+}
+
+void LVShmem::removeSegments()
+{
+    if (role_ != LVShmemRole::Producer || !available_ || otherLiveProducer() != 0)
+        return;
+    const KDSharedMem* segments[] = {controlBlockShmem_.get(), imageBlockShmem_[0].get(), imageBlockShmem_[1].get()};
+    for (const KDSharedMem* segment : segments) {
+        // Only a name that still leads to our own segment.
+        if (segment && !segment->isUnlinked() && shm_unlink(segment->name().c_str()) != 0 && errno != ENOENT)
+            LVLogSystemError("shm_unlink");
+    }
+}
+
 void LVShmem::makeImageBlock(int index)
 {
-    imageBlockShmem_[index] = KDSharedMem::initWithName(imageBlockName(index).c_str());
+    const auto access =
+        role_ == LVShmemRole::Producer ? KDSharedMem::Access::CreateOrOpen : KDSharedMem::Access::OpenExisting;
+    imageBlockShmem_[index] = KDSharedMem::initWithName(names_.image[index].c_str(), access);
     verifyBlockSize(index, 0);
 }
 
@@ -188,7 +296,7 @@ LVShmemReadResult LVShmem::getData(std::unique_ptr<uint8_t[]>& data, uint64_t& l
 {
     LVShmemReadResult result;
     acquireLock();
-    if (!appRunning()) {
+    if (!reattachIfGone() || !appRunning()) {
         result.status = 1;
         releaseLock();
         return result;
@@ -227,6 +335,8 @@ LVShmemReadResult LVShmem::getData(std::unique_ptr<uint8_t[]>& data, uint64_t& l
 
 bool LVShmem::peekNewestFrame(int& width, int& height, int& frameRate)
 {
+    if (!reattachIfGone())
+        return false;
     const uint32_t current = currentBlock();
     if (!appRunning() || current == kLVNoBlock)
         return false;
@@ -241,10 +351,18 @@ bool LVShmem::peekNewestFrame(int& width, int& height, int& frameRate)
 
 void LVShmem::publishFrame(int width, int height, int frameRate, const std::function<void(void*, int)>& readPixels)
 {
+    if (!available_)
+        return;
     const uint32_t pixelBytes = uint32_t(width * height * 4);
     uint8_t* block = getNextImageBlock(pixelBytes);
-    if (!block)
+    if (!block) {
+        // Said once: the same failure would repeat on every frame.
+        available_ = false;
+        problem_ = "shared memory image block could not hold a " + std::to_string(width) + "x" +
+                   std::to_string(height) + " frame";
+        LVLog("%s; frames are not published", problem_.c_str());
         return;
+    }
     readPixels(block + kLVImgPixels, width * 4);
     put<uint16_t>(block, kLVImgHeight, uint16_t(height));
     put<uint16_t>(block, kLVImgWidth, uint16_t(width));

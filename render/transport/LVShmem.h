@@ -5,6 +5,7 @@
 // and reader share one definition of the layout.
 #include <cstdint>
 #include <functional>
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -37,6 +38,24 @@ struct LVShmemReadResult {
     int32_t height = 0;
 };
 
+// The three segment names in use. The documented names are used unless one of them exists
+// and belongs to another user (or is a link, a directory, ...); then every name gets the
+// suffix ".uid<N>" with this user's id. Producer and reader derive them the same way.
+struct LVShmemNames {
+    std::string control;
+    std::string image[2];
+    bool perUser = false;
+
+    static LVShmemNames documented();
+    static LVShmemNames forUser(unsigned uid);
+    static LVShmemNames resolve();
+};
+
+enum class LVShmemRole {
+    Producer, // creates the segments, 0600
+    Reader,   // opens only what a producer of this user made; re-attaches when they go
+};
+
 class LVShmem {
 public:
     // The documented name with a leading slash, and LUMAVEIL_SHM_PREFIX (when set) after it.
@@ -45,9 +64,23 @@ public:
     // The transport's clock: CLOCK_MONOTONIC in nanoseconds.
     static uint64_t currentHostTime();
 
-    LVShmem(); // maps the three segments, creating them when missing
+    explicit LVShmem(LVShmemRole role = LVShmemRole::Producer);
+    ~LVShmem();
     LVShmem(const LVShmem&) = delete;
     LVShmem& operator=(const LVShmem&) = delete;
+
+    const LVShmemNames& names() const { return names_; }
+    // False when a segment was refused or could not be made: nothing is published or read.
+    bool isAvailable() const { return available_; }
+    // One line naming the segment and why it cannot be used; empty when available.
+    const std::string& problem() const { return problem_; }
+    // The pid of another process that is alive and recorded as publishing, else 0.
+    uint32_t otherLiveProducer() const;
+    // Whether the recorded producer is still a running process (false when none is recorded).
+    bool producerAlive() const;
+    // Removes the names, so no frame stays behind once this producer has finished. Does
+    // nothing while another live producer is recorded.
+    void removeSegments();
 
     void makeImageBlock(int index);
     void verifyBlockSize(int index, uint32_t pixelBytes);
@@ -80,6 +113,14 @@ public:
     uint16_t blockVersion(int index) const;
 
 private:
+    void attach();
+    bool reattachIfGone();
+
+    LVShmemRole role_;
+    LVShmemNames names_;
+    bool available_ = false;
+    std::string problem_;
+    alignas(8) uint8_t detachedControl_[kLVControlBlockSize] = {};
     std::unique_ptr<KDSharedMem> controlBlockShmem_;
     std::unique_ptr<KDSharedMem> imageBlockShmem_[2];
     uint8_t* controlBlock_ = nullptr;

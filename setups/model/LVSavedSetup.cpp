@@ -3,6 +3,7 @@
 #include "core/LVEffect.h"
 #include "core/util/KDFileUtil.h"
 #include "core/util/LVAtomicFile.h"
+#include "core/util/LVBoundedRead.h"
 #include "core/util/LVLog.h"
 #include "core/util/LVUtil.h"
 
@@ -102,13 +103,13 @@ LVSavedSetup::LVSavedSetup(const std::vector<LVEffectRef>& effects, const QStrin
 
 void LVSavedSetup::readFile(LVContext* context)
 {
-    QFile file(path_);
     QJsonParseError parseError{};
     QJsonDocument document;
     QString error;
-    if (!file.open(QIODevice::ReadOnly)) {
-        error = QStringLiteral("cannot be read (%1)").arg(file.errorString());
-    } else if (document = QJsonDocument::fromJson(file.readAll(), &parseError);
+    QByteArray bytes;
+    if (!LVReadRegularFile(path_, kLVSetupLimit, &bytes, &error)) {
+        // error says why: a link, not a regular file, over the size limit, ...
+    } else if (document = QJsonDocument::fromJson(bytes, &parseError);
                parseError.error != QJsonParseError::NoError) {
         error = QStringLiteral("is not JSON (%1 at offset %2)").arg(parseError.errorString()).arg(parseError.offset);
     } else if (document.isObject()) {
@@ -192,6 +193,7 @@ std::vector<LVEffectRef> LVSavedSetup::instantiateWithContext(LVContext* context
 {
     std::vector<LVEffectRef> effects;
     effects.reserve(size_t(encoded_.size()));
+    const LVLogRepeatsCollapsed namedAndCollapsed("Saved setup \"" + name_.toStdString() + "\": ");
     for (const QByteArray& blob : encoded_) {
         if (LVEffectRef effect = LVEffect::effectFromData(blob, context)) {
             effect->setSavedSetupName(name_);

@@ -4,6 +4,8 @@
 #include "core/util/KDFileUtil.h"
 #include "core/util/LVLog.h"
 
+#include <dirent.h>
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -134,11 +136,37 @@ void LVSetupManager::startup()
     emit currentSetChanged();
 }
 
+namespace {
+
+// The folder's file names. Names that begin with "." (our own kept-aside files too) stay out;
+// so do names that are not UTF-8, which no setup name can match, with a line saying so.
+QStringList setupFileNames(const QString& folder)
+{
+    QStringList names;
+    DIR* dir = opendir(QFile::encodeName(folder).constData());
+    if (!dir) return names;
+    while (const dirent* entry = readdir(dir)) {
+        const QByteArray raw(entry->d_name);
+        if (raw.startsWith('.')) continue;
+        const QString name = QString::fromUtf8(raw);
+        if (name.toUtf8() != raw) {
+            LVLog("Saved setup file \"%s\" in %s skipped: its name is not UTF-8; rename it to use it",
+                  raw.toPercentEncoding(" !#$&'()+,;=@[]^`{}~").constData(), qPrintable(folder));
+            continue;
+        }
+        // Anything but a folder: what is not a setup file is refused with a word when read.
+        if (!QFileInfo(folder + QLatin1Char('/') + name).isDir()) names.append(name);
+    }
+    closedir(dir);
+    return names;
+}
+
+} // namespace
+
 void LVSetupManager::loadSetups()
 {
     const QDir folder(setupDir_);
-    // No QDir::Hidden: names that begin with "." (our own kept-aside files too) stay out.
-    const QStringList names = folder.entryList(QDir::Files | QDir::NoDotAndDotDot, QDir::NoSort);
+    const QStringList names = setupFileNames(setupDir_);
     std::vector<LVSavedSetupRef> loaded;
     loaded.reserve(size_t(names.size()));
     for (const QString& name : names) {
@@ -327,7 +355,13 @@ void LVSetupManager::_delayedPersist()
 std::optional<std::vector<LVEffectRef>> LVSetupManager::effectsOfNamedSetup(const QString& name, LVContext* context)
 {
     for (const auto& setup : currentSet()->setups()) {
-        if (setup->name() == name) return setup->instantiateWithContext(context);
+        if (setup->name() != name) continue;
+        // Refused as a setup file given by path is: an unreadable setup is no empty chain.
+        if (setup->fileForm() == LVSavedSetup::FileForm::Unreadable) {
+            LVLog("Saved setup %s %s; not loaded", qPrintable(setup->path()), qPrintable(setup->loadError()));
+            return std::nullopt;
+        }
+        return setup->instantiateWithContext(context);
     }
     return std::nullopt;
 }

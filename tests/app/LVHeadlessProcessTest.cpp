@@ -11,9 +11,9 @@
 #include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 
 #include <csignal>
@@ -21,6 +21,7 @@
 #include <set>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -98,9 +99,11 @@ TEST_F(LVHeadlessProcessTest, RendersTheAskedFramesAndSaysWhatItDoes)
     EXPECT_TRUE(status.front().contains(QStringLiteral("64x48 at 60 fps"))) << status.front().toStdString();
     EXPECT_TRUE(status.front().contains(QStringLiteral("shared memory"))) << status.front().toStdString();
     EXPECT_EQ(lastJsonLine().value(QStringLiteral("frames")).toInt(), 5) << out.toStdString();
+    EXPECT_FALSE(err.contains(QStringLiteral("Opening shmem segment"))) << "routine detail stays out of sight";
 
-    LVShmem reader;
+    LVShmem reader(LVShmemRole::Reader);
     EXPECT_FALSE(reader.appRunning()) << "the producer is marked not running at exit";
+    EXPECT_FALSE(reader.isAvailable()) << "and its segments are gone: no frame stays behind";
 }
 
 TEST_F(LVHeadlessProcessTest, VersionAndMissingDisplayAnswerWithoutStarting)
@@ -158,7 +161,7 @@ TEST_F(LVHeadlessProcessTest, RefusesBadInputBeforeStarting)
                           Case{{QStringLiteral("--headless"), QStringLiteral("--source"), QStringLiteral("webcam")},
                                "did you mean: Webcam?"},
                           Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), QStringLiteral("Nobody's Show")},
-                               "no saved setup named \"Nobody's Show\""},
+                               "no readable saved setup named \"Nobody's Show\""},
                           Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), QStringLiteral("/missing/file.json")},
                                "setup file /missing/file.json does not exist"},
                           Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), home.filePath(QStringLiteral("other.json"))},
@@ -189,6 +192,101 @@ TEST_F(LVHeadlessProcessTest, SignalsEndItCleanly)
         EXPECT_TRUE(QFile::exists(home.filePath(QStringLiteral("config/lumaveil/com.marrowkit.Lumaveil.json"))))
             << "preferences are written";
     }
+}
+
+// Starts a publishing run and waits for its first frame (kept in firstFrame when asked).
+bool startPublishing(QProcess& process, const QStringList& arguments, LVShmem& reader,
+                     std::vector<uint8_t>* firstFrame = nullptr)
+{
+    process.setArguments(arguments);
+    process.start();
+    if (!process.waitForStarted()) return false;
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t length = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (reader.getData(data, length, 0).status == 0) {
+            if (firstFrame) firstFrame->assign(data.get(), data.get() + length);
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+TEST_F(LVHeadlessProcessTest, ASecondInstanceSaysWhoPublishesAndRunsWithoutPublishingOnlyWhenAsked)
+{
+    QProcess first;
+    first.setProcessEnvironment(process.processEnvironment());
+    first.setProgram(process.program());
+    LVShmem reader(LVShmemRole::Reader);
+    ASSERT_TRUE(startPublishing(first, {QStringLiteral("--headless"), QStringLiteral("--video-size"), QStringLiteral("64x48")},
+                                reader));
+    const QString firstPid = QString::number(first.processId());
+
+    struct Case {
+        QStringList extra;
+        int exitCode;
+        const char* says;
+    };
+    const Case cases[] = {
+        {{}, 1, "another Lumaveil (pid %1) already publishes frames"},
+        {{QStringLiteral("--no-publish")}, 0, "frames to nowhere (Frames are not published (--no-publish))"},
+    };
+    for (const Case& c : cases) {
+        run(QStringList{QStringLiteral("--headless"), QStringLiteral("--frames"), QStringLiteral("3")} + c.extra);
+        EXPECT_EQ(process.exitCode(), c.exitCode) << err.toStdString();
+        EXPECT_TRUE(err.contains(QString::fromLatin1(c.says).arg(firstPid))) << err.toStdString();
+        EXPECT_TRUE(err.contains(QStringLiteral("--no-publish"))) << "the way out is named";
+        // The first one still owns the camera.
+        EXPECT_EQ(reader.otherLiveProducer(), uint32_t(first.processId()));
+        const uint32_t seq = reader.frameSeq();
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (reader.frameSeq() == seq && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_NE(reader.frameSeq(), seq) << "its frames still flow";
+    }
+    ::kill(pid_t(first.processId()), SIGTERM);
+    ASSERT_TRUE(first.waitForFinished(30000));
+    EXPECT_EQ(first.exitCode(), 0);
+}
+
+TEST_F(LVHeadlessProcessTest, AHugeShaderNeitherHoldsTheFramesNorTheQuit)
+{
+    // Red once compiled; just under the size a composition may have.
+    QByteArray shader = "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"}]}*/\n"
+                        "void main() {\n    float a = 0.0;\n";
+    for (int i = 0; shader.size() < 1000 * 1000; ++i)
+        shader += QStringLiteral("    a += sin(a * %1.0 + isf_FragNormCoord.x);\n").arg(i % 97).toLatin1();
+    shader += "    gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0) + 0.0 * a;\n}\n";
+    const QString effects = home.filePath(QStringLiteral("effects"));
+    QDir().mkpath(effects);
+    QFile file(effects + QStringLiteral("/Huge.fs"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(shader);
+    file.close();
+    QProcessEnvironment environment = process.processEnvironment();
+    environment.insert(QStringLiteral("LUMAVEIL_EFFECTS_DIR"), effects);
+    process.setProcessEnvironment(environment);
+
+    LVShmem reader(LVShmemRole::Reader);
+    std::vector<uint8_t> frame;
+    ASSERT_TRUE(startPublishing(process,
+                                {QStringLiteral("--headless"), QStringLiteral("--source"), QStringLiteral("Test Pattern"),
+                                 QStringLiteral("--effect"), QStringLiteral("Huge"), QStringLiteral("--video-size"),
+                                 QStringLiteral("64x48")},
+                                reader, &frame));
+    // The first frame asks for the program and is published without waiting for it: the
+    // test pattern, not yet the red.
+    size_t red = 0;
+    for (size_t i = 0; i + 3 < frame.size(); i += 4)
+        red += frame[i] == 255 && frame[i + 1] == 255 && frame[i + 2] == 0 && frame[i + 3] == 0;
+    EXPECT_LT(red, frame.size() / 4) << "the frame waited for the shader";
+    ::kill(pid_t(process.processId()), SIGTERM);
+    ASSERT_TRUE(process.waitForFinished(30000));
+    out = QString::fromUtf8(process.readAllStandardOutput());
+    EXPECT_EQ(process.exitCode(), 0) << QString::fromUtf8(process.readAllStandardError()).toStdString();
+    EXPECT_EQ(lastJsonLine().value(QStringLiteral("signal")).toInt(), SIGTERM) << out.toStdString();
 }
 
 TEST_F(LVHeadlessProcessTest, LoadsASavedSetupByNameOrFromAFile)

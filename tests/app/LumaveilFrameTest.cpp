@@ -231,3 +231,27 @@ TEST_F(LVControllerTest, TimerKeepsFramesComing)
     EXPECT_FALSE(realDefaults.hasStoredValue(QStringLiteral("frameRate"))) << "a launch rate is never stored";
     app.reset();
 }
+
+TEST_F(LVControllerTest, AnEffectThatHoldsEveryFrameUpIsNamedOnce)
+{
+    app->setFrameRate(15);
+    auto fast = make("Marker", "Fast");
+    auto slow = make("Marker", "Slow");
+    // Half a second a frame, by the clock the controller reads.
+    slow->onDoit = [this] { clock.advance(0.5); };
+    app->addOneEffect(fast);
+    app->addOneEffect(slow);
+    std::vector<LVEffectRef> named;
+    QObject::connect(app.get(), &Lumaveil::slowEffect, app.get(),
+                     [&](const LVEffectRef& effect, double) { named.push_back(effect); });
+    testing::internal::CaptureStderr();
+    for (int frame = 0; frame < 40; ++frame) app->renderFrame();
+    const std::string log = testing::internal::GetCapturedStderr();
+    ASSERT_EQ(named.size(), 1u) << log;
+    EXPECT_EQ(named.front(), LVEffectRef(slow));
+    EXPECT_EQ(log, "Effect \"Slow\" takes 500 ms a frame, far over the 67 ms a frame has at 15 fps\n");
+    // Once disabled, frames are fast again and nothing more is said.
+    app->setEffectEnabled(1, false);
+    for (int frame = 0; frame < 40; ++frame) app->renderFrame();
+    EXPECT_EQ(named.size(), 1u);
+}

@@ -4,11 +4,18 @@
 #include "core/LVAudioOutputs.h"
 #include "core/LVVideoSizes.h"
 
+#include "core/util/LVBoundedRead.h"
+
+#include <QDateTime>
 #include <QDir>
+#include <QFileInfo>
+#include <QTemporaryDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
+
+#include <algorithm>
 
 namespace {
 
@@ -96,6 +103,92 @@ TEST_F(LVControllerTest, DamagedPreferencesAreKeptAsideAndDefaultsUsed)
     EXPECT_EQ(fresh.value(QStringLiteral("version")).toInt(), 300) << "a fresh, valid file replaces it";
     EXPECT_FALSE(fresh.contains(QStringLiteral("frameRate")));
     EXPECT_EQ(QDir(dir.path()).entryList({QStringLiteral("prefs.json.damaged-*")}).size(), 1);
+}
+
+// Backup names LVDefaults may pick for a damaged file moved aside around now.
+QStringList backupNamesAroundNow(const QString& path, int perSecond)
+{
+    QStringList names;
+    const QDateTime now = QDateTime::currentDateTime();
+    for (int second = -1; second <= 2; ++second) {
+        const QString base =
+            path + QStringLiteral(".damaged-") + now.addSecs(second).toString(QStringLiteral("yyyyMMdd-HHmmss"));
+        for (int n = 1; n <= perSecond; ++n) names.append(n == 1 ? base : QStringLiteral("%1-%2").arg(base).arg(n));
+    }
+    return names;
+}
+
+TEST(LVDefaultsTest, AFileThatCannotBeReadOrKeptIsNeverWrittenOver)
+{
+    enum class Kind { TakenBackupName, NoFreeBackupName, LinkToDevZero, Huge, Directory };
+    struct Case {
+        Kind kind;
+        bool saving;     // whether changes reach the file
+        const char* log; // in the one line said
+    };
+    const Case cases[] = {
+        {Kind::TakenBackupName, true, "moved to"},
+        {Kind::NoFreeBackupName, false, "could not be moved aside (every backup name"},
+        {Kind::LinkToDevZero, false, "is a symbolic link; refused; using defaults without saving"},
+        {Kind::Huge, false, "is larger than the limit of 4 MB; refused"},
+        {Kind::Directory, false, "is not a regular file; refused"},
+    };
+    const QByteArray damaged = "{\"frameRate\": 30, \"videoSize\": ";
+    for (const Case& c : cases) {
+        SCOPED_TRACE(int(c.kind));
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("prefs.json"));
+        const QByteArray planted = "planted by someone else";
+        QStringList taken;
+        switch (c.kind) {
+        case Kind::TakenBackupName:
+        case Kind::NoFreeBackupName:
+            writeFile(path, damaged);
+            taken = backupNamesAroundNow(path, c.kind == Kind::TakenBackupName ? 1 : 100);
+            for (const QString& name : taken) writeFile(name, planted);
+            break;
+        case Kind::LinkToDevZero:
+            ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), path));
+            break;
+        case Kind::Huge:
+            writeFile(path, damaged);
+            ASSERT_TRUE(QFile(path).resize(kLVPreferencesLimit + 1));
+            break;
+        case Kind::Directory:
+            ASSERT_TRUE(QDir().mkdir(path));
+            break;
+        }
+        const QFileInfo before(path);
+        testing::internal::CaptureStderr();
+        LVDefaults defaults(path);
+        defaults.setValue(QStringLiteral("frameRate"), 25);
+        const std::string log = testing::internal::GetCapturedStderr();
+        EXPECT_NE(log.find(c.log), std::string::npos) << log;
+        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+        EXPECT_EQ(defaults.isSaving(), c.saving);
+        EXPECT_EQ(defaults.integerForKey(QStringLiteral("frameRate")), 25) << "changes still apply in memory";
+        for (const QString& name : taken) {
+            QFile file(name);
+            ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+            EXPECT_EQ(file.readAll(), planted) << "a backup name in use was written over";
+        }
+        if (c.saving) {
+            QFile backup(defaults.damagedFileBackup());
+            ASSERT_TRUE(backup.open(QIODevice::ReadOnly));
+            EXPECT_EQ(backup.readAll(), damaged);
+            EXPECT_EQ(readJson(path).value(QStringLiteral("frameRate")).toInt(), 25);
+        } else {
+            const QFileInfo after(path);
+            EXPECT_EQ(after.isSymLink(), before.isSymLink());
+            EXPECT_EQ(after.isDir(), before.isDir());
+            EXPECT_EQ(after.size(), before.size());
+            if (c.kind == Kind::NoFreeBackupName) {
+                QFile file(path);
+                ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+                EXPECT_EQ(file.readAll(), damaged);
+            }
+        }
+    }
 }
 
 TEST_F(LVControllerTest, SettersWriteThroughAtOnce)

@@ -3,7 +3,10 @@
 
 #include "core/LVKeyedArchive.h"
 #include "effects/composition/LVAnimatedImage.h"
+#include "core/util/LVBoundedRead.h"
 #include "effects/composition/LVISFExpression.h"
+#include "effects/composition/LVISFProgram.h"
+#include "effects/composition/SimpleQCRenderer.h"
 
 #include <QPointF>
 
@@ -378,4 +381,61 @@ TEST_F(LVEffectsTest, MissingFileKeepsAnEffectThatDrawsNothing)
     EXPECT_TRUE(effect->effectProperties().empty());
     chain = {effect};
     EXPECT_EQ(render(solid(Qt::red)).at(0, 0), (ARGB{255, 255, 0, 0}));
+}
+
+TEST_F(LVEffectsTest, ACompositionBuiltBesideTheRenderLoopDrawsNothingUntilReady)
+{
+    QString error;
+    ASSERT_TRUE(LVISFProgramBuilder::startWorker(&error)) << error.toStdString();
+    LVISFProgramBuilder::holdWorker(true);
+    write(QStringLiteral("Redden.fs"), "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"}]}*/\n"
+                                       "void main() { gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0); }\n");
+    chain.push_back(make(QStringLiteral("Redden")));
+    ASSERT_TRUE(chain.back());
+    const ARGB blue{255, 0, 0, 255}, red{255, 255, 0, 0};
+    for (int frame = 0; frame < 3; ++frame) {
+        EXPECT_EQ(render(solid(Qt::blue)).at(3, 3), blue) << "frame " << frame << " passes the picture on";
+        EXPECT_EQ(LVISFProgramBuilder::pendingCount(), 1);
+    }
+    LVISFProgramBuilder::holdWorker(false);
+    EXPECT_TRUE(LVISFProgramBuilder::waitUntilIdle(120));
+    EXPECT_EQ(render(solid(Qt::blue)).at(3, 3), red);
+    chain.clear();
+    EXPECT_TRUE(LVISFProgramBuilder::stopWorker(120));
+}
+
+TEST_F(LVEffectsTest, OversizedCompositionsAreRefusedNamingTheLimit)
+{
+    QByteArray text = "/*{}*/\nvoid main() { gl_FragColor = vec4(1.0); }\n";
+    text.append(QByteArray(kLVCompositionLimit, ' '));
+    const QString path = write(QStringLiteral("Big.fs"), text);
+    testing::internal::CaptureStderr();
+    const auto composition = LVComposition::load(path);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(composition->isValid());
+    EXPECT_NE(log.find("Big.fs is larger than the limit of 1 MB; refused"), std::string::npos) << log;
+}
+
+TEST(LVPassSizeTest, PassTargetsAreCappedByMemoryKeepingTheirShape)
+{
+    const struct {
+        QSize asked;
+        bool isFloat;
+        bool capped;
+    } cases[] = {
+        {{1920, 1080}, false, false}, {{1920, 1080}, true, false}, {{4096, 4096}, false, false},
+        {{8192, 8192}, false, true},  {{16384, 16384}, true, true}, {{16384, 1}, true, false},
+        {{8192, 2048}, true, true},
+    };
+    for (const auto& c : cases) {
+        const QSize size = LVCapPassSize(c.asked, c.isFloat);
+        SCOPED_TRACE(testing::Message() << c.asked.width() << "x" << c.asked.height() << (c.isFloat ? " float" : ""));
+        EXPECT_EQ(size != c.asked, c.capped);
+        EXPECT_LE(2.0 * (c.isFloat ? 16 : 4) * size.width() * size.height(), double(kLVPassTargetBudget));
+        EXPECT_NEAR(double(size.width()) / size.height(), double(c.asked.width()) / c.asked.height(),
+                    double(c.asked.width()) / c.asked.height() * 0.01);
+        if (c.capped) {
+            EXPECT_GT(4.0 * (c.isFloat ? 16 : 4) * size.width() * size.height(), double(kLVPassTargetBudget));
+        }
+    }
 }

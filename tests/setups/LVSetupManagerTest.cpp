@@ -1,17 +1,24 @@
 #include "SetupTestKinds.h"
 #include "core/LVDefaults.h"
+#include "core/util/LVBoundedRead.h"
 #include "setups/model/LVSetupManager.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -278,6 +285,52 @@ TEST_F(SetupManager, CatalogueLoadsByNameFromTheCurrentSetAndByPath)
     writeAll(dir_.filePath("notes.txt"), "shopping list");
     EXPECT_FALSE(manager->effectsOfSetupAtPath(dir_.filePath("notes.txt"), nullptr));
     EXPECT_FALSE(manager->effectsOfSetupAtPath(dir_.filePath("missing"), nullptr));
+}
+
+TEST_F(SetupManager, FilesThatCannotBeSetupsAreRefusedWithOneLineEach)
+{
+    auto manager = start();
+    save(*manager, "Good");
+    manager.reset();
+    ASSERT_TRUE(QFile::link("/dev/zero", setupDir() + "/Zero"));
+    {
+        QFile huge(setupDir() + "/Huge");
+        ASSERT_TRUE(huge.open(QIODevice::WriteOnly));
+        ASSERT_TRUE(huge.resize(kLVSetupLimit + 1));
+    }
+    const QByteArray notUtf8 = QFile::encodeName(setupDir()) + "/Caf\xe9";
+    {
+        const int fd = ::open(notUtf8.constData(), O_WRONLY | O_CREAT, 0600);
+        ASSERT_GE(fd, 0);
+        ::close(fd);
+    }
+    QJsonArray many;
+    for (int i = 0; i < 5000; ++i) many.append(QString::fromLatin1(kForeignBlob.toBase64()));
+    writeAll(setupDir() + "/Many", QJsonDocument(many).toJson());
+
+    testing::internal::CaptureStderr();
+    manager = start();
+    std::string log = testing::internal::GetCapturedStderr();
+    const std::string expected[] = {"/Zero is a symbolic link; refused", "/Huge is larger than the limit of 16 MB; refused",
+                                    "\"Caf%E9\" in " + setupDir().toStdString() + " skipped: its name is not UTF-8"};
+    for (const std::string& line : expected) {
+        EXPECT_NE(log.find(line), std::string::npos) << line << " not in:\n" << log;
+    }
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 3) << log;
+    EXPECT_EQ(manager->effectsOfNamedSetup("Good", nullptr)->size(), 1u);
+
+    // By name as by path: a setup that cannot be read is refused, not an empty chain.
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(manager->effectsOfNamedSetup("Huge", nullptr));
+    EXPECT_FALSE(manager->effectsOfSetupAtPath(setupDir() + "/Huge", nullptr));
+    log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2) << log;
+
+    // Five thousand effects of an unknown kind: one line with the count, naming the setup.
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(manager->effectsOfNamedSetup("Many", nullptr)->size(), 0u);
+    log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(log, "Saved setup \"Many\": Effect archive names the unknown class \"HoloWarp\"; skipped (5000 times)\n");
 }
 
 } // namespace

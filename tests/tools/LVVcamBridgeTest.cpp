@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <QGuiApplication>
+#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <vector>
@@ -93,13 +97,130 @@ TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
         EXPECT_EQ(out.openedRate, c.wantRate);
     }
     producer.setAppNotRunning();
-    LVShmem reader;
+    producer.removeSegments();
+
+    // Nothing running: what Lumaveil will render at, from its preferences, else 320x240 at 15.
+    QTemporaryDir dir;
+    struct Stored {
+        QByteArray prefs; // empty: no file
+        int w, h, rate;
+    };
+    const Stored stored[] = {
+        {R"({"videoSize": "{1280, 720}", "frameRate": 30})", 1280, 720, 30},
+        {R"({"frameRate": 24})", 320, 240, 24},
+        {R"({"videoSize": "{99999, 720}", "frameRate": 0})", 320, 240, 15},
+        {"{ damaged", 320, 240, 15},
+        {"", 320, 240, 15},
+    };
+    for (const Stored& c : stored) {
+        SCOPED_TRACE(c.prefs.toStdString());
+        const QString path = dir.filePath(QStringLiteral("prefs.json"));
+        QFile::remove(path);
+        if (!c.prefs.isEmpty()) {
+            QFile file(path);
+            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write(c.prefs);
+        }
+        LVShmem reader(LVShmemRole::Reader);
+        RecordingOutput out;
+        LVVcamOptions o;
+        o.preferencesPath = path;
+        LVVcamBridge bridge(reader, out, o);
+        QString error;
+        ASSERT_TRUE(bridge.open(&error));
+        EXPECT_EQ(out.openedLayout.width, c.w);
+        EXPECT_EQ(out.openedLayout.height, c.h);
+        EXPECT_EQ(out.openedRate, c.rate);
+    }
+}
+
+// An output whose consumer accepts a new size or rate while open.
+class FollowingOutput : public RecordingOutput {
+public:
+    bool reconfigure(LVVcamLayout& layout, int rate) override
+    {
+        openedLayout = layout;
+        openedRate = rate;
+        return true;
+    }
+};
+
+TEST_F(LVVcamBridgeTest, FollowsTheProducerWhereTheConsumerCanElseWritesWhatWasAnnounced)
+{
+    using namespace std::chrono;
+    struct Case {
+        bool consumerFollows;
+        int wantW, wantH, wantRate;
+        size_t written; // of six frames published at 30 fps over 200 ms
+    };
+    const Case cases[] = {
+        {true, 16, 8, 30, 6},  // re-announced: every frame goes out as it comes
+        {false, 8, 8, 15, 3},  // announced 15 fps stays: frames are paced to it
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.consumerFollows);
+        unlinkAll();
+        LVShmem producer;
+        producer.setAppRunning();
+        publishGrey(producer, 8, 8, 15, 10);
+        LVShmem reader(LVShmemRole::Reader);
+        std::unique_ptr<RecordingOutput> out =
+            c.consumerFollows ? std::make_unique<FollowingOutput>() : std::make_unique<RecordingOutput>();
+        LVVcamOptions o;
+        o.format = LVVcamFormat::BGRA;
+        LVVcamBridge bridge(reader, *out, o);
+        QString error;
+        ASSERT_TRUE(bridge.open(&error));
+        ASSERT_EQ(out->openedRate, 15);
+        const auto t0 = LVVcamBridge::Clock::now();
+        ASSERT_TRUE(bridge.step(t0));
+        out->frames.clear();
+        for (int i = 1; i <= 6; ++i) {
+            publishGrey(producer, 16, 8, 30, uint8_t(10 + i));
+            ASSERT_TRUE(bridge.step(t0 + milliseconds(34 * i)));
+        }
+        EXPECT_EQ(out->openedLayout.width, c.wantW);
+        EXPECT_EQ(out->openedLayout.height, c.wantH);
+        EXPECT_EQ(bridge.rate(), c.wantRate);
+        EXPECT_EQ(out->openedRate, c.wantRate);
+        EXPECT_EQ(out->frames.size(), c.written);
+        EXPECT_EQ(out->frames.back().size(), size_t(c.wantW * c.wantH * 4));
+    }
+}
+
+TEST_F(LVVcamBridgeTest, AProducerKilledWithoutAWordGivesTheCardAtOnce)
+{
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        LVShmem w;
+        w.setAppRunning();
+        publishGrey(w, 8, 8, 10, 90);
+        char byte = 1;
+        (void)!write(ready[1], &byte, 1);
+        pause();
+        _exit(0);
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    LVShmem reader(LVShmemRole::Reader);
     RecordingOutput out;
-    LVVcamBridge bridge(reader, out, {});
+    LVVcamOptions o;
+    o.format = LVVcamFormat::BGRA;
+    LVVcamBridge bridge(reader, out, o);
     QString error;
     ASSERT_TRUE(bridge.open(&error));
-    EXPECT_EQ(out.openedLayout.width, 320); // nothing running: the default video size
-    EXPECT_EQ(out.openedRate, 15);
+    const auto t0 = LVVcamBridge::Clock::now();
+    ASSERT_TRUE(bridge.step(t0));
+    EXPECT_FALSE(bridge.showingNoSignal());
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+    ASSERT_TRUE(bridge.step(t0 + std::chrono::milliseconds(150)));
+    EXPECT_TRUE(reader.appRunning()) << "the dead producer's pid is still recorded";
+    EXPECT_TRUE(bridge.showingNoSignal()) << "well before the three seconds of a pause";
 }
 
 TEST_F(LVVcamBridgeTest, KeepsTheCameraAliveAcrossPausesRestartsAndSizeChanges)
@@ -190,7 +311,22 @@ TEST(LVVcamToolTest, ExplainsHowToCreateALoopbackDevice)
     EXPECT_EQ(p.exitCode(), 1);
     const QString err = QString::fromUtf8(p.readAllStandardError());
     EXPECT_TRUE(err.startsWith(QStringLiteral("lumaveil-vcam: no v4l2loopback device found"))) << err.toStdString();
-    EXPECT_TRUE(err.contains(QStringLiteral("sudo modprobe v4l2loopback exclusive_caps=1 card_label=Lumaveil")));
+    for (const char* hint : {"sudo modprobe v4l2loopback exclusive_caps=1 card_label=Lumaveil", "v4l2loopback-dkms",
+                             "--stdout"})
+        EXPECT_TRUE(err.contains(QLatin1String(hint))) << hint;
+}
+
+TEST(LVVcamToolTest, SaysWhenTheDeviceIsNoCameraInsteadOfARawIoctlError)
+{
+    QProcess p;
+    p.start(vcam(), {QStringLiteral("--device"), QStringLiteral("/dev/null")});
+    ASSERT_TRUE(p.waitForFinished(10000));
+    EXPECT_EQ(p.exitCode(), 1);
+    const QString err = QString::fromUtf8(p.readAllStandardError());
+    EXPECT_TRUE(err.startsWith(QStringLiteral("lumaveil-vcam: /dev/null is not a v4l2loopback camera device")))
+        << err.toStdString();
+    EXPECT_FALSE(err.contains(QStringLiteral("ioctl"))) << err.toStdString();
+    EXPECT_TRUE(err.contains(QStringLiteral("v4l2loopback-dkms")));
 }
 
 TEST(LVVcamToolTest, RejectsBadArgumentsWithTheReason)

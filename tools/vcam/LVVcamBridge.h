@@ -16,8 +16,9 @@
 
 struct LVVcamOptions {
     LVVcamFormat format = LVVcamFormat::YUYV;
-    QSize size;           // invalid: the producer's newest frame, else 320x240
-    int rate = 0;         // 0: the producer's frame rate, else 15
+    QSize size;           // invalid: the producer's frames, else the stored video size, else 320x240
+    int rate = 0;         // 0: the producer's frame rate, else the stored one, else 15
+    QString preferencesPath; // Lumaveil's preferences, for the size it renders at next
     long frames = 0;      // stop after this many frames written; 0: run until stopped
     double noSignalAfter = 3.0; // seconds without a new frame before the card
 };
@@ -45,8 +46,20 @@ public:
     // The card as a transport frame (A,R,G,B bytes) of the given size.
     static std::vector<uint8_t> noSignalCard(int width, int height);
 
+    struct StoredVideo {
+        QSize size;
+        int rate = 0;
+    };
+    // The video size and frame rate in Lumaveil's preferences file; parts it does not hold
+    // (or a file that cannot be read) are left empty.
+    static StoredVideo storedVideo(const QString& preferencesPath);
+
 private:
     bool write(const std::vector<uint8_t>& frame, Clock::time_point now);
+    // Settles on a layout and rate: the converter and the card follow.
+    void adopt(const LVVcamLayout& layout, int rate);
+    // Asks the output to follow a producer's new size or rate where the options leave them open.
+    void followProducer(int width, int height, int rate);
 
     LVShmem& shmem_;
     LVVideoOutput& output_;

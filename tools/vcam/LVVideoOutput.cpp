@@ -16,6 +16,13 @@
 
 const char* const kLVModprobeHint = "sudo modprobe v4l2loopback exclusive_caps=1 card_label=Lumaveil";
 
+QString LVLoopbackHelp()
+{
+    return QStringLiteral("Install the v4l2loopback-dkms package and create one with:\n  %1\n"
+                          "or write raw frames to standard output with --stdout.")
+        .arg(QLatin1String(kLVModprobeHint));
+}
+
 bool LVFdOutput::open(LVVcamLayout&, int, QString*)
 {
     return true;
@@ -102,11 +109,32 @@ LVV4L2Output::~LVV4L2Output()
 
 bool LVV4L2Output::open(LVVcamLayout& layout, int rate, QString* error)
 {
-    fd_ = ::open(path_.toLocal8Bit().constData(), O_RDWR);
+    fd_ = ::open(path_.toLocal8Bit().constData(), O_RDWR | O_CLOEXEC);
     if (fd_ < 0) {
         *error = sysError("open") + QStringLiteral(" (%1)").arg(path_);
         return false;
     }
+    v4l2_capability cap{};
+    const bool isVideo = xioctl(fd_, VIDIOC_QUERYCAP, &cap) == 0;
+    const uint32_t caps = (cap.capabilities & V4L2_CAP_DEVICE_CAPS) ? cap.device_caps : cap.capabilities;
+    if (!isVideo || !(caps & V4L2_CAP_VIDEO_OUTPUT)) {
+        *error = QStringLiteral("%1 is not a v4l2loopback camera device. %2").arg(path_, LVLoopbackHelp());
+        return false;
+    }
+    return setFormat(layout, rate, error);
+}
+
+bool LVV4L2Output::reconfigure(LVVcamLayout& layout, int rate)
+{
+    LVVcamLayout wanted = layout;
+    QString error;
+    if (fd_ < 0 || !setFormat(wanted, rate, &error)) return false;
+    layout = wanted;
+    return true;
+}
+
+bool LVV4L2Output::setFormat(LVVcamLayout& layout, int rate, QString* error)
+{
     v4l2_format fmt{};
     fmt.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     fmt.fmt.pix.width = uint32_t(layout.width);
@@ -117,7 +145,7 @@ bool LVV4L2Output::open(LVVcamLayout& layout, int rate, QString* error)
     fmt.fmt.pix.sizeimage = uint32_t(layout.frameBytes);
     fmt.fmt.pix.colorspace = layout.format == LVVcamFormat::BGRA ? V4L2_COLORSPACE_SRGB : V4L2_COLORSPACE_SMPTE170M;
     if (xioctl(fd_, VIDIOC_S_FMT, &fmt) < 0) {
-        *error = sysError("VIDIOC_S_FMT");
+        *error = sysError("VIDIOC_S_FMT") + QStringLiteral(" (%1)").arg(path_);
         return false;
     }
     // The driver's answer is what consumers see: follow it.

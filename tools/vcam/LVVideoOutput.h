@@ -14,6 +14,9 @@ public:
     virtual bool open(LVVcamLayout& layout, int rate, QString* error) = 0;
     // False when the consumer has gone away.
     virtual bool writeFrame(const uint8_t* data, size_t bytes) = 0;
+    // Asks an open output for another layout or rate; false (nothing changed) when the
+    // consumer cannot follow, for example while a client is streaming.
+    virtual bool reconfigure(LVVcamLayout& /*layout*/, int /*rate*/) { return false; }
     // "standard output", "/dev/video4 (Lumaveil)"
     virtual QString description() const = 0;
 };
@@ -48,11 +51,16 @@ public:
     ~LVV4L2Output() override;
     bool open(LVVcamLayout& layout, int rate, QString* error) override;
     bool writeFrame(const uint8_t* data, size_t bytes) override;
+    bool reconfigure(LVVcamLayout& layout, int rate) override;
     QString description() const override { return path_; }
 
 private:
+    bool setFormat(LVVcamLayout& layout, int rate, QString* error);
+
     QString path_;
     int fd_ = -1;
 };
 
 extern const char* const kLVModprobeHint;
+// How to get a camera device, or do without one; follows "no device found" and the like.
+QString LVLoopbackHelp();

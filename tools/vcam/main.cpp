@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdio>
 
+#include "core/LVDefaults.h"
 #include "tools/vcam/LVVcamBridge.h"
 
 namespace {
@@ -110,6 +111,7 @@ int main(int argc, char** argv)
     }
 
     LVVcamOptions options;
+    options.preferencesPath = LVDefaults::defaultPath();
     const std::optional<LVVcamFormat> fmt = LVVcamFormatFromName(parser.value(format));
     if (!fmt)
         return fail(QStringLiteral("unknown format \"%1\" (use yuyv, i420, nv12 or bgra)").arg(parser.value(format)));
@@ -141,8 +143,7 @@ int main(int argc, char** argv)
             const QString devDir = qEnvironmentVariable("LUMAVEIL_DEV_DIR", QStringLiteral("/dev"));
             path = LVV4L2Output::chooseDevice(LVV4L2Output::loopbackDevices(devDir));
             if (path.isEmpty())
-                return fail(QStringLiteral("no v4l2loopback device found. Create one with:\n  %1")
-                                .arg(QLatin1String(kLVModprobeHint)));
+                return fail(QStringLiteral("no v4l2loopback device found. %1").arg(LVLoopbackHelp()));
         }
         output = std::make_unique<LVV4L2Output>(path);
     }
@@ -151,7 +152,7 @@ int main(int argc, char** argv)
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
 
-    LVShmem shmem;
+    LVShmem shmem(LVShmemRole::Reader);
     LVVcamBridge bridge(shmem, *output, options);
     QString error;
     if (!bridge.open(&error))
