@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QLocalServer>
 #include <QLocalSocket>
@@ -233,9 +234,15 @@ QByteArray LVControlServer::replyToLine(const QByteArray& line) const
     const QJsonDocument document = QJsonDocument::fromJson(line, &parseError);
     QJsonObject reply;
     if (parseError.error != QJsonParseError::NoError) {
-        reply = LVControlError(QStringLiteral("request is not JSON: %1 at byte %2")
+        // A lone string or number is JSON too, just not a request.
+        const QJsonDocument wrapped = QJsonDocument::fromJson('[' + line + ']');
+        if (wrapped.isArray() && wrapped.array().size() == 1) {
+            reply = LVControlError(QStringLiteral("request must be a JSON object"));
+        } else {
+            reply = LVControlError(QStringLiteral("request is not JSON: %1 at byte %2")
                                    .arg(parseError.errorString())
                                    .arg(parseError.offset));
+        }
     } else if (!document.isObject()) {
         reply = LVControlError(QStringLiteral("request must be a JSON object"));
     } else {

@@ -81,7 +81,12 @@ public:
         return line;
     }
 
-    QByteArray request(const QByteArray& line) { return send(line + '\n') ? readLine() : QByteArray(); }
+    // A server that refused us may hang up before reading: its farewell line is still read.
+    QByteArray request(const QByteArray& line)
+    {
+        send(line + '\n');
+        return readLine();
+    }
 
     // True when the server closed the connection (end of stream or reset).
     bool isClosedByServer()

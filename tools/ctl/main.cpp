@@ -88,10 +88,11 @@ int main(int argc, char** argv)
     }
     QByteArray reply;
     const QByteArray request = QJsonDocument(invocation->request).toJson(QJsonDocument::Compact) + '\n';
-    if (!sendAll(fd, request)) {
-        error = QStringLiteral("send: %1").arg(QString::fromLocal8Bit(std::strerror(errno)));
-    } else {
-        receiveLine(fd, &reply, &error);
+    // Sent or not, a reply may be waiting: a busy Lumaveil says why it hung up.
+    const bool sent = sendAll(fd, request);
+    const int sendError = errno;
+    if (!receiveLine(fd, &reply, &error) && !sent) {
+        error = QStringLiteral("send: %1").arg(QString::fromLocal8Bit(std::strerror(sendError)));
     }
     ::close(fd);
     if (!error.isEmpty()) {
