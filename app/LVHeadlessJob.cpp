@@ -1,11 +1,13 @@
 #include "app/LVHeadlessJob.h"
 
 #include "app/LVQuitOnSignal.h"
+#include "control/surface/LVControlSurface.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "render/LVContext.h"
 #include "render/transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
+#include "studio/LVStudio.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -217,6 +219,9 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
         printJson(result);
         return 0;
     }
+
+    // Driven from outside by lumaveil-ctl and MIDI, like the window application.
+    const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*app, LVStudio::of(*app));
 
     qint64 firstFrameMs = -1;
     const qint64 limit = commandLine.frames.value_or(0);

@@ -3,12 +3,14 @@
 #include "app/LVHeadlessJob.h"
 #include "app/LVKindRegistration.h"
 #include "app/LVQuitOnSignal.h"
+#include "control/surface/LVControlSurface.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
 #include "effects/pip/PIPEffect.h"
 #include "gui/main/LVMainWindow.h"
 #include "setups/model/LVSetupManager.h"
+#include "studio/LVStudio.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -92,6 +94,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 2;
     }
+    const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*lumaveil, LVStudio::of(*lumaveil));
     window.show();
     window.showBetaNagIfNeeded();
     LVQuitOnSignal quitOnSignal;
