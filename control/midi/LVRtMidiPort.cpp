@@ -31,14 +31,22 @@ struct LVRtMidiPort::OpenSource {
 
 LVRtMidiPort::LVRtMidiPort()
 {
+    // Asked first, because RtMidi prints its own lines when the sequencer is missing.
     snd_lib_error_set_handler(quietAlsa);
+    snd_seq_t* sequencer = nullptr;
+    const int status = snd_seq_open(&sequencer, "default", SND_SEQ_OPEN_INPUT, 0);
+    if (sequencer) snd_seq_close(sequencer);
+    snd_lib_error_set_handler(nullptr);
+    if (status < 0) {
+        LVLog("MIDI: no MIDI input available, studio buttons will not answer MIDI keys (ALSA sequencer: %s)",
+              snd_strerror(status));
+        return;
+    }
     try {
         probe_ = std::make_unique<RtMidiIn>(RtMidi::LINUX_ALSA, clientName);
     } catch (const RtMidiError& error) {
-        LVLog("MIDI: no MIDI input available, studio buttons will not answer MIDI keys (ALSA sequencer: %s)",
-              error.what());
+        LVLog("MIDI: no MIDI input available, studio buttons will not answer MIDI keys (%s)", error.what());
     }
-    snd_lib_error_set_handler(nullptr);
 }
 
 LVRtMidiPort::~LVRtMidiPort()

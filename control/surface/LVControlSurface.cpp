@@ -44,7 +44,11 @@ LVControlSurface::LVControlSurface(Lumaveil& app, LVStudio* studio, std::unique_
     }
     QString error;
     listening_ = server_.listen(socketPath, &error);
-    if (!listening_) LVLog("Control: no control socket: %s", qPrintable(error));
+    if (listening_) {
+        LVLog("Control: serving %s", qPrintable(socketPath));
+    } else {
+        LVLog("Control: no control socket: %s", qPrintable(error));
+    }
 }
 
 LVControlSurface::~LVControlSurface() = default;

@@ -76,7 +76,8 @@ TEST_F(LVCtlProcessTest, ExitStatusTellsSuccessFailureAndNobodyRunning)
         const CtlRun run = ctl(c.arguments);
         EXPECT_EQ(run.status, c.status) << qPrintable(c.arguments.join(' '));
         EXPECT_EQ(run.out, QString::fromUtf8(c.out)) << qPrintable(c.arguments.join(' '));
-        EXPECT_TRUE(run.err.startsWith(QString::fromUtf8(c.errStart))) << qPrintable(run.err);
+        const QString errStart = QString::fromUtf8(c.errStart);
+        EXPECT_EQ(run.err.left(errStart.size()), errStart) << qPrintable(c.arguments.join(" ") + ": " + run.err);
     }
     EXPECT_EQ(requests, (QStringList{R"({"command":"cut"})", R"({"command":"get","property":"studioTransitionTime"})",
                                      R"({"command":"get","property":"studioTransitionTime"})",

@@ -1,11 +1,13 @@
 // The MIDI hub: encoded keys, the message filter, dispatch order and cancellation, and
 // delivery from a port's own thread onto the main thread.
 #include "control/midi/LVMIDI.h"
+#include "control/midi/LVRtMidiPort.h"
 
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QFile>
 #include <QTimer>
 
 #include <thread>
@@ -200,6 +202,17 @@ TEST_F(LVMIDITest, TheFirstHubIsTheSharedOneUntilItGoes)
     EXPECT_FALSE(second.isAvailable());
     hub.reset();
     EXPECT_EQ(LVMIDI::sharedLVMIDI(), nullptr);
+}
+
+TEST_F(LVMIDITest, WithoutASequencerTheRealPortIsUnavailableAndTheHubRunsOn)
+{
+    if (QFile::exists(QStringLiteral("/dev/snd/seq"))) GTEST_SKIP() << "this machine has an ALSA sequencer";
+    LVMIDI real(std::make_unique<LVRtMidiPort>());
+    EXPECT_FALSE(real.isAvailable());
+    int calls = 0;
+    real.registerForMIDIMessages([&](const LVMIDIMessage&) { ++calls; });
+    real.takeMIDIMessages({message(0x90, 1, 100)});
+    EXPECT_EQ(calls, 1);
 }
 
 } // namespace
