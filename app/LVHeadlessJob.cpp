@@ -2,6 +2,7 @@
 
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
+#include "control/surface/LVControlSurface.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/util/LVLog.h"
@@ -9,6 +10,7 @@
 #include "render/LVContext.h"
 #include "render/transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
+#include "studio/LVStudio.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -249,6 +251,9 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
         printJson(result);
         return 0;
     }
+
+    // Driven from outside by lumaveil-ctl and MIDI, like the window application.
+    const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*app, LVStudio::of(*app));
 
     qint64 firstFrameMs = -1;
     const qint64 limit = commandLine.frames.value_or(0);

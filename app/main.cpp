@@ -4,12 +4,14 @@
 #include "app/LVKindRegistration.h"
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
+#include "control/surface/LVControlSurface.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
 #include "effects/pip/PIPEffect.h"
 #include "gui/main/LVMainWindow.h"
 #include "setups/model/LVSetupManager.h"
+#include "studio/LVStudio.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -123,6 +125,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         restart = true;
         QCoreApplication::quit();
     });
+    const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*lumaveil, LVStudio::of(*lumaveil));
     window.show();
     window.showBetaNagIfNeeded();
     LVQuitOnSignal quitOnSignal;

@@ -68,6 +68,7 @@ public:
     void setKeyDispatcher(LVKeyDispatcher* dispatcher) { keyDispatcher_ = dispatcher; }
     void setSetupCatalog(LVSetupCatalog* catalog) { setupCatalog_ = catalog; }
     LVSetupCatalog* setupManager() const { return setupCatalog_; }
+    LVStudioHooks* studio() const { return studio_.get(); }
     struct WindowFrames {
         QString windowFrame;
         QString previewOrigin;

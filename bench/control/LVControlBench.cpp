@@ -1,0 +1,322 @@
+// Control-interface figures, each against a reference measured in the same run:
+//   roundtrip: "get studioButtons" with 100 buttons over the control socket, against a plain
+//              Unix-socket echo that answers with a line of the same size;
+//   cut:       from sending "cut" to the first published frame that shows the new Program,
+//              against the frame period.
+// Prints one JSON object per figure.
+#include "control/midi/LVMIDIPort.h"
+#include "control/surface/LVControlSurface.h"
+#include "core/LVDefaults.h"
+#include "render/transport/LVShmem.h"
+#include "setups/model/LVSetupManager.h"
+#include "studio/LVStudio.h"
+#include "tests/app/LVTestKinds.h"
+
+#include <QEventLoop>
+#include <QFile>
+#include <QGuiApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class LVSilentMIDIPort : public LVMIDIPort {
+public:
+    void start(Sink) override {}
+    bool isAvailable() const override { return false; }
+};
+
+double msSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+double percentile(std::vector<double> samples, double fraction)
+{
+    if (samples.empty()) return 0;
+    std::sort(samples.begin(), samples.end());
+    return samples[std::min(samples.size() - 1, size_t(fraction * double(samples.size() - 1) + 0.5))];
+}
+
+double round3(double value)
+{
+    return double(qRound64(value * 1000.0)) / 1000.0;
+}
+
+int connectUnix(const QString& path)
+{
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof address.sun_path - 1);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        std::perror("connect");
+        std::exit(1);
+    }
+    return fd;
+}
+
+// Reads up to a newline; the bytes after it stay in buffer.
+QByteArray readLine(int fd, QByteArray& buffer)
+{
+    char chunk[65536];
+    while (!buffer.contains('\n')) {
+        const ssize_t n = ::recv(fd, chunk, sizeof chunk, 0);
+        if (n <= 0) return {};
+        buffer.append(chunk, n);
+    }
+    const qsizetype end = buffer.indexOf('\n');
+    QByteArray line = buffer.left(end);
+    buffer.remove(0, end + 1);
+    return line;
+}
+
+std::vector<double> roundTrips(const QString& path, const QByteArray& request, int count, qsizetype* replyBytes)
+{
+    const int fd = connectUnix(path);
+    QByteArray buffer;
+    std::vector<double> ms;
+    for (int i = 0; i < count; ++i) {
+        const auto start = Clock::now();
+        ::send(fd, request.constData(), size_t(request.size()), MSG_NOSIGNAL);
+        const QByteArray reply = readLine(fd, buffer);
+        ms.push_back(msSince(start));
+        *replyBytes = reply.size();
+    }
+    ::close(fd);
+    return ms;
+}
+
+// The reference: a blocking echo thread that answers each line with `answer`.
+class PlainEchoServer {
+public:
+    PlainEchoServer(const QString& path, QByteArray answer) : answer_(std::move(answer))
+    {
+        listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address {};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof address.sun_path - 1);
+        if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(listener_, 4) != 0) {
+            std::perror("echo listen");
+            std::exit(1);
+        }
+        thread_ = std::thread([this] {
+            const int fd = ::accept(listener_, nullptr, nullptr);
+            QByteArray buffer;
+            while (!readLine(fd, buffer).isNull()) ::send(fd, answer_.constData(), size_t(answer_.size()), MSG_NOSIGNAL);
+            ::close(fd);
+        });
+    }
+    ~PlainEchoServer()
+    {
+        thread_.join();
+        ::close(listener_);
+    }
+
+private:
+    QByteArray answer_;
+    int listener_ = -1;
+    std::thread thread_;
+};
+
+template <class Work>
+void runWhileServing(Work work)
+{
+    QEventLoop loop;
+    std::thread client([&] {
+        work();
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+    });
+    loop.exec();
+    client.join();
+}
+
+// A controller with a studio of setups on disk, served on a control socket.
+struct Rig {
+    QTemporaryDir dir;
+    std::unique_ptr<LVDefaults> defaults;
+    std::unique_ptr<Lumaveil> app;
+    std::unique_ptr<LVSetupManager> setups;
+    LVStudio* studio = nullptr;
+    std::unique_ptr<LVControlSurface> control;
+
+    Rig(const std::vector<std::pair<QString, QString>>& namedKinds, bool timer, int frameRate)
+    {
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
+        defaults = std::make_unique<LVDefaults>(dir.filePath("prefs.json"));
+        LVLaunchOptions options;
+        options.videoSize = QSize(1280, 720);
+        options.frameRate = frameRate;
+        options.startTimer = timer;
+        options.folders.bundled = options.folders.user = options.folders.system = dir.filePath("none");
+        QString error;
+        app = Lumaveil::create(*defaults, options, &error);
+        if (!app) {
+            std::fprintf(stderr, "bench_control: %s\n", qPrintable(error));
+            std::exit(1);
+        }
+        app->awakeFromNib();
+        setups = std::make_unique<LVSetupManager>(*defaults, app->context(), dir.filePath("Saved Setups"));
+        setups->startup();
+        app->setSetupCatalog(setups.get());
+        for (const auto& [name, className] : namedKinds) {
+            setups->newSavedSetupWithName(name, {makeTestEffect(className, app->context())});
+        }
+        auto owned = std::make_unique<LVStudio>(*app, *setups);
+        studio = owned.get();
+        app->setStudio(std::move(owned));
+        studio->startup();
+        control = std::make_unique<LVControlSurface>(*app, studio, std::make_unique<LVSilentMIDIPort>(),
+                                                     dir.filePath("run/control.sock"));
+    }
+
+    ~Rig()
+    {
+        control.reset();
+        app->applicationWillTerminate();
+        app->setStudio(nullptr);
+        setups.reset();
+        app.reset();
+    }
+};
+
+void printJson(const QJsonObject& object)
+{
+    std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
+    std::fflush(stdout);
+}
+
+void benchRoundTrip(int count)
+{
+    std::vector<std::pair<QString, QString>> kinds;
+    for (int i = 0; i < 100; ++i) {
+        kinds.emplace_back(QStringLiteral("Setup %1").arg(i, 3, 10, QLatin1Char('0')),
+                           i % 2 ? QStringLiteral("Marker") : QStringLiteral("RedSource"));
+    }
+    Rig rig(kinds, false, 30);
+    const QByteArray request = "{\"command\":\"get\",\"property\":\"studioButtons\"}\n";
+    qsizetype replyBytes = 0;
+    std::vector<double> control;
+    runWhileServing([&] {
+        roundTrips(rig.control->server().path(), request, 100, &replyBytes);
+        control = roundTrips(rig.control->server().path(), request, count, &replyBytes);
+    });
+    std::vector<double> echo;
+    {
+        const QString echoPath = rig.dir.filePath("echo.sock");
+        PlainEchoServer server(echoPath, QByteArray(replyBytes, 'x') + '\n');
+        qsizetype echoBytes = 0;
+        roundTrips(echoPath, request, 100, &echoBytes);
+        echo = roundTrips(echoPath, request, count, &echoBytes);
+    }
+    const double p99 = percentile(control, 0.99);
+    const double echoP99 = percentile(echo, 0.99);
+    printJson(QJsonObject{
+        {"figure", "get studioButtons round trip"},
+        {"buttons", int(rig.studio->studioButtons().size())},
+        {"reply_bytes", replyBytes},
+        {"requests", count},
+        {"p50_ms", round3(percentile(control, 0.5))},
+        {"p99_ms", round3(p99)},
+        {"echo_p50_ms", round3(percentile(echo, 0.5))},
+        {"echo_p99_ms", round3(echoP99)},
+        {"p99_ratio_to_echo", round3(echoP99 > 0 ? p99 / echoP99 : 0)},
+    });
+}
+
+void paintButton(LVStudio& studio, const char* name, QColor color)
+{
+    for (const LVEffectRef& effect : studio.buttonHavingName(QString::fromLatin1(name))->effects()) {
+        if (auto* recording = dynamic_cast<LVRecordingEffect*>(effect.get())) {
+            recording->paint = [color](LVContext& context) {
+                fillFrameRect(context, 0, 0, context.width(), context.height(), color);
+            };
+        }
+    }
+}
+
+void benchCutToFrame(int count, int frameRate)
+{
+    qputenv("LUMAVEIL_SHM_PREFIX", QByteArray("lvbench.control.") + QByteArray::number(::getpid()) + '.');
+    Rig rig({{"Red", "RedSource"}, {"Blue", "BlueSource"}}, true, frameRate);
+    paintButton(*rig.studio, "Red", Qt::red);
+    paintButton(*rig.studio, "Blue", Qt::blue);
+    rig.studio->setSwapMode(true);
+    rig.studio->buttonHavingName("Red")->punchToAir();
+    rig.studio->buttonHavingName("Blue")->selectForAir();
+    const double periodMs = 1000.0 / frameRate;
+    std::vector<double> toReply;
+    std::vector<double> toFrame;
+    runWhileServing([&] {
+        LVShmem reader;
+        uint64_t lastTimestamp = 0;
+        std::unique_ptr<uint8_t[]> pixels;
+        // The red byte of the first pixel (A,R,G,B) tells which setup is on air.
+        auto waitForRed = [&](bool red) {
+            for (;;) {
+                uint64_t length = 0;
+                const LVShmemReadResult result = reader.getData(pixels, length, lastTimestamp);
+                if (result.status == 0) {
+                    lastTimestamp = result.timestamp;
+                    if ((pixels[1] > 128) == red) return;
+                }
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            }
+        };
+        waitForRed(true);
+        const int fd = connectUnix(rig.control->server().path());
+        QByteArray buffer;
+        bool red = true;
+        for (int i = 0; i < count; ++i) {
+            // Spread the requests over the frame's phase.
+            std::this_thread::sleep_for(std::chrono::microseconds(int(periodMs * 1000 * ((i * 7) % 10) / 10.0)));
+            const auto start = Clock::now();
+            ::send(fd, "{\"command\":\"cut\"}\n", 18, MSG_NOSIGNAL);
+            readLine(fd, buffer);
+            toReply.push_back(msSince(start));
+            red = !red;
+            waitForRed(red);
+            toFrame.push_back(msSince(start));
+        }
+        ::close(fd);
+    });
+    printJson(QJsonObject{
+        {"figure", "cut request to first changed frame in shared memory"},
+        {"size", "1280x720"},
+        {"frame_rate", frameRate},
+        {"frame_period_ms", round3(periodMs)},
+        {"cuts", count},
+        {"reply_p50_ms", round3(percentile(toReply, 0.5))},
+        {"p50_ms", round3(percentile(toFrame, 0.5))},
+        {"p99_ms", round3(percentile(toFrame, 0.99))},
+        {"max_ms", round3(percentile(toFrame, 1.0))},
+        {"max_in_frame_periods", round3(percentile(toFrame, 1.0) / periodMs)},
+        {"measured_fps", round3(rig.app->measuredFps())},
+    });
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication application(argc, argv);
+    LVRegisterTestKinds();
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    const bool all = arguments.isEmpty();
+    if (all || arguments.contains("roundtrip")) benchRoundTrip(2000);
+    if (all || arguments.contains("cut")) benchCutToFrame(40, 30);
+    return 0;
+}

@@ -1,0 +1,150 @@
+// The headless job driven by lumaveil-ctl: real processes, a real socket, a killed
+// instance's socket taken over by the next one.
+#include "control/socket/LVControlSocket.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <cstring>
+#include <memory>
+
+namespace {
+
+class LVHeadlessControlTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        static int argc = 1;
+        static char name[] = "test";
+        static char* argv[] = {name, nullptr};
+        if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        environment = QProcessEnvironment::systemEnvironment();
+        for (const char* variable : {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME", "XDG_DATA_HOME"}) {
+            const QString path = dir.filePath(QString::fromLatin1(variable));
+            QDir().mkpath(path);
+            environment.insert(QString::fromLatin1(variable), path);
+        }
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        socketPath = dir.filePath(QStringLiteral("XDG_RUNTIME_DIR/lumaveil/control.sock"));
+    }
+
+    // Starts a headless Lumaveil and waits until its stderr shows `until`.
+    std::unique_ptr<QProcess> startLumaveil(const QString& until, const QStringList& extra = {})
+    {
+        auto process = std::make_unique<QProcess>();
+        process->setProcessEnvironment(environment);
+        QEventLoop loop;
+        QString seen;
+        QObject::connect(process.get(), &QProcess::readyReadStandardError, &loop, [&] {
+            seen += QString::fromUtf8(process->readAllStandardError());
+            if (seen.contains(until)) loop.quit();
+        });
+        QObject::connect(process.get(), &QProcess::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+        process->start(QStringLiteral(LV_LUMAVEIL_PATH),
+                       QStringList{"--headless", "--video-size", "64x48", "--fps", "30"} + extra);
+        loop.exec();
+        QObject::disconnect(process.get(), nullptr, &loop, nullptr);
+        stderrText = seen;
+        EXPECT_TRUE(seen.contains(until)) << qPrintable(seen);
+        return process;
+    }
+
+    struct Run {
+        int status = -1;
+        QString out;
+        QString err;
+    };
+    Run ctl(const QStringList& arguments)
+    {
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        QEventLoop loop;
+        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        process.start(QStringLiteral(LV_CTL_PATH), arguments);
+        loop.exec();
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    static void stop(QProcess& process)
+    {
+        QEventLoop loop;
+        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        process.terminate();
+        if (process.state() != QProcess::NotRunning) loop.exec();
+    }
+
+    QTemporaryDir dir;
+    QProcessEnvironment environment;
+    QString socketPath;
+    QString stderrText;
+};
+
+TEST_F(LVHeadlessControlTest, CtlDrivesTheChainOfARunningHeadlessJob)
+{
+    environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.a."));
+    const auto lumaveil = startLumaveil(QStringLiteral("Control: serving ") + socketPath);
+    EXPECT_TRUE(stderrText.contains(QLatin1String("MIDI: no MIDI input available")) ||
+                QFile::exists(QStringLiteral("/dev/snd/seq")));
+
+    struct Step {
+        QStringList arguments;
+        int status;
+        const char* out;
+        const char* err;
+    };
+    const Step steps[] = {
+        {{"setSource", "Test Pattern"}, 0, "", ""},
+        // The source leads the chain; the default overlay may follow it.
+        {{"get", "liveEffects"}, 0, "class=TestPatternSource enabled=true name=Test Pattern source=true\n", ""},
+        {{"addEffect", "No Such Effect"}, 1, "", "lumaveil-ctl: no effect named \"No Such Effect\"\n"},
+        {{"loadSetup", "Nothing Saved", "--merge"}, 1, "", "lumaveil-ctl: no saved setup named \"Nothing Saved\" could be loaded\n"},
+    };
+    for (const Step& step : steps) {
+        const Run run = ctl(step.arguments);
+        EXPECT_EQ(run.status, step.status) << qPrintable(step.arguments.join(' '));
+        EXPECT_EQ(run.out.left(qsizetype(std::strlen(step.out))), QString::fromUtf8(step.out))
+            << qPrintable(step.arguments.join(' ') + ": " + run.out);
+        EXPECT_EQ(run.err, QString::fromUtf8(step.err)) << qPrintable(step.arguments.join(' '));
+    }
+
+    // A second instance finds the socket taken and runs on without one.
+    environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.b."));
+    const auto second = startLumaveil(QStringLiteral("Control: no control socket: another Lumaveil already serves"));
+    stop(*second);
+    EXPECT_EQ(ctl({"get", "liveEffects"}).status, 0);
+
+    stop(*lumaveil);
+    EXPECT_FALSE(QFile::exists(socketPath));
+    EXPECT_EQ(ctl({"cut"}).status, 2);
+}
+
+TEST_F(LVHeadlessControlTest, TheSocketOfAKilledInstanceIsTakenOver)
+{
+    environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.c."));
+    auto killed = startLumaveil(QStringLiteral("Control: serving"));
+    killed->kill();
+    killed->waitForFinished();
+    ASSERT_TRUE(QFile::exists(socketPath));
+    EXPECT_EQ(ctl({"cut"}).status, 2);
+
+    const auto next = startLumaveil(QStringLiteral("Control: serving"));
+    EXPECT_TRUE(stderrText.contains(QStringLiteral("Control: removed stale socket ") + socketPath)) << qPrintable(stderrText);
+    EXPECT_EQ(ctl({"get", "liveEffects"}).status, 0);
+    stop(*next);
+}
+
+} // namespace

@@ -1,0 +1,218 @@
+// The MIDI hub: encoded keys, the message filter, dispatch order and cancellation, and
+// delivery from a port's own thread onto the main thread.
+#include "control/midi/LVMIDI.h"
+#include "control/midi/LVRtMidiPort.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QFile>
+#include <QTimer>
+
+#include <thread>
+
+namespace {
+
+LVMIDIMessage message(uint8_t status, uint8_t data1, uint8_t data2)
+{
+    LVMIDIMessage m;
+    m.status = status;
+    m.data1 = data1;
+    m.data2 = data2;
+    return m;
+}
+
+// Hands the hub whatever a test sends, from whichever thread sends it.
+class LVTestMIDIPort : public LVMIDIPort {
+public:
+    void start(Sink sink) override { sink_ = std::move(sink); }
+    bool isAvailable() const override { return true; }
+    void send(std::vector<LVMIDIMessage> batch) { sink_(std::move(batch)); }
+
+private:
+    Sink sink_;
+};
+
+class LVMIDITest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        static int argc = 1;
+        static char name[] = "test";
+        static char* argv[] = {name, nullptr};
+        if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);
+    }
+
+    void SetUp() override
+    {
+        auto owned = std::make_unique<LVTestMIDIPort>();
+        port = owned.get();
+        hub = std::make_unique<LVMIDI>(std::move(owned));
+    }
+
+    LVTestMIDIPort* port = nullptr;
+    std::unique_ptr<LVMIDI> hub;
+};
+
+TEST(LVMIDIMessageTest, EncodedKeysTellNotesControllersAndChannelsApart)
+{
+    struct Case {
+        const char* what;
+        LVMIDIMessage a, b;
+        bool same;
+    };
+    const Case cases[] = {
+        {"note 60 at any velocity", message(0x90, 60, 1), message(0x90, 60, 127), true},
+        {"controller 60 at any value", message(0xB0, 60, 0), message(0xB0, 60, 99), true},
+        {"note 60 against controller 60", message(0x90, 60, 100), message(0xB0, 60, 100), false},
+        {"note 60 against note 61", message(0x90, 60, 100), message(0x90, 61, 100), false},
+        {"note 60 on channels 1 and 2", message(0x90, 60, 100), message(0x91, 60, 100), false},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.a.encodedKeyValue() == c.b.encodedKeyValue(), c.same) << c.what;
+    }
+    EXPECT_EQ(message(0x90, 60, 100).encodedKeyValue(), 0x13C90u);
+    EXPECT_EQ(message(0xB3, 7, 0).encodedKeyValue(), 0x107B3u);
+}
+
+TEST(LVMIDIMessageTest, DecodingForDisplayKeepsStatusAndNoteAndReadsVelocityOne)
+{
+    const LVMIDIMessage decoded = LVMIDIMessage::voiceMessageWithEncodedKeyValue(0x13C91u);
+    EXPECT_EQ(decoded.status, 0x91);
+    EXPECT_EQ(decoded.data1, 60);
+    EXPECT_EQ(decoded.data2, 1);
+    EXPECT_EQ(decoded.timeStamp, 0);
+    EXPECT_EQ(decoded.encodedKeyValue(), 0x13C91u);
+    EXPECT_EQ(decoded.displayText(), QStringLiteral("Note On C4 (60), channel 2"));
+    EXPECT_EQ(LVMIDIMessage::voiceMessageWithEncodedKeyValue(0x107B0u).displayText(),
+              QStringLiteral("Control 7, channel 1"));
+}
+
+TEST(LVMIDIMessageTest, RawBytesBecomeMessagesOnlyWhenComplete)
+{
+    struct Case {
+        std::vector<unsigned char> bytes;
+        std::optional<LVMIDIMessage> expected;
+    };
+    const Case cases[] = {
+        {{0x90, 60, 100}, message(0x90, 60, 100)},
+        {{0xC2, 5}, message(0xC2, 5, 0)},
+        {{0xF8}, message(0xF8, 0, 0)},
+        {{0x90, 60}, std::nullopt},
+        {{60, 100}, std::nullopt},
+        {{}, std::nullopt},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(LVMIDIMessage::fromBytes(c.bytes, 0), c.expected) << c.bytes.size() << " bytes";
+    }
+}
+
+TEST(LVMIDIMessageTest, OnlyNoteOnsWithVelocityAndControlChangesPass)
+{
+    struct Case {
+        LVMIDIMessage message;
+        bool passes;
+    };
+    const Case cases[] = {
+        {message(0x90, 60, 100), true},   {message(0x9F, 60, 1), true},  {message(0x90, 60, 0), false},
+        {message(0x80, 60, 100), false},  {message(0xB0, 1, 0), true},   {message(0xB5, 1, 127), true},
+        {message(0xC0, 1, 0), false},     {message(0xE0, 0, 64), false}, {message(0xF8, 0, 0), false},
+        {message(0xA0, 60, 10), false},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(LVMIDI::passesFilter(c.message), c.passes) << qPrintable(c.message.displayText());
+    }
+}
+
+TEST_F(LVMIDITest, ListenersHearPassingMessagesInRegistrationOrder)
+{
+    QStringList heard;
+    hub->registerForMIDIMessages([&](const LVMIDIMessage& m) { heard << QStringLiteral("a%1").arg(m.data1); });
+    hub->registerForMIDIMessages([&](const LVMIDIMessage& m) { heard << QStringLiteral("b%1").arg(m.data1); });
+    hub->takeMIDIMessages({message(0x90, 1, 100), message(0x90, 2, 0), message(0x80, 3, 0), message(0xB0, 4, 0)});
+    EXPECT_EQ(heard, (QStringList{"a1", "b1", "a4", "b4"}));
+}
+
+TEST_F(LVMIDITest, ListenerCancellingItselfIsNotCalledForTheNextMessage)
+{
+    QStringList heard;
+    LVMIDI::Handle self;
+    self = hub->registerForMIDIMessages([&](const LVMIDIMessage& m) {
+        heard << QStringLiteral("once%1").arg(m.data1);
+        hub->cancelRegistrationForMIDIMessages(self);
+    });
+    hub->registerForMIDIMessages([&](const LVMIDIMessage& m) { heard << QStringLiteral("always%1").arg(m.data1); });
+    hub->takeMIDIMessages({message(0x90, 1, 100), message(0x90, 2, 100)});
+    EXPECT_EQ(heard, (QStringList{"once1", "always1", "always2"}));
+    EXPECT_EQ(hub->listenerCount(), 1u);
+}
+
+TEST_F(LVMIDITest, ListenerCancelledByAnEarlierOneStillHearsTheCurrentMessageOnly)
+{
+    QStringList heard;
+    LVMIDI::Handle second;
+    hub->registerForMIDIMessages([&](const LVMIDIMessage&) { hub->cancelRegistrationForMIDIMessages(second); });
+    second = hub->registerForMIDIMessages([&](const LVMIDIMessage& m) { heard << QString::number(m.data1); });
+    hub->takeMIDIMessages({message(0x90, 1, 100), message(0x90, 2, 100)});
+    EXPECT_EQ(heard, QStringList{"1"});
+}
+
+TEST_F(LVMIDITest, CancellationOutsideADispatchIsImmediate)
+{
+    int calls = 0;
+    const LVMIDI::Handle handle = hub->registerForMIDIMessages([&](const LVMIDIMessage&) { ++calls; });
+    hub->cancelRegistrationForMIDIMessages(handle);
+    hub->cancelRegistrationForMIDIMessages(handle);
+    hub->cancelRegistrationForMIDIMessages(nullptr);
+    EXPECT_EQ(hub->listenerCount(), 0u);
+    hub->takeMIDIMessages({message(0x90, 1, 100)});
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(LVMIDITest, MessagesFromThePortsThreadArriveOnTheMainThread)
+{
+    QEventLoop loop;
+    std::thread::id listenerThread;
+    std::vector<uint8_t> notes;
+    hub->registerForMIDIMessages([&](const LVMIDIMessage& m) {
+        listenerThread = std::this_thread::get_id();
+        notes.push_back(m.data1);
+        if (notes.size() == 2) loop.quit();
+    });
+    std::thread sender([this] {
+        port->send({message(0x90, 10, 100)});
+        port->send({message(0x90, 11, 0), message(0xB0, 12, 5)});
+    });
+    sender.join();
+    QTimer::singleShot(10000, &loop, [&] {
+        ADD_FAILURE() << "no delivery";
+        loop.quit();
+    });
+    loop.exec();
+    EXPECT_EQ(listenerThread, std::this_thread::get_id());
+    EXPECT_EQ(notes, (std::vector<uint8_t>{10, 12}));
+}
+
+TEST_F(LVMIDITest, TheFirstHubIsTheSharedOneUntilItGoes)
+{
+    EXPECT_EQ(LVMIDI::sharedLVMIDI(), hub.get());
+    LVMIDI second(nullptr);
+    EXPECT_EQ(LVMIDI::sharedLVMIDI(), hub.get());
+    EXPECT_FALSE(second.isAvailable());
+    hub.reset();
+    EXPECT_EQ(LVMIDI::sharedLVMIDI(), nullptr);
+}
+
+TEST_F(LVMIDITest, WithoutASequencerTheRealPortIsUnavailableAndTheHubRunsOn)
+{
+    if (QFile::exists(QStringLiteral("/dev/snd/seq"))) GTEST_SKIP() << "this machine has an ALSA sequencer";
+    LVMIDI real(std::make_unique<LVRtMidiPort>());
+    EXPECT_FALSE(real.isAvailable());
+    int calls = 0;
+    real.registerForMIDIMessages([&](const LVMIDIMessage&) { ++calls; });
+    real.takeMIDIMessages({message(0x90, 1, 100)});
+    EXPECT_EQ(calls, 1);
+}
+
+} // namespace
