@@ -413,9 +413,14 @@ void LVDesktopGrabber::pollMouse()
         cursor = std::make_shared<const LVCursorImage>(x_->cursorImage());
         cursorChanged_ = false;
     }
-    std::lock_guard<std::mutex> hold(lock_);
-    mouse_.location = mouse.location;
-    if (cursor) mouse_.cursor = std::move(cursor);
+    bool changed = cursor != nullptr;
+    {
+        std::lock_guard<std::mutex> hold(lock_);
+        changed = changed || mouse_.location != mouse.location;
+        mouse_.location = mouse.location;
+        if (cursor) mouse_.cursor = std::move(cursor);
+    }
+    if (changed) noteEvent();
 }
 
 std::shared_ptr<LVDesktopGrabber::Buffer> LVDesktopGrabber::freeBuffer(int width, int height)
