@@ -234,6 +234,8 @@ void LVDesktopGrabber::run()
     Display* dpy = x_->display();
     const Window root = x_->root();
     if (x_->hasRandr()) XRRSelectInput(dpy, root, RRScreenChangeNotifyMask);
+    // Monitors added or removed by a client are announced only by the root's ConfigureNotify.
+    XSelectInput(dpy, root, StructureNotifyMask);
     if (x_->hasFixes()) XFixesSelectCursorInput(dpy, root, XFixesDisplayCursorNotifyMask);
     if (!x_->hasDamage()) LVLog("The X server has no DAMAGE extension: the desktop is read every frame");
     bool dirty = true;
@@ -352,6 +354,10 @@ void LVDesktopGrabber::handleEvents(bool& dirty, uint64_t& handled)
             ++handled;
         } else if (x_->hasRandr() && event.type == x_->randrEventBase() + RRScreenChangeNotify) {
             XRRUpdateConfiguration(&event);
+            checkMonitors();
+            noteEvent();
+            dirty = true;
+        } else if (event.type == ConfigureNotify && event.xconfigure.window == x_->root()) {
             checkMonitors();
             noteEvent();
             dirty = true;

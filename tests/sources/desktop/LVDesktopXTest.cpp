@@ -327,8 +327,8 @@ TEST_F(DesktopX, ArchivesRoundTripAndOlderArchivesDecodeAsDesktop)
     EXPECT_EQ(keys.value("screen").toString(), "Main screen");
     EXPECT_FALSE(keys.contains("select"));
     EXPECT_EQ(keys.value("viewPortRect").toObject(),
-              QJsonObject({{"x", 30}, {"y", 40}, {"width", 320}, {"height", 300}}))
-        << "the limit shrank the rectangle to the video width";
+              QJsonObject({{"x", 30}, {"y", 40}, {"width", 320}, {"height", 240}}))
+        << "the limit shrank the rectangle to the video size";
 
     struct Case {
         const char* what;
@@ -338,7 +338,7 @@ TEST_F(DesktopX, ArchivesRoundTripAndOlderArchivesDecodeAsDesktop)
         QRectF grabRect;
     };
     const Case cases[] = {
-        {"our own archive", keys, "Main screen", false, true, true, {30, 40, 320, 300}},
+        {"our own archive", keys, "Main screen", false, true, true, {30, 40, 320, 240}},
         {"the older class with its keys",
          {{"class", "DesktopEffect"},
           {"enabled", true},
@@ -372,9 +372,6 @@ TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCovered)
     const unsigned long slides = client_->createWindow(QRect(700, 300, 220, 110), "Impress", "Talk.odp");
     client_->fill(slides, QRect(0, 0, 220, 110), kGreen);
     client_->fill(slides, QRect(0, 0, 20, 10), kWhite);
-    // A window over part of it: the window's own pixels still come through.
-    const unsigned long cover = client_->createWindow(QRect(800, 350, 50, 50), "Cover", "Cover");
-    client_->fill(cover, QRect(0, 0, 50, 50), kBlue);
 
     auto plus = std::unique_ptr<DesktopPlus>(static_cast<DesktopPlus*>(DesktopPlus::classDescriptor().make().release()));
     plus->initWithContext(ctx.get());
@@ -387,10 +384,16 @@ TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCovered)
     plus->setMode(LVModeLive);
     LVDesktopGrabber* grabber = plus->grabber();
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->last() && grabber->last()->width == 200; }, 5s));
-    const auto picture = grabber->last();
-    EXPECT_EQ(picture->height, 100);
-    EXPECT_EQ(pictureAt(*picture, 0, 0), kGreen) << "the white corner is cropped off";
-    EXPECT_EQ(pictureAt(*picture, 100, 60), kGreen) << "the covering window does not show";
+    EXPECT_EQ(grabber->last()->height, 100);
+    EXPECT_EQ(pictureAt(*grabber->last(), 0, 0), kGreen) << "the white corner is cropped off";
+
+    // A window over part of it, then a change elsewhere in it: its own pixels still come through.
+    const unsigned long cover = client_->createWindow(QRect(800, 350, 50, 50), "Cover", "Cover");
+    client_->fill(cover, QRect(0, 0, 50, 50), kBlue);
+    const uint64_t reads = grabber->readCount();
+    client_->fill(slides, QRect(200, 100, 10, 10), kRed);
+    ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() > reads && pictureAt(*grabber->last(), 185, 95) == kRed; }, 5s));
+    EXPECT_EQ(pictureAt(*grabber->last(), 100, 60), kGreen) << "the covering window does not show";
     ctx->reset(false);
     plus->doit();
     EXPECT_EQ(frameAt(readFrame(*ctx), 200, 100, 60), kGreen);
@@ -417,7 +420,7 @@ TEST_F(DesktopX, TheSelectControlShowsTheViewportOverTheDisplay)
     EXPECT_TRUE(window->isVisible());
     EXPECT_EQ(window->geometry(), QRect(0, 0, kRootW, kRootH));
     EXPECT_TRUE(window->flags().testFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint));
-    EXPECT_EQ(window->format().alphaBufferSize(), 8);
+    EXPECT_EQ(window->requestedFormat().alphaBufferSize(), 8);
     desktop->doSelectStart(0);
     EXPECT_FALSE(window->isVisible());
 }
