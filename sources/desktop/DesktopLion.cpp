@@ -37,7 +37,7 @@ QRectF rectFromJson(const QJsonValue& value)
 
 int32_t LVDesktopFrameRate()
 {
-    if (const Lumaveil* app = Lumaveil::instance()) return app->frameRate();
+    if (const Lumaveil* app = Lumaveil::instance()) return std::max(1, app->frameRate());
     return std::max(1, LVDefaults::standardUserDefaults().valueForKey(QStringLiteral("frameRate")).toInt(15));
 }
 
@@ -242,10 +242,13 @@ bool DesktopLion::setMode(int32_t mode)
 {
     if (!LVEffect::setMode(mode)) return false;
     if (!grabber_) return true;
-    if (mode != LVModeOff)
+    if (mode != LVModeOff) {
+        // The frame rate may have changed since the display was chosen.
+        grabber_->setMinimumFrameTime(std::chrono::nanoseconds(1000000000 / LVDesktopFrameRate()));
         grabber_->start();
-    else
+    } else {
         grabber_->stop();
+    }
     return true;
 }
 

@@ -486,6 +486,15 @@ void LVDesktopGrabber::dropBuffers()
     pool_.clear();
 }
 
+void LVDesktopGrabber::readFailed(const char* call, int error)
+{
+    // Once per cause, not at every frame while a window is being unmapped or resized.
+    if (error == 0) error = -1; // failed without an X error (no reply)
+    if (error == lastReadError_) return;
+    lastReadError_ = error;
+    LVLog("%s failed (X error %d) on display \"%s\"", call, error, qPrintable(screen_->description()));
+}
+
 bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint rootOrigin)
 {
     Display* dpy = x_->display();
@@ -494,7 +503,7 @@ bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint ro
     if (!slowPath_) {
         buffer = freeBuffer(w, h);
         if (buffer && !XShmGetImage(dpy, drawable, buffer->image, area.x(), area.y(), AllPlanes)) {
-            x_->takeError();
+            readFailed("XShmGetImage", x_->takeError());
             return false;
         }
     }
@@ -502,8 +511,11 @@ bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint ro
         buffer = std::make_shared<Buffer>();
         buffer->image = XGetImage(dpy, drawable, area.x(), area.y(), unsigned(w), unsigned(h),
                                   AllPlanes, ZPixmap);
-        x_->takeError();
-        if (!buffer->image) return false;
+        const int error = x_->takeError();
+        if (!buffer->image) {
+            readFailed("XGetImage", error);
+            return false;
+        }
     }
     if (!buffer) return false;
     XImage* image = buffer->image;
@@ -525,6 +537,7 @@ bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint ro
         last_ = std::move(picture);
     }
     ++reads_;
+    lastReadError_ = 0;
     noteEvent();
     return true;
 }

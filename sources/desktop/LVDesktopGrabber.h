@@ -92,6 +92,7 @@ private:
     void noteEvent();
     void handleEvents(bool& dirty, uint64_t& handled);
     bool read(const QRect& area, unsigned long drawable, QPoint rootOrigin);
+    void readFailed(const char* call, int error);
     std::shared_ptr<Buffer> freeBuffer(int width, int height);
     void dropBuffers();
     void startDamage(unsigned long drawable);
@@ -132,6 +133,7 @@ private:
     std::vector<std::shared_ptr<Buffer>> pool_;
     uint64_t serial_ = 0;
     bool cursorChanged_ = true;
+    int lastReadError_ = 0;
 
     std::mutex eventLock_;
     std::condition_variable eventChanged_;
