@@ -380,8 +380,15 @@ void LVDesktopGrabber::handleEvents(bool& dirty, uint64_t& handled)
 void LVDesktopGrabber::startDamage(unsigned long drawable)
 {
     stopDamage();
-    damage_ = XDamageCreate(x_->display(), drawable, XDamageReportNonEmpty);
+    Display* dpy = x_->display();
+    damage_ = XDamageCreate(dpy, drawable, XDamageReportNonEmpty);
     damagedDrawable_ = drawable;
+    // A new damage object reports the whole drawable at once; the read that follows covers it.
+    XSync(dpy, False);
+    XEvent event;
+    while (XCheckTypedEvent(dpy, x_->damageEventBase() + XDamageNotify, &event)) {
+    }
+    XDamageSubtract(dpy, damage_, None, None);
 }
 
 void LVDesktopGrabber::stopDamage()

@@ -23,6 +23,7 @@ public:
     bool isRunning() const { return !name_.isEmpty(); }
     // ":N"
     QString name() const { return name_; }
+    pid_t pid() const { return pid_; }
     // Makes DISPLAY name this server (for the code under test).
     void makeCurrent() const;
 
