@@ -7,7 +7,6 @@
 namespace {
 
 constexpr double kHandle = 8;
-constexpr int kFrameLine = 3;
 
 } // namespace
 
@@ -132,26 +131,26 @@ QRectF ViewPortView::toPainter(const QRectF& r) const
 
 void ViewPortView::drawRect(QPainter& painter) const
 {
-    const QRectF frame = toPainter(portRect_);
-    painter.setRenderHint(QPainter::Antialiasing, false);
-    QPen pen(QColor(255, 64, 32, 230));
-    pen.setWidth(kFrameLine);
-    pen.setJoinStyle(Qt::MiterJoin);
-    painter.setPen(pen);
-    painter.setBrush(Qt::NoBrush);
-    // Drawn just outside the rectangle, so it never shows in a capture of the rectangle.
-    const double outside = kFrameLine / 2.0 + 1;
-    painter.drawRect(frame.adjusted(-outside, -outside, outside, outside));
-    painter.setPen(QPen(QColor(255, 255, 255, 240), 1));
-    painter.setBrush(QColor(255, 64, 32, 230));
-    for (const LVGrabPoint& point : grabPoints_) painter.drawRect(toPainter(point.rect));
+    // Solid fills only: with no compositing manager the window's pixels show as they are.
+    const QColor frameColour(255, 64, 32);
+    for (const QRect& r : frameRing()) painter.fillRect(r, frameColour);
+    for (const LVGrabPoint& point : grabPoints_) {
+        const QRect handle = toPainter(point.rect).toAlignedRect();
+        painter.fillRect(handle, Qt::white);
+        painter.fillRect(handle.adjusted(1, 1, -1, -1), frameColour);
+    }
+}
+
+QRegion ViewPortView::frameRing() const
+{
+    // Just outside the rectangle, so the frame never shows in a capture of the rectangle.
+    const QRect frame = toPainter(portRect_).toAlignedRect();
+    return QRegion(frame.adjusted(-kFrameLine, -kFrameLine, kFrameLine, kFrameLine)) - QRegion(frame);
 }
 
 QRegion ViewPortView::inputRegion() const
 {
-    const QRect frame = toPainter(portRect_).toAlignedRect();
-    const int band = kFrameLine + 4;
-    QRegion region = QRegion(frame.adjusted(-band, -band, band, band)) - QRegion(frame.adjusted(band, band, -band, -band));
+    QRegion region = frameRing();
     for (const LVGrabPoint& point : grabPoints_) region += toPainter(point.rect).toAlignedRect();
     return region;
 }

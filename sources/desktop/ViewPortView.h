@@ -50,12 +50,15 @@ public:
 
     // The rectangle with its handles, in a painter whose y runs down over viewHeight.
     void drawRect(QPainter& painter) const;
-    // Where the window takes the mouse (the frame line and the handles), y down.
+    // Where the window shows and takes the mouse (the frame line and the handles), y down.
     QRegion inputRegion() const;
+    // The frame line: a ring of kFrameLine pixels around the rectangle, y down.
+    QRegion frameRing() const;
 
     static constexpr LVDragTransform kMoveXform{1, 1, 0, 0};
     static constexpr double kMinWidth = 50;
     static constexpr double kMinHeight = 30;
+    static constexpr int kFrameLine = 4;
 
 private:
     void rebuildGrabPoints();

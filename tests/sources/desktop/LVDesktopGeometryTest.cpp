@@ -104,9 +104,19 @@ TEST(ViewPortView, TakesTheMouseOnlyOnTheFrameAndHandles)
     const QRegion region = view.inputRegion();
     // Painter coordinates run down: the rectangle's top edge is at 1080 - 150 - 480.
     const int top = 1080 - 150 - 480;
-    EXPECT_TRUE(region.contains(QPoint(400, top)));
-    EXPECT_FALSE(region.contains(QPoint(400, top + 100))) << "the inside passes clicks through";
-    EXPECT_FALSE(region.contains(QPoint(20, 20)));
+    const struct {
+        QPoint at;
+        bool inside;
+    } probes[] = {
+        {{400, top - 1}, true},          // the frame line above the rectangle
+        {{400, top - ViewPortView::kFrameLine}, true},
+        {{400, top - ViewPortView::kFrameLine - 1}, false},
+        {{400, top}, false},             // the rectangle's own first row stays clear
+        {{400, top + 100}, false},       // the inside passes clicks through
+        {{100 - 9, 1080 - 150 + 1}, true}, // the bottom-left handle
+        {{20, 20}, false},
+    };
+    for (const auto& probe : probes) EXPECT_EQ(region.contains(probe.at), probe.inside) << probe.at.x() << "," << probe.at.y();
 }
 
 TEST(LVScreenUtils, ConvertsBetweenDisplayAndRootCoordinates)
