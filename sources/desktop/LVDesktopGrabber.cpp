@@ -70,6 +70,7 @@ LVDesktopGrabber::LVDesktopGrabber(LVScreenRef screen, std::unique_ptr<LVX11Disp
     if (!x_->hasShm()) {
         slowPath_ = true;
         slowMessage_ = QLatin1String(kSlowPathMessage);
+        LVLog("The X server has no MIT-SHM extension: %s", kSlowPathMessage);
     }
 }
 
