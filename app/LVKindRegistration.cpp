@@ -1,5 +1,6 @@
 #include "app/LVKindRegistration.h"
 #include "effects/registration/LVEffectKinds.h"
+#include "sources/desktop/DesktopLion.h"
 #include "sources/testpattern/TestPatternSource.h"
 #include "sources/webcam/CamSource.h"
 
@@ -10,4 +11,5 @@ void LVRegisterAllKinds()
     LVRegisterWebcamKinds();
     LVRegisterEffectKinds();
     LVRegisterTestPatternSource();
+    LVRegisterDesktopKinds();
 }
