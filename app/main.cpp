@@ -11,6 +11,7 @@
 #include "effects/pip/PIPEffect.h"
 #include "gui/main/LVMainWindow.h"
 #include "setups/model/LVSetupManager.h"
+#include "sources/webcam/LVCamDevice.h"
 #include "studio/LVStudio.h"
 
 #include <QApplication>
@@ -141,6 +142,28 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     return result;
 }
 
+int runApplication(int& argc, char** argv, const LVCommandLine& commandLine, const QElapsedTimer& sinceStart)
+{
+    if (commandLine.headless || commandLine.listEffects) {
+        // Text overlays need Qt's fonts, which need a GUI application; offscreen needs no display.
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+        QGuiApplication app(argc, argv);
+        QCoreApplication::setApplicationName(QStringLiteral("Lumaveil"));
+        if (commandLine.listEffects) return listEffects();
+        return LVRunHeadless(commandLine, effectFolders(), sinceStart);
+    }
+    if (!hasDisplay()) {
+        std::fprintf(stderr, "lumaveil: no display: use --headless\n");
+        return 2;
+    }
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Lumaveil"));
+    QApplication::setApplicationVersion(QStringLiteral(LV_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("lumaveil"));
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("lumaveil")));
+    return runMainWindow(commandLine, effectFolders());
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -162,22 +185,9 @@ int main(int argc, char** argv)
         return 0;
     }
     LVRegisterAllKinds();
-    if (commandLine.headless || commandLine.listEffects) {
-        // Text overlays need Qt's fonts, which need a GUI application; offscreen needs no display.
-        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
-        QGuiApplication app(argc, argv);
-        QCoreApplication::setApplicationName(QStringLiteral("Lumaveil"));
-        if (commandLine.listEffects) return listEffects();
-        return LVRunHeadless(commandLine, effectFolders(), sinceStart);
-    }
-    if (!hasDisplay()) {
-        std::fprintf(stderr, "lumaveil: no display: use --headless\n");
-        return 2;
-    }
-    QApplication app(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("Lumaveil"));
-    QApplication::setApplicationVersion(QStringLiteral(LV_VERSION));
-    QApplication::setDesktopFileName(QStringLiteral("lumaveil"));
-    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("lumaveil")));
-    return runMainWindow(commandLine, effectFolders());
+    const int status = runApplication(argc, argv, commandLine, sinceStart);
+    // The application object is gone, and every capture pipeline with it: GStreamer's pooled
+    // threads end now instead of running into the process exit.
+    LVCamShutdownGStreamer();
+    return status;
 }

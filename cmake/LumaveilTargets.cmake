@@ -27,6 +27,11 @@ function(lv_executable name)
     lv_target_defaults(${name})
 endfunction()
 
+# Shared-memory names are machine-wide: tests of two build folders (a sanitizer build beside a
+# plain one, two checkouts) must never meet in the same segments.
+string(MD5 _lv_build_hash "${CMAKE_BINARY_DIR}")
+string(SUBSTRING "${_lv_build_hash}" 0 8 LV_TEST_SHM_TAG)
+
 # lv_test(name SOURCES... DEPS... [LABELS...]): a GoogleTest executable run by ctest.
 # Every test gets offscreen Qt, its own shared-memory prefix and the leak suppressions.
 function(lv_test name)
@@ -35,5 +40,5 @@ function(lv_test name)
     lv_executable(${name} SOURCES ${ARG_SOURCES} DEPS ${ARG_DEPS} GTest::gtest GTest::gmock GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES ENVIRONMENT
-        "QT_QPA_PLATFORM=offscreen;LUMAVEIL_SHM_PREFIX=lvtest.${name}.;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0;UBSAN_OPTIONS=print_stacktrace=1;LUMAVEIL_TEST_DATA=${PROJECT_SOURCE_DIR}/tests/data")
+        "QT_QPA_PLATFORM=offscreen;LUMAVEIL_SHM_PREFIX=lvtest.${LV_TEST_SHM_TAG}.${name}.;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0;UBSAN_OPTIONS=print_stacktrace=1;LUMAVEIL_TEST_DATA=${PROJECT_SOURCE_DIR}/tests/data")
 endfunction()

@@ -325,6 +325,9 @@ TEST_F(LVMainWindowTest, BetaNoticeAppearsOnceWithItsText)
     auto* box = window->findChild<QMessageBox*>(QStringLiteral("betaNag"));
     ASSERT_TRUE(box);
     EXPECT_TRUE(box->text().startsWith(QStringLiteral("This version of Lumaveil is a BETA build.  You should")));
+    // On Linux the first thing to set up is the camera device.
+    for (const char* says : {"v4l2loopback-dkms", "sudo modprobe v4l2loopback exclusive_caps=1 card_label=Lumaveil"})
+        EXPECT_TRUE(box->text().contains(QLatin1String(says))) << says;
     ASSERT_EQ(box->buttons().size(), 1);
     EXPECT_EQ(box->buttons().front()->text(), QStringLiteral("OK, got it"));
     EXPECT_TRUE(defaults->boolForKey(QStringLiteral("betaNag")));
