@@ -70,6 +70,8 @@ void LVStudio::populateStudio()
         set.clearHints();
         for (const LVStudioButtonRef& button : allButtons_)
             set.setPositionHintForSetup(button->name(), button->row(), button->col());
+        // No longer observed, so their last change is announced here: they leave Program.
+        requestProgramRebuild();
     }
     for (const LVSavedSetupRef& setup : setups) {
         const bool hasButton = std::any_of(allButtons_.begin(), allButtons_.end(),
@@ -143,6 +145,11 @@ LVStudioButtonRef LVStudio::doNewButton()
 void LVStudio::stateChanged(LVStudioButton*, uint32_t, uint32_t)
 {
     // The mini controls of the window react here too; the model only coalesces the rebuild.
+    requestProgramRebuild();
+}
+
+void LVStudio::requestProgramRebuild()
+{
     std::weak_ptr<bool> alive = alive_;
     KDDelayedDispatcher::dispatch(this, "delayedStateChanged", [this, alive] {
         if (alive.lock()) delayedStateChanged();

@@ -122,6 +122,7 @@ signals:
 
 private:
     void stateChanged(LVStudioButton* button, uint32_t oldState, uint32_t newState);
+    void requestProgramRebuild();
     void addStudioButton(const LVStudioButtonRef& button);
     void removeStudioButton(const LVStudioButtonRef& button);
     void sampleFrameRate();
