@@ -5,6 +5,7 @@
 #include "core/Lumaveil.h"
 #include "core/util/KDDelayedDispatcher.h"
 #include "render/LVContext.h"
+#include "render/transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "studio/LVStudio.h"
 #include "tests/app/LVControllerFixture.h"
@@ -116,12 +117,18 @@ protected:
         app->renderFrame();
     }
 
+    // A pixel of the last frame published to shared memory, as the camera driver reads it.
     ARGB pixel(int x, int y)
     {
-        LVContext& context = *app->context();
-        std::vector<uint8_t> bytes(size_t(context.width()) * size_t(context.height()) * 4);
-        context.fetchOpenGLPixels(bytes.data(), context.width() * 4);
-        const size_t at = (size_t(y) * size_t(context.width()) + size_t(x)) * 4;
+        LVShmem reader;
+        std::unique_ptr<uint8_t[]> bytes;
+        uint64_t length = 0;
+        const LVShmemReadResult read = reader.getData(bytes, length, 0);
+        if (read.status != 0 || x >= read.width || y >= read.height) {
+            ADD_FAILURE() << "no published frame: status " << read.status;
+            return {};
+        }
+        const size_t at = (size_t(y) * size_t(read.width) + size_t(x)) * 4;
         return {bytes[at], bytes[at + 1], bytes[at + 2], bytes[at + 3]};
     }
 
