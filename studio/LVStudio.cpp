@@ -172,15 +172,18 @@ void LVStudio::delayedStateChanged()
 
 void LVStudio::doit()
 {
-    const bool monitorVisible = !previewMonitor_ || previewMonitor_->isPreviewVisible();
-    if (!monitorVisible || !mainBus_->hasPreviewSetups()) return;
+    const bool monitorVisible = previewMonitor_ && previewMonitor_->isPreviewVisible();
+    // With no monitor at all (headless) or a transition under way the picture is still
+    // needed: the transition blends towards it.
+    const bool wanted = monitorVisible || !previewMonitor_ || transitionRunning_;
+    if (!wanted || !mainBus_->hasPreviewSetups()) return;
     LVContext& context = *app_.context();
     context.reset(false);
     mainBus_->runPreview();
-    if (previewMonitor_) previewMonitor_->drawIntoPreview(context, app_.isMirrorImagePreview());
+    if (monitorVisible) previewMonitor_->drawIntoPreview(context, app_.isMirrorImagePreview());
     // Kept on the GPU; the frame's own reset, right after this step, gives Program a fresh target.
     previewBuffer_ = context.texture();
-    if (previewMonitor_) sampleFrameRate();
+    if (monitorVisible) sampleFrameRate();
 }
 
 void LVStudio::applyTransition()

@@ -438,6 +438,15 @@ TEST_F(LVStudioTest, PreviewRendersOnlyWhenShownAndWanted)
     frameAfter(0.1);
     EXPECT_EQ(monitor.draws, 1);
     EXPECT_TRUE(testLog().isEmpty());
+    // A transition needs the Preview picture even with the monitor hidden.
+    studio->startTransition(nullptr);
+    frameAfter(0.1);
+    EXPECT_EQ(monitor.draws, 1);
+    EXPECT_TRUE(testLog().contains(QStringLiteral("Red Source.doit")));
+    frameAfter(1.0);
+    EXPECT_EQ(b->state(), uint32_t(LVButtonOnAir));
+    b->punchToOffAir();
+    b->selectForAir();
 
     // Frame-rate readout: sampled over more than 2 s of shown frames.
     monitor.visible = true;
