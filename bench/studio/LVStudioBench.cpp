@@ -1,6 +1,8 @@
 // The studio's cost per frame at 1280x720: Program alone against Program with Preview
 // rendered, and with a dissolve running as well, two setups of two effects each. The
-// second setup alone on Program is the reference for what Preview should cost.
+// second setup alone on Program, less the frame's fixed cost, is the reference for what
+// Preview should cost. With LP_NUM_THREADS=0 llvmpipe draws on the calling thread, so the
+// CPU column is the whole rendering work, steadier than wall time on a busy machine.
 #include "app/LVKindRegistration.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
@@ -96,6 +98,13 @@ void runFrames(benchmark::State& state)
     for (auto _ : state) g_studio->app->renderFrame();
 }
 
+// The frame's fixed cost: a cleared target read back and published.
+void BM_NothingOnAir(benchmark::State& state)
+{
+    g_studio->arrange(nullptr, nullptr, false);
+    runFrames(state);
+}
+
 void BM_ProgramAlone(benchmark::State& state)
 {
     g_studio->arrange(g_studio->a.get(), nullptr, false);
@@ -123,6 +132,7 @@ void BM_ProgramPreviewAndDissolve(benchmark::State& state)
 
 } // namespace
 
+BENCHMARK(BM_NothingOnAir)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_ProgramAlone)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_SecondSetupAlone)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_ProgramAndPreview)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
