@@ -59,7 +59,8 @@ void LVStudio::populateStudio()
         return std::find(setups.begin(), setups.end(), setup) != setups.end();
     };
     std::vector<LVStudioButtonRef> gone;
-    for (const LVStudioButtonRef& button : allButtons_) {
+    const std::vector<LVStudioButtonRef> current = allButtons_;
+    for (const LVStudioButtonRef& button : current) {
         if (inSet(button->setup())) continue;
         disconnect(button.get(), &LVStudioButton::stateChanged, this, nullptr);
         button->setState(LVButtonIdle);

@@ -96,44 +96,6 @@ TEST_F(LVMEBusTest, ButtonActionsFollowTheStateMachine)
     }
 }
 
-TEST_F(LVMEBusTest, StatesGiveColoursPreviewWishAndEffectModes)
-{
-    const struct {
-        uint32_t state;
-        QColor colour;
-        bool wantsPreview;
-        int32_t mode; // -1: the effects keep the mode they had
-    } cases[] = {
-        {0, QColor::fromRgbF(0, 0, 0), false, LVModeOff},
-        {1, QColor::fromRgbF(0.10f, 0.68f, 0.03f), true, LVModeTransition},
-        {2, QColor::fromRgbF(1.0f, 0.5f, 0.0f), true, -1},
-        {3, QColor::fromRgbF(0.68f, 0.04f, 0.02f), false, LVModeLive},
-        {4, QColor::fromRgbF(0.10f, 0.68f, 0.03f), true, LVModePreview},
-    };
-    for (const auto& c : cases) {
-        LVStudioButton button(makeLooseSetup(dir, QStringLiteral("A"), true, 2), nullptr);
-        ASSERT_EQ(button.effects().size(), 3u);
-        // From a state whose mode differs from every other, so "unchanged" is visible.
-        button.setState(LVButtonTransitioning);
-        button.setState(c.state);
-        EXPECT_EQ(button.color(), c.colour) << c.state;
-        EXPECT_EQ(button.wantsPreview(), c.wantsPreview) << c.state;
-        const int32_t expected = c.mode < 0 ? LVModeTransition : c.mode;
-        for (const auto& effect : button.effects()) EXPECT_EQ(effect->mode(), expected) << c.state;
-    }
-}
-
-TEST_F(LVMEBusTest, StateAnnouncementsOnlyOnRealChanges)
-{
-    LVStudioButton button(makeLooseSetup(dir, QStringLiteral("A"), true), nullptr);
-    QSignalSpy stateSpy(&button, &LVStudioButton::stateChanged);
-    QSignalSpy previewSpy(&button, &LVStudioButton::wantsPreviewChanged);
-    for (uint32_t state : {0u, 4u, 4u, 1u, 2u, 3u, 0u}) button.setState(state);
-    EXPECT_EQ(stateSpy.count(), 5);
-    // 0 -> 4 on, 2 -> 3 off; 4 -> 1 -> 2 stay wanted.
-    EXPECT_EQ(previewSpy.count(), 2);
-}
-
 TEST_F(LVMEBusTest, OneSourcePerBus)
 {
     enum Action { Click, OptionClick };
@@ -190,19 +152,6 @@ TEST_F(LVMEBusTest, CutsAndTransitionStarts)
     build({{"A", 3}, {"B", 4}, {"E", 4}});
     bus.startTransition();
     EXPECT_EQ(states(), (States{{"A", 3}, {"B", 1}, {"E", 1}}));
-}
-
-TEST_F(LVMEBusTest, TwoSwapCutsReturnToTheStart)
-{
-    build({{"A", 2}, {"B", 4}, {"E", 3}});
-    const QStringList program = names(bus.programButtons());
-    const QStringList preview = names(bus.previewButtons());
-    bus.executeCut(true);
-    EXPECT_EQ(names(bus.programButtons()), (QStringList{"B", "E"}));
-    EXPECT_EQ(names(bus.previewButtons()), (QStringList{"A", "E"}));
-    bus.executeCut(true);
-    EXPECT_EQ(names(bus.programButtons()), program);
-    EXPECT_EQ(names(bus.previewButtons()), preview);
 }
 
 TEST_F(LVMEBusTest, PreviewAndProgramLists)
@@ -352,19 +301,6 @@ TEST_F(LVMEBusTest, ButtonEffectsKeepTheirSourceFirst)
     EXPECT_EQ(effects.size(), 4u);
     EXPECT_EQ(LVStudioButton::uidFromDragData(button.dragData()), button.uid());
     EXPECT_TRUE(LVStudioButton::uidFromDragData("not json").isEmpty());
-}
-
-TEST_F(LVMEBusTest, CompareStateSortsByStateThenName)
-{
-    std::vector<LVStudioButtonRef> list;
-    const std::vector<std::pair<const char*, uint32_t>> made = {{"b", 0}, {"C", 3}, {"a", 0}, {"D", 4}, {"c", 3}};
-    for (const auto& [name, state] : made) {
-        list.push_back(std::make_shared<LVStudioButton>(makeLooseSetup(dir, QString::fromLatin1(name), false), nullptr));
-        list.back()->setState(state);
-    }
-    std::stable_sort(list.begin(), list.end(),
-                     [](const auto& x, const auto& y) { return LVStudioButton::compareState(*x, *y); });
-    EXPECT_EQ(names(list), (QStringList{"D", "C", "c", "a", "b"}));
 }
 
 } // namespace

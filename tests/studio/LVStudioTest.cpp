@@ -127,24 +127,6 @@ TEST_F(LVStudioTest, DuplicatesNeverOverwriteAndAnswerTheSameKey)
     EXPECT_TRUE(QFileInfo::exists(copy2->setup()->path()));
 }
 
-TEST_F(LVStudioTest, RenamingMovesThePlace)
-{
-    const LVStudioButtonRef button = addSetup(QStringLiteral("Lower third"), {}, 1);
-    button->setRow(3, 4);
-    QString error;
-    ASSERT_TRUE(button->setName(QStringLiteral("Strap"), &error)) << error.toStdString();
-    LVSetupManagerSet* set = manager->currentSet();
-    EXPECT_FALSE(set->positionHintForSetup(QStringLiteral("Lower third")).has_value());
-    const auto hint = set->positionHintForSetup(QStringLiteral("Strap"));
-    ASSERT_TRUE(hint.has_value());
-    EXPECT_EQ(hint->row, 3);
-    EXPECT_EQ(hint->col, 4);
-    EXPECT_EQ(studio->buttonHavingName(QStringLiteral("Strap")), button);
-    addSetup(QStringLiteral("Taken"), {}, 1);
-    EXPECT_FALSE(button->setName(QStringLiteral("Taken"), &error));
-    EXPECT_FALSE(error.isEmpty());
-}
-
 TEST_F(LVStudioTest, ProgramIsRebuiltOncePerBurst)
 {
     const LVStudioButtonRef intro = addSetup(QStringLiteral("Intro"), kRed, 1);
@@ -334,12 +316,7 @@ TEST_F(LVStudioTest, WithNothingInPreviewATransitionFadesToBlack)
 TEST_F(LVStudioTest, NamedTransitionsAndTransitionTime)
 {
     const QStringList names = studio->transitionNames();
-    ASSERT_TRUE(names.contains(QStringLiteral("Dissolve")));
-    QStringList sorted = names;
-    std::sort(sorted.begin(), sorted.end(), [](const QString& x, const QString& y) {
-        return x.compare(y, Qt::CaseInsensitive) < 0;
-    });
-    EXPECT_EQ(names, sorted);
+    ASSERT_TRUE(names.contains(QStringLiteral("Wipe")));
     EXPECT_EQ(studio->namedTransition(), names.front());
     EXPECT_TRUE(studio->setNamedTransition(QStringLiteral("Wipe")));
     EXPECT_FALSE(studio->setNamedTransition(QStringLiteral("wipe")));
