@@ -40,6 +40,7 @@ QString LVCommandLineUsage()
         "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
         "  --no-publish          do not publish frames to the camera (for example beside another Lumaveil)\n"
+        "  --studio              run as a vision mixer: Program, from the current set's setups (headless)\n"
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n"
         "  --version             print the version and exit\n")
@@ -57,6 +58,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption listEffects(QStringLiteral("list-effects"));
     const QCommandLineOption bench(QStringLiteral("bench"));
     const QCommandLineOption noPublish(QStringLiteral("no-publish"));
+    const QCommandLineOption studio(QStringLiteral("studio"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption version(QStringLiteral("version"));
     const QCommandLineOption videoSize(QStringLiteral("video-size"), QString(), QStringLiteral("WxH"));
@@ -67,7 +69,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption setup(QStringLiteral("setup"), QString(), QStringLiteral("NAME|FILE"));
     // Given by Lumaveil itself when it restarts for a new video size; not in the usage text.
     const QCommandLineOption restoreChain(QStringLiteral("restore-chain"), QString(), QStringLiteral("FILE"));
-    parser.addOptions({headless, listEffects, bench, noPublish, help, version, videoSize, fps, frames, source, effect, setup, restoreChain});
+    parser.addOptions({headless, listEffects, bench, noPublish, studio, help, version, videoSize, fps, frames, source, effect, setup, restoreChain});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -83,6 +85,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     result.help = parser.isSet(help);
     result.version = parser.isSet(version);
     result.noPublish = parser.isSet(noPublish);
+    result.studio = parser.isSet(studio);
     if (parser.isSet(videoSize)) {
         QSize size;
         if (!LVValidateVideoSize(parser.value(videoSize), &size, error)) return false;
@@ -110,6 +113,15 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     // The window runs until closed and at the timer's pace.
     if ((result.bench || result.frames) && !result.headless) {
         *error = QStringLiteral("--frames and --bench need --headless");
+        return false;
+    }
+    if (result.studio && !result.headless) {
+        *error = QStringLiteral("--studio needs --headless");
+        return false;
+    }
+    // In the studio Program is made of the buttons on air, never of a chain given here.
+    if (result.studio && (!result.setup.isEmpty() || !result.source.isEmpty() || !result.effects.isEmpty())) {
+        *error = QStringLiteral("--studio cannot be combined with --setup, --source or --effect");
         return false;
     }
     if (!result.setup.isEmpty() && (!result.source.isEmpty() || !result.effects.isEmpty())) {

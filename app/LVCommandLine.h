@@ -13,6 +13,8 @@ struct LVCommandLine {
     bool help = false;
     bool version = false;
     bool noPublish = false;
+    // The vision mixer: the studio populated from the current set, Program published.
+    bool studio = false;
     std::optional<QSize> videoSize;
     std::optional<int> frameRate;
     std::optional<qint64> frames;

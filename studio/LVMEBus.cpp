@@ -71,16 +71,18 @@ void LVMEBus::placeButton(LVStudioButton& button)
 {
     int32_t row = 0;
     if (!button.hasVideoSource()) row = button.row() == 0 ? 1 : button.row();
+    // A damaged position hint must not put a button outside the grid.
     if (row < 0) row = 1;
+    const int32_t col = std::max(0, button.col());
     if (size_t(row) >= rows_.size()) {
-        button.setRow(row, button.col());
+        button.setRow(row, col);
         return;
     }
     const auto& cells = rows_[size_t(row)];
     const bool taken = std::any_of(cells.begin(), cells.end(), [&](const LVStudioButtonRef& other) {
-        return other.get() != &button && other->col() == button.col();
+        return other.get() != &button && other->col() == col;
     });
-    button.setRow(row, taken ? _findFreeCellOnRow(row) : button.col());
+    button.setRow(row, taken ? _findFreeCellOnRow(row) : col);
 }
 
 int32_t LVMEBus::_findFreeCellOnRow(int32_t row) const
@@ -130,8 +132,10 @@ void LVMEBus::stateChanged(LVStudioButton& button)
 {
     if (button.hasVideoSource() && !rows_.empty()) {
         const uint32_t state = button.state();
+        // A copy: observers of the changes below may move buttons between rows.
+        const std::vector<LVStudioButtonRef> sources = rows_[0];
         if (state == LVButtonPreview) {
-            for (const LVStudioButtonRef& other : rows_[0]) {
+            for (const LVStudioButtonRef& other : sources) {
                 if (other.get() == &button) continue;
                 if (other->state() == LVButtonPreview) {
                     other->setState(LVButtonIdle);
@@ -143,7 +147,7 @@ void LVMEBus::stateChanged(LVStudioButton& button)
                 }
             }
         } else if (state == LVButtonOnAir) {
-            for (const LVStudioButtonRef& other : rows_[0]) {
+            for (const LVStudioButtonRef& other : sources) {
                 if (other.get() != &button && other->state() == LVButtonOnAir) {
                     other->setState(LVButtonLeaving);
                     break;
