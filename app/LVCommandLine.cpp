@@ -39,6 +39,7 @@ QString LVCommandLineUsage()
         "  --source NAME         the chain's source, by catalogue name\n"
         "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
+        "  --studio              run as a vision mixer: Program, from the current set's setups (headless)\n"
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n")
         .arg(LVMinVideoDimension)
@@ -54,6 +55,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption headless(QStringLiteral("headless"));
     const QCommandLineOption listEffects(QStringLiteral("list-effects"));
     const QCommandLineOption bench(QStringLiteral("bench"));
+    const QCommandLineOption studio(QStringLiteral("studio"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     const QCommandLineOption videoSize(QStringLiteral("video-size"), QString(), QStringLiteral("WxH"));
     const QCommandLineOption fps(QStringLiteral("fps"), QString(), QStringLiteral("N"));
@@ -61,7 +63,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     const QCommandLineOption source(QStringLiteral("source"), QString(), QStringLiteral("NAME"));
     const QCommandLineOption effect(QStringLiteral("effect"), QString(), QStringLiteral("NAME"));
     const QCommandLineOption setup(QStringLiteral("setup"), QString(), QStringLiteral("NAME|FILE"));
-    parser.addOptions({headless, listEffects, bench, help, videoSize, fps, frames, source, effect, setup});
+    parser.addOptions({headless, listEffects, bench, studio, help, videoSize, fps, frames, source, effect, setup});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -75,6 +77,7 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     result.listEffects = parser.isSet(listEffects);
     result.bench = parser.isSet(bench);
     result.help = parser.isSet(help);
+    result.studio = parser.isSet(studio);
     if (parser.isSet(videoSize)) {
         QSize size;
         if (!LVValidateVideoSize(parser.value(videoSize), &size, error)) return false;
@@ -101,6 +104,15 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     // The window runs until closed and at the timer's pace.
     if ((result.bench || result.frames) && !result.headless) {
         *error = QStringLiteral("--frames and --bench need --headless");
+        return false;
+    }
+    if (result.studio && !result.headless) {
+        *error = QStringLiteral("--studio needs --headless");
+        return false;
+    }
+    // In the studio Program is made of the buttons on air, never of a chain given here.
+    if (result.studio && (!result.setup.isEmpty() || !result.source.isEmpty() || !result.effects.isEmpty())) {
+        *error = QStringLiteral("--studio cannot be combined with --setup, --source or --effect");
         return false;
     }
     if (!result.setup.isEmpty() && (!result.source.isEmpty() || !result.effects.isEmpty())) {

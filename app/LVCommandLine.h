@@ -11,6 +11,8 @@ struct LVCommandLine {
     bool listEffects = false;
     bool bench = false;
     bool help = false;
+    // The vision mixer: the studio populated from the current set, Program published.
+    bool studio = false;
     std::optional<QSize> videoSize;
     std::optional<int> frameRate;
     std::optional<qint64> frames;

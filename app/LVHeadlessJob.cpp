@@ -199,7 +199,17 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVSetupManager setupManager(defaults, app->context());
     setupManager.startup();
     app->setSetupCatalog(&setupManager);
-    if (!LVBuildChain(*app, commandLine, &error)) {
+    // The studio refers to the setup manager: it goes first, however the job ends.
+    struct StudioRemover {
+        Lumaveil& app;
+        ~StudioRemover() { app.setStudio(nullptr); }
+    } studioRemover{*app};
+    if (commandLine.studio) {
+        auto studio = std::make_unique<LVStudio>(*app, setupManager);
+        LVStudio* studioModel = studio.get();
+        app->setStudio(std::move(studio));
+        studioModel->startup();
+    } else if (!LVBuildChain(*app, commandLine, &error)) {
         app->applicationWillTerminate();
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 2;
@@ -209,9 +219,14 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
         app->isNoVirtualDriver()
             ? QStringLiteral("nowhere (\"noVirtualDriver\" is on)")
             : QStringLiteral("shared memory %1").arg(QString::fromStdString(LVShmem::segmentName("com.marrowkit.LVCtrl3")));
+    const QString chain = commandLine.studio
+                              ? QStringLiteral("studio with %1 buttons (set: %2)")
+                                    .arg(LVStudio::of(*app)->studioButtons().size())
+                                    .arg(setupManager.currentSet()->name().isEmpty() ? QStringLiteral("all setups")
+                                                                                      : setupManager.currentSet()->name())
+                              : LVChainDescription(*app);
     std::fprintf(stderr, "lumaveil: headless %dx%d at %d fps, chain: %s, frames to %s\n", app->context()->width(),
-                 app->context()->height(), app->frameRate(), qPrintable(LVChainDescription(*app)),
-                 qPrintable(destination));
+                 app->context()->height(), app->frameRate(), qPrintable(chain), qPrintable(destination));
 
     if (commandLine.bench) {
         const QJsonObject result = runBench(*app, commandLine.frames.value_or(300));

@@ -130,8 +130,10 @@ void LVMEBus::stateChanged(LVStudioButton& button)
 {
     if (button.hasVideoSource() && !rows_.empty()) {
         const uint32_t state = button.state();
+        // A copy: observers of the changes below may move buttons between rows.
+        const std::vector<LVStudioButtonRef> sources = rows_[0];
         if (state == LVButtonPreview) {
-            for (const LVStudioButtonRef& other : rows_[0]) {
+            for (const LVStudioButtonRef& other : sources) {
                 if (other.get() == &button) continue;
                 if (other->state() == LVButtonPreview) {
                     other->setState(LVButtonIdle);
@@ -143,7 +145,7 @@ void LVMEBus::stateChanged(LVStudioButton& button)
                 }
             }
         } else if (state == LVButtonOnAir) {
-            for (const LVStudioButtonRef& other : rows_[0]) {
+            for (const LVStudioButtonRef& other : sources) {
                 if (other.get() != &button && other->state() == LVButtonOnAir) {
                     other->setState(LVButtonLeaving);
                     break;

@@ -59,7 +59,8 @@ void LVStudio::populateStudio()
         return std::find(setups.begin(), setups.end(), setup) != setups.end();
     };
     std::vector<LVStudioButtonRef> gone;
-    for (const LVStudioButtonRef& button : allButtons_) {
+    const std::vector<LVStudioButtonRef> current = allButtons_;
+    for (const LVStudioButtonRef& button : current) {
         if (inSet(button->setup())) continue;
         disconnect(button.get(), &LVStudioButton::stateChanged, this, nullptr);
         button->setState(LVButtonIdle);
@@ -70,6 +71,8 @@ void LVStudio::populateStudio()
         set.clearHints();
         for (const LVStudioButtonRef& button : allButtons_)
             set.setPositionHintForSetup(button->name(), button->row(), button->col());
+        // No longer observed, so their last change is announced here: they leave Program.
+        requestProgramRebuild();
     }
     for (const LVSavedSetupRef& setup : setups) {
         const bool hasButton = std::any_of(allButtons_.begin(), allButtons_.end(),
@@ -143,6 +146,11 @@ LVStudioButtonRef LVStudio::doNewButton()
 void LVStudio::stateChanged(LVStudioButton*, uint32_t, uint32_t)
 {
     // The mini controls of the window react here too; the model only coalesces the rebuild.
+    requestProgramRebuild();
+}
+
+void LVStudio::requestProgramRebuild()
+{
     std::weak_ptr<bool> alive = alive_;
     KDDelayedDispatcher::dispatch(this, "delayedStateChanged", [this, alive] {
         if (alive.lock()) delayedStateChanged();
@@ -165,15 +173,18 @@ void LVStudio::delayedStateChanged()
 
 void LVStudio::doit()
 {
-    const bool monitorVisible = !previewMonitor_ || previewMonitor_->isPreviewVisible();
-    if (!monitorVisible || !mainBus_->hasPreviewSetups()) return;
+    const bool monitorVisible = previewMonitor_ && previewMonitor_->isPreviewVisible();
+    // With no monitor at all (headless) or a transition under way the picture is still
+    // needed: the transition blends towards it.
+    const bool wanted = monitorVisible || !previewMonitor_ || transitionRunning_;
+    if (!wanted || !mainBus_->hasPreviewSetups()) return;
     LVContext& context = *app_.context();
     context.reset(false);
     mainBus_->runPreview();
-    if (previewMonitor_) previewMonitor_->drawIntoPreview(context, app_.isMirrorImagePreview());
+    if (monitorVisible) previewMonitor_->drawIntoPreview(context, app_.isMirrorImagePreview());
     // Kept on the GPU; the frame's own reset, right after this step, gives Program a fresh target.
     previewBuffer_ = context.texture();
-    if (previewMonitor_) sampleFrameRate();
+    if (monitorVisible) sampleFrameRate();
 }
 
 void LVStudio::applyTransition()

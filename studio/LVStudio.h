@@ -96,8 +96,8 @@ public:
     // Deferred rebuild of Program after a burst of state changes.
     void delayedStateChanged();
 
-    // Monitors: with none plugged in (headless) Preview is rendered whenever it has
-    // setups, since a transition needs its picture.
+    // Monitors. Preview is rendered while its monitor is shown, and also with no monitor
+    // plugged in (headless) or while a transition runs, since the transition needs it.
     void setPreviewMonitor(LVPreviewOutput* monitor) { previewMonitor_ = monitor; }
     void setProgramMonitor(LVPreviewOutput* monitor) { programMonitor_ = monitor; }
     // The studio window's frame in its string form, stored at quit under "studioFrame".
@@ -122,6 +122,7 @@ signals:
 
 private:
     void stateChanged(LVStudioButton* button, uint32_t oldState, uint32_t newState);
+    void requestProgramRebuild();
     void addStudioButton(const LVStudioButtonRef& button);
     void removeStudioButton(const LVStudioButtonRef& button);
     void sampleFrameRate();

@@ -1,0 +1,72 @@
+// lumaveil --headless --studio: the command line and the real executable with setups on disk.
+#include "app/LVCommandLine.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+namespace {
+
+TEST(LVStudioCommandLine, StudioNeedsHeadlessAndNoChainOfItsOwn)
+{
+    const struct {
+        QStringList arguments;
+        bool accepted;
+        const char* error;
+    } cases[] = {
+        {{"--headless", "--studio"}, true, ""},
+        {{"--headless", "--studio", "--frames", "3", "--fps", "30"}, true, ""},
+        {{"--studio"}, false, "--studio needs --headless"},
+        {{"--headless", "--studio", "--setup", "Intro"}, false, "cannot be combined"},
+        {{"--headless", "--studio", "--source", "Test Pattern"}, false, "cannot be combined"},
+        {{"--headless", "--studio", "--effect", "Clock"}, false, "cannot be combined"},
+    };
+    for (const auto& c : cases) {
+        LVCommandLine commandLine;
+        QString error;
+        const bool accepted = LVParseCommandLine(QStringList{"lumaveil"} + c.arguments, &commandLine, &error);
+        EXPECT_EQ(accepted, c.accepted) << c.arguments.join(' ').toStdString() << ": " << error.toStdString();
+        if (accepted) {
+            EXPECT_TRUE(commandLine.studio);
+        } else {
+            EXPECT_TRUE(error.contains(QString::fromLatin1(c.error))) << error.toStdString();
+        }
+    }
+}
+
+TEST(LVHeadlessStudio, StartsWithTheCurrentSetsButtons)
+{
+    QTemporaryDir home;
+    ASSERT_TRUE(home.isValid());
+    const QString setups = home.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
+    ASSERT_TRUE(QDir().mkpath(setups));
+    const struct {
+        const char* name;
+        const char* contents;
+    } files[] = {
+        {"Intro", R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})"},
+        {"Empty", R"({"encoded": [], "midiKey": 0})"},
+    };
+    for (const auto& f : files) {
+        QFile file(setups + QLatin1Char('/') + QString::fromLatin1(f.name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(f.contents);
+    }
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral(LV_LUMAVEIL_BINARY),
+                  {"--headless", "--studio", "--frames", "3", "--fps", "60", "--video-size", "64x48"});
+    ASSERT_TRUE(process.waitForFinished(60000));
+    const QString err = QString::fromUtf8(process.readAllStandardError());
+    EXPECT_EQ(process.exitCode(), 0) << err.toStdString();
+    EXPECT_TRUE(err.contains(QStringLiteral("chain: studio with 2 buttons (set: all setups)"))) << err.toStdString();
+    EXPECT_TRUE(QString::fromUtf8(process.readAllStandardOutput()).contains(QStringLiteral("\"frames\":3")));
+}
+
+} // namespace

@@ -1,0 +1,441 @@
+// The studio on a real controller: buttons following the current set, Program rebuilt from
+// the states, transitions timed by the frame clock, and the pictures that come out.
+#include "tests/studio/LVStudioTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <QSignalSpy>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+// Records every fraction it is given.
+class LVRecordingTransition : public LVEffect {
+public:
+    const LVEffectDescriptor& descriptor() const override
+    {
+        static const LVEffectDescriptor d{"RecordingTransition", "Recording", LVEffectRole::Transition,
+                                          [] { return std::make_unique<LVRecordingTransition>(); }, {}};
+        return d;
+    }
+    void doTransitionTo(const LVTexture& other, double percentage) override
+    {
+        fractions.push_back(percentage);
+        targets.push_back(other.name);
+    }
+    std::vector<double> fractions;
+    std::vector<GLuint> targets;
+};
+
+std::shared_ptr<LVRecordingTransition> recordingTransition()
+{
+    auto handle = LVMakeEffectHandle(std::make_unique<LVRecordingTransition>());
+    return std::static_pointer_cast<LVRecordingTransition>(handle);
+}
+
+QStringList buttonNames(const LVStudio& studio)
+{
+    QStringList names;
+    for (const auto& button : studio.studioButtons()) names.append(button->name());
+    names.sort();
+    return names;
+}
+
+bool near(const ARGB& a, const ARGB& b)
+{
+    for (size_t i = 0; i < 4; ++i)
+        if (std::abs(a[i] - b[i]) > 1) return false;
+    return true;
+}
+
+std::string str(const ARGB& p)
+{
+    return std::to_string(p[0]) + "," + std::to_string(p[1]) + "," + std::to_string(p[2]) + "," + std::to_string(p[3]);
+}
+
+const QColor kRed(204, 0, 102);
+const QColor kBlue(0, 102, 204);
+const ARGB kRedPixel{255, 204, 0, 102};
+const ARGB kBluePixel{255, 0, 102, 204};
+
+TEST_F(LVStudioTest, ButtonsFollowTheCurrentSet)
+{
+    addSetup(QStringLiteral("Intro"), kRed);
+    addSetup(QStringLiteral("Lower third"), {}, 1);
+    const LVStudioButtonRef outro = addSetup(QStringLiteral("Outro"), kBlue);
+    EXPECT_EQ(buttonNames(*studio), (QStringList{"Intro", "Lower third", "Outro"}));
+    EXPECT_EQ(studio->buttonHavingName(QStringLiteral("Lower third"))->row(), 1);
+    EXPECT_EQ(studio->buttonHavingUID(outro->uid()), outro);
+
+    // A named set without Outro: Outro's button is set idle first, so it leaves Program.
+    outro->punchToAir();
+    KDDelayedDispatcher::flush();
+    ASSERT_EQ(chainNames(), (QStringList{"Outro:Red Source"}));
+    LVSetupManagerSet* show = manager->addSet(QStringLiteral("Show"));
+    show->addSetup(manager->setupWithName(QStringLiteral("Intro")));
+    show->addSetup(manager->setupWithName(QStringLiteral("Lower third")));
+    const LVStudioButtonRef intro = studio->buttonHavingName(QStringLiteral("Intro"));
+    manager->selectSetWithName(QStringLiteral("Show"));
+    EXPECT_EQ(buttonNames(*studio), (QStringList{"Intro", "Lower third"}));
+    EXPECT_EQ(outro->state(), 0u);
+    EXPECT_EQ(outro->bus(), nullptr);
+    EXPECT_EQ(studio->buttonHavingName(QStringLiteral("Intro")), intro) << "kept buttons are not rebuilt";
+    KDDelayedDispatcher::flush();
+    EXPECT_TRUE(app->liveEffects().empty());
+    EXPECT_TRUE(show->positionHintForSetup(QStringLiteral("Intro")).has_value());
+    EXPECT_FALSE(show->positionHintForSetup(QStringLiteral("Outro")).has_value());
+
+    // Back to all setups: Outro comes back, idle, at its old place.
+    manager->selectSetWithName(QString());
+    const LVStudioButtonRef again = studio->buttonHavingName(QStringLiteral("Outro"));
+    ASSERT_TRUE(again);
+    EXPECT_NE(again, outro);
+    EXPECT_EQ(again->state(), 0u);
+    EXPECT_EQ(again->row(), 0);
+    EXPECT_EQ(again->col(), outro->col());
+}
+
+TEST_F(LVStudioTest, NewButtonsAreUntitledAndLandInPreview)
+{
+    const LVStudioButtonRef first = studio->doNewButton();
+    const LVStudioButtonRef second = studio->doNewButton();
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(first->name(), QStringLiteral("Untitled"));
+    EXPECT_EQ(second->name(), QStringLiteral("Untitled 1"));
+    EXPECT_EQ(first->state(), uint32_t(LVButtonPreview));
+    EXPECT_EQ(second->state(), uint32_t(LVButtonPreview));
+    EXPECT_NE(std::make_pair(first->row(), first->col()), std::make_pair(second->row(), second->col()));
+    first->doDelete();
+    EXPECT_EQ(studio->buttonHavingName(QStringLiteral("Untitled")), nullptr);
+    EXPECT_FALSE(QFileInfo::exists(first->setup()->path()));
+    EXPECT_EQ(studio->makeNewButton()->name(), QStringLiteral("Untitled"));
+}
+
+TEST_F(LVStudioTest, DuplicatesNeverOverwriteAndAnswerTheSameKey)
+{
+    const LVStudioButtonRef intro = addSetup(QStringLiteral("Intro"), kRed, 1);
+    intro->setMIDIKey(0x903C);
+    const LVStudioButtonRef copy = intro->doDuplicate();
+    const LVStudioButtonRef copy2 = intro->doDuplicate();
+    ASSERT_TRUE(copy && copy2);
+    EXPECT_EQ(copy->name(), QStringLiteral("Copy of Intro"));
+    EXPECT_EQ(copy2->name(), QStringLiteral("Copy of Intro 1"));
+    EXPECT_EQ(copy->midiKey(), 0x903Cu);
+    EXPECT_EQ(copy->setup()->numEffects(), 2);
+    EXPECT_TRUE(QFileInfo::exists(copy2->setup()->path()));
+}
+
+TEST_F(LVStudioTest, ProgramIsRebuiltOncePerBurst)
+{
+    const LVStudioButtonRef intro = addSetup(QStringLiteral("Intro"), kRed, 1);
+    const LVStudioButtonRef strap = addSetup(QStringLiteral("Strap"), {}, 2);
+    const LVStudioButtonRef outro = addSetup(QStringLiteral("Outro"), kBlue);
+    KDDelayedDispatcher::flush();
+    intro->punchToAir();
+    strap->punchToAir();
+    outro->selectForAir();
+    EXPECT_EQ(KDDelayedDispatcher::pendingCount(), 2u) << "one Program rebuild and one list notice";
+    KDDelayedDispatcher::flush();
+    EXPECT_EQ(chainNames(), (QStringList{"Intro:Red Source", "Intro:Marker", "Strap:Marker", "Strap:Marker"}));
+    EXPECT_EQ(intro->effects()[0]->mode(), LVModeLive);
+    EXPECT_EQ(outro->effects()[0]->mode(), LVModePreview);
+    EXPECT_EQ(studio->previewButtonNames(), (QStringList{"Outro", "Strap"}));
+
+    // The cut touches three buttons and rebuilds Program once, with the same effect objects.
+    const LVEffectRef outroSource = outro->effects()[0];
+    studio->doCut();
+    EXPECT_EQ(KDDelayedDispatcher::pendingCount(), 2u);
+    KDDelayedDispatcher::flush();
+    EXPECT_EQ(chainNames(), (QStringList{"Outro:Red Source", "Strap:Marker", "Strap:Marker"}));
+    EXPECT_EQ(app->liveEffects().front(), outroSource);
+    EXPECT_EQ(intro->state(), 0u);
+    EXPECT_EQ(studio->programButtonNames(), (QStringList{"Outro", "Strap"}));
+
+    studio->doClear();
+    EXPECT_EQ(outro->state(), uint32_t(LVButtonLeaving));
+    EXPECT_EQ(strap->state(), uint32_t(LVButtonLeaving));
+    studio->doCut();
+    KDDelayedDispatcher::flush();
+    EXPECT_TRUE(app->liveEffects().empty());
+}
+
+TEST_F(LVStudioTest, TransitionFractionsRiseToExactlyOneThenCut)
+{
+    const struct {
+        double transitionTime;
+        double step;
+        std::vector<double> fractions;
+    } cases[] = {
+        {1.0, 0.125, {0, 0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875, 1.0}},
+        {0.5, 0.25, {0, 0.5, 1.0}},
+        {0.5, 0.375, {0, 0.75, 1.0}},  // the last frame comes late: clamped to 1
+        {0.25, 1.0, {0, 1.0}},
+    };
+    const LVStudioButtonRef a = addSetup(QStringLiteral("A"), kRed);
+    const LVStudioButtonRef b = addSetup(QStringLiteral("B"), kBlue);
+    for (const auto& c : cases) {
+        a->punchToAir();
+        b->selectForAir();
+        KDDelayedDispatcher::flush();
+        ASSERT_TRUE(studio->setTransitionTime(c.transitionTime));
+        const auto transition = recordingTransition();
+        studio->startTransition(transition);
+        EXPECT_EQ(b->state(), uint32_t(LVButtonTransitioning));
+        EXPECT_EQ(b->effects()[0]->mode(), LVModeTransition);
+        frameAfter(0);
+        while (studio->isTransitionRunning()) {
+            EXPECT_EQ(studio->transitionFraction(), transition->fractions.back());
+            frameAfter(c.step);
+        }
+        EXPECT_EQ(transition->fractions, c.fractions) << "transition time " << c.transitionTime;
+        EXPECT_EQ(b->state(), uint32_t(LVButtonOnAir));
+        EXPECT_EQ(a->state(), 0u);
+        EXPECT_EQ(transition->targets.back(), studio->previewBuffer().name) << "blends towards the Preview frame";
+        frameAfter(c.step);
+        EXPECT_EQ(transition->fractions.size(), c.fractions.size()) << "nothing after the cut";
+        b->punchToOffAir();
+    }
+}
+
+TEST_F(LVStudioTest, ANewTransitionRestartsTheClockAndACutDoesNotStopIt)
+{
+    const LVStudioButtonRef a = addSetup(QStringLiteral("A"), kRed);
+    const LVStudioButtonRef b = addSetup(QStringLiteral("B"), kBlue);
+    const LVStudioButtonRef e = addSetup(QStringLiteral("E"), {}, 1);
+    a->punchToAir();
+    b->selectForAir();
+    KDDelayedDispatcher::flush();
+    const auto first = recordingTransition();
+    studio->startTransition(first);
+    frameAfter(0.5);
+    const auto second = recordingTransition();
+    studio->startTransition(second);
+    frameAfter(0.5);
+    EXPECT_EQ(second->fractions, (std::vector<double>{0.5}));
+    EXPECT_EQ(first->fractions.size(), 1u);
+
+    studio->doCut(); // B goes on air at once; the transition runs on
+    EXPECT_EQ(b->state(), uint32_t(LVButtonOnAir));
+    e->selectForAir();
+    frameAfter(0.5);
+    EXPECT_FALSE(studio->isTransitionRunning());
+    EXPECT_EQ(e->state(), uint32_t(LVButtonOnAir)) << "the time-up cut takes what is in Preview then";
+}
+
+TEST_F(LVStudioTest, ATransitionWithNoEffectStillCutsOnTime)
+{
+    const LVStudioButtonRef b = addSetup(QStringLiteral("B"), kBlue);
+    ASSERT_FALSE(studio->setNamedTransition(QStringLiteral("No Such Transition")));
+    b->selectForAir();
+    studio->startTransition(nullptr);
+    frameAfter(0.5);
+    EXPECT_TRUE(studio->isTransitionRunning());
+    EXPECT_EQ(studio->transitionFraction(), 0.5);
+    frameAfter(0.5);
+    EXPECT_EQ(b->state(), uint32_t(LVButtonOnAir));
+    EXPECT_FALSE(studio->isTransitionRunning());
+}
+
+TEST_F(LVStudioTest, DissolveHalfwayBlendsTheTwoSetupsExactly)
+{
+    const LVStudioButtonRef a = addSetup(QStringLiteral("A"), kRed, 1);
+    const LVStudioButtonRef b = addSetup(QStringLiteral("B"), kBlue, 1);
+    a->punchToAir();
+    frameAfter(0.1);
+    EXPECT_EQ(pixel(5, 5), kRedPixel);
+    b->selectForAir();
+    frameAfter(0.1);
+    EXPECT_EQ(pixel(5, 5), kRedPixel) << "Preview does not leak into Program";
+    EXPECT_EQ(studio->transitionNames().contains(QStringLiteral("Dissolve")), true);
+
+    studio->doDissolve();
+    frameAfter(0.5);
+    EXPECT_EQ(studio->transitionFraction(), 0.5);
+    const ARGB half = pixel(5, 5);
+    EXPECT_TRUE(near(half, {255, 102, 51, 153})) << str(half);
+    const ARGB corner = pixel(app->context()->width() - 1, app->context()->height() - 1);
+    EXPECT_TRUE(near(corner, {255, 102, 51, 153})) << str(corner);
+    frameAfter(0.5);
+    EXPECT_EQ(pixel(5, 5), kBluePixel) << "ends on the incoming setup";
+    frameAfter(0.1);
+    EXPECT_EQ(pixel(5, 5), kBluePixel);
+    EXPECT_EQ(studio->programButtonNames(), (QStringList{"B"}));
+
+    // The dissolve is made once and reused.
+    a->selectForAir();
+    studio->doDissolve();
+    frameAfter(0.25);
+    const ARGB quarter = pixel(5, 5);
+    EXPECT_TRUE(near(quarter, {255, 51, 76, 178})) << str(quarter);
+}
+
+TEST_F(LVStudioTest, InSwapModeTwoCutsReturnToTheStartingPicture)
+{
+    const LVStudioButtonRef a = addSetup(QStringLiteral("A"), kRed);
+    const LVStudioButtonRef b = addSetup(QStringLiteral("B"), kBlue);
+    a->punchToAir();
+    b->selectForAir();
+    studio->setSwapMode(true);
+    const struct {
+        ARGB picture;
+        QStringList program;
+        QStringList preview;
+    } steps[] = {
+        {kRedPixel, {"A"}, {"B"}},
+        {kBluePixel, {"B"}, {"A"}},
+        {kRedPixel, {"A"}, {"B"}},
+    };
+    for (size_t i = 0; i < std::size(steps); ++i) {
+        if (i > 0) studio->doCut();
+        frameAfter(0.1);
+        EXPECT_EQ(pixel(5, 5), steps[i].picture) << "after " << i << " cuts";
+        EXPECT_EQ(studio->programButtonNames(), steps[i].program) << i;
+        EXPECT_EQ(studio->previewButtonNames(), steps[i].preview) << i;
+    }
+}
+
+TEST_F(LVStudioTest, WithNothingInPreviewATransitionFadesToBlack)
+{
+    const LVStudioButtonRef a = addSetup(QStringLiteral("A"), kRed);
+    a->punchToAir();
+    frameAfter(0.1);
+    studio->doClear();
+    studio->doDissolve();
+    frameAfter(0.5);
+    EXPECT_TRUE(near(pixel(5, 5), {255, 102, 0, 51})) << str(pixel(5, 5));
+    frameAfter(0.5);
+    EXPECT_EQ(pixel(5, 5), (ARGB{255, 0, 0, 0}));
+    // The next frame starts with Program rebuilt from the cut.
+    frameAfter(0.1);
+    EXPECT_TRUE(app->liveEffects().empty());
+    EXPECT_EQ(pixel(5, 5), (ARGB{255, 0, 0, 0}));
+}
+
+TEST_F(LVStudioTest, NamedTransitionsAndTransitionTime)
+{
+    const QStringList names = studio->transitionNames();
+    ASSERT_TRUE(names.contains(QStringLiteral("Wipe")));
+    EXPECT_EQ(studio->namedTransition(), names.front());
+    EXPECT_TRUE(studio->setNamedTransition(QStringLiteral("Wipe")));
+    EXPECT_FALSE(studio->setNamedTransition(QStringLiteral("wipe")));
+    EXPECT_EQ(studio->namedTransition(), QStringLiteral("Wipe"));
+
+    EXPECT_EQ(studio->transitionTime(), 1.0);
+    for (double bad : std::array<double, 4>{0.0, -1.0, std::nan(""), std::numeric_limits<double>::infinity()})
+        EXPECT_FALSE(studio->setTransitionTime(bad)) << bad;
+    EXPECT_EQ(studio->transitionTime(), 1.0);
+    EXPECT_TRUE(studio->setTransitionTime(2.5));
+    EXPECT_EQ(studio->transitionTime(), 2.5);
+
+    // The selected entry is what doTransition instantiates.
+    const LVStudioButtonRef b = addSetup(QStringLiteral("B"), kBlue);
+    b->selectForAir();
+    studio->doTransition();
+    EXPECT_TRUE(studio->isTransitionRunning());
+    EXPECT_EQ(b->state(), uint32_t(LVButtonTransitioning));
+}
+
+TEST_F(LVStudioTest, PreferencesSwapModeFrameAndFirstRunOffer)
+{
+    EXPECT_TRUE(studio->takeFirstRunOffer());
+    EXPECT_FALSE(studio->takeFirstRunOffer());
+    EXPECT_TRUE(defaults->boolForKey(QStringLiteral("seenStudio")));
+
+    defaults->setValue(QStringLiteral("studioFrame"), QStringLiteral("{{10, 20}, {300, 200}}"));
+    studio->setSwapMode(true);
+    app->applicationWillTerminate();
+    EXPECT_TRUE(defaults->boolForKey(QStringLiteral("studioSwapMode")));
+    EXPECT_EQ(defaults->stringForKey(QStringLiteral("studioFrame")), QStringLiteral("{{10, 20}, {300, 200}}"))
+        << "no window: the stored frame is kept";
+    studio->setWindowFrameSource([] { return QStringLiteral("{{1, 2}, {3, 4}}"); });
+    app->applicationWillTerminate();
+    EXPECT_EQ(studio->storedWindowFrame(), QStringLiteral("{{1, 2}, {3, 4}}"));
+
+    startApp();
+    EXPECT_TRUE(studio->isSwapMode()) << "read back at start-up";
+    EXPECT_FALSE(studio->takeFirstRunOffer());
+}
+
+TEST_F(LVStudioTest, ControlSurfacesHearOfButtonsAndKeys)
+{
+    QSignalSpy added(studio, &LVStudio::studioButtonAdded);
+    QSignalSpy removed(studio, &LVStudio::studioButtonRemoved);
+    QSignalSpy keys(studio, &LVStudio::buttonMidiKeyChanged);
+    const LVStudioButtonRef button = addSetup(QStringLiteral("Intro"), kRed);
+    EXPECT_EQ(added.count(), 1);
+    button->setMIDIKey(0x9040);
+    button->setMIDIKey(0x9040);
+    button->setMIDIKey(0);
+    EXPECT_EQ(keys.count(), 2);
+    EXPECT_EQ(keys.front().front().value<LVStudioButton*>(), button.get());
+    // What a key press does.
+    button->doNormalToggle();
+    EXPECT_EQ(button->state(), uint32_t(LVButtonPreview));
+    button->doDelete();
+    EXPECT_EQ(removed.count(), 1);
+}
+
+TEST_F(LVStudioTest, SnapshotMakesTheIconFromTheButtonsPicture)
+{
+    const LVStudioButtonRef button = addSetup(QStringLiteral("Intro"), kRed);
+    button->snapshot();
+    const QImage icon = button->setup()->icon();
+    ASSERT_EQ(icon.size(), QSize(64, 64));
+    EXPECT_EQ(icon.pixelColor(32, 32).rgb(), kRed.rgb());
+    // 320x240 fitted into 64x64 leaves black bands above and below.
+    EXPECT_EQ(icon.pixelColor(32, 1).rgb(), QColor(Qt::black).rgb());
+    LVSavedSetup reread(app->context(), button->setup()->path());
+    EXPECT_FALSE(reread.iconData().isEmpty()) << "persisted";
+}
+
+class LVFakeMonitor : public LVPreviewOutput {
+public:
+    bool isPreviewVisible() const override { return visible; }
+    void drawIntoPreview(LVContext&, bool) override { ++draws; }
+    bool visible = true;
+    int draws = 0;
+};
+
+TEST_F(LVStudioTest, PreviewRendersOnlyWhenShownAndWanted)
+{
+    LVFakeMonitor monitor;
+    studio->setPreviewMonitor(&monitor);
+    const LVStudioButtonRef b = addSetup(QStringLiteral("B"), kBlue, 1);
+    frameAfter(0.1);
+    EXPECT_EQ(monitor.draws, 0) << "nothing in Preview";
+    b->selectForAir();
+    testLog().clear();
+    frameAfter(0.1);
+    EXPECT_EQ(monitor.draws, 1);
+    EXPECT_EQ(testLog(), (QStringList{"Red Source.preDoit", "Marker.preDoit", "Red Source.doit", "Marker.doit"}));
+    monitor.visible = false;
+    testLog().clear();
+    frameAfter(0.1);
+    EXPECT_EQ(monitor.draws, 1);
+    EXPECT_TRUE(testLog().isEmpty());
+    // A transition needs the Preview picture even with the monitor hidden.
+    studio->startTransition(nullptr);
+    frameAfter(0.1);
+    EXPECT_EQ(monitor.draws, 1);
+    EXPECT_TRUE(testLog().contains(QStringLiteral("Red Source.doit")));
+    frameAfter(1.0);
+    EXPECT_EQ(b->state(), uint32_t(LVButtonOnAir));
+    b->punchToOffAir();
+    b->selectForAir();
+
+    // Frame-rate readout: sampled over more than 2 s of shown frames.
+    monitor.visible = true;
+    studio->doFPS(false);
+    EXPECT_TRUE(studio->fpsLabel().isEmpty()) << "only with Option";
+    studio->doFPS(true);
+    EXPECT_EQ(studio->fpsLabel(), QStringLiteral("FPS"));
+    for (int i = 0; i < 16; ++i) frameAfter(0.125);
+    EXPECT_EQ(studio->fpsLabel(), QStringLiteral("FPS"));
+    frameAfter(0.125);
+    EXPECT_EQ(studio->fpsLabel(), QStringLiteral("8.0"));
+    studio->setPreviewMonitor(nullptr);
+}
+
+} // namespace
