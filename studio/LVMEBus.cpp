@@ -71,16 +71,18 @@ void LVMEBus::placeButton(LVStudioButton& button)
 {
     int32_t row = 0;
     if (!button.hasVideoSource()) row = button.row() == 0 ? 1 : button.row();
+    // A damaged position hint must not put a button outside the grid.
     if (row < 0) row = 1;
+    const int32_t col = std::max(0, button.col());
     if (size_t(row) >= rows_.size()) {
-        button.setRow(row, button.col());
+        button.setRow(row, col);
         return;
     }
     const auto& cells = rows_[size_t(row)];
     const bool taken = std::any_of(cells.begin(), cells.end(), [&](const LVStudioButtonRef& other) {
-        return other.get() != &button && other->col() == button.col();
+        return other.get() != &button && other->col() == col;
     });
-    button.setRow(row, taken ? _findFreeCellOnRow(row) : button.col());
+    button.setRow(row, taken ? _findFreeCellOnRow(row) : col);
 }
 
 int32_t LVMEBus::_findFreeCellOnRow(int32_t row) const

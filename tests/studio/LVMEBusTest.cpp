@@ -231,6 +231,8 @@ TEST_F(LVMEBusTest, PlacementKeepsSourcesInRowZeroAndCellsFree)
         {"a source on a taken cell takes the first free one", true, 0, 1, 0, 3},
         {"a free cell in a missing row is kept", false, 4, 2, 4, 2},
         {"an effect-only button on a taken cell", false, 1, 0, 1, 2},
+        {"a damaged hint outside the grid", false, -2, -3, 1, 2},
+        {"a negative column in a missing row", false, 5, -1, 5, 0},
     };
     for (const auto& c : cases) {
         build({});
