@@ -83,16 +83,18 @@ QByteArray readLine(int fd, QByteArray& buffer)
     return line;
 }
 
-std::vector<double> roundTrips(const QString& path, const QByteArray& request, int count, qsizetype* replyBytes)
+// One connection: warm-up requests first, then the timed ones.
+std::vector<double> roundTrips(const QString& path, const QByteArray& request, int warmUp, int count,
+                               qsizetype* replyBytes)
 {
     const int fd = connectUnix(path);
     QByteArray buffer;
     std::vector<double> ms;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < warmUp + count; ++i) {
         const auto start = Clock::now();
         ::send(fd, request.constData(), size_t(request.size()), MSG_NOSIGNAL);
         const QByteArray reply = readLine(fd, buffer);
-        ms.push_back(msSince(start));
+        if (i >= warmUp) ms.push_back(msSince(start));
         *replyBytes = reply.size();
     }
     ::close(fd);
@@ -210,16 +212,22 @@ void benchRoundTrip(int count)
     qsizetype replyBytes = 0;
     std::vector<double> control;
     runWhileServing([&] {
-        roundTrips(rig.control->server().path(), request, 100, &replyBytes);
-        control = roundTrips(rig.control->server().path(), request, count, &replyBytes);
+        control = roundTrips(rig.control->server().path(), request, 100, count, &replyBytes);
     });
+    // The main thread's share: parsing, reading the studio, writing the reply.
+    std::vector<double> handling;
+    const QByteArray line = request.trimmed();
+    for (int i = 0; i < count; ++i) {
+        const auto start = Clock::now();
+        const QByteArray reply = rig.control->server().replyToLine(line);
+        handling.push_back(msSince(start));
+    }
     std::vector<double> echo;
     {
         const QString echoPath = rig.dir.filePath("echo.sock");
         PlainEchoServer server(echoPath, QByteArray(replyBytes, 'x') + '\n');
         qsizetype echoBytes = 0;
-        roundTrips(echoPath, request, 100, &echoBytes);
-        echo = roundTrips(echoPath, request, count, &echoBytes);
+        echo = roundTrips(echoPath, request, 100, count, &echoBytes);
     }
     const double p99 = percentile(control, 0.99);
     const double echoP99 = percentile(echo, 0.99);
@@ -233,6 +241,7 @@ void benchRoundTrip(int count)
         {"echo_p50_ms", round3(percentile(echo, 0.5))},
         {"echo_p99_ms", round3(echoP99)},
         {"p99_ratio_to_echo", round3(echoP99 > 0 ? p99 / echoP99 : 0)},
+        {"handling_p50_ms", round3(percentile(handling, 0.5))},
     });
 }
 
@@ -259,18 +268,21 @@ void benchCutToFrame(int count, int frameRate)
     const double periodMs = 1000.0 / frameRate;
     std::vector<double> toReply;
     std::vector<double> toFrame;
+    std::vector<int> staleFrames;
     runWhileServing([&] {
         LVShmem reader;
         uint64_t lastTimestamp = 0;
         std::unique_ptr<uint8_t[]> pixels;
-        // The red byte of the first pixel (A,R,G,B) tells which setup is on air.
+        // The red byte of the first pixel (A,R,G,B) tells which setup is on air. Answers how
+        // many frames still showed the old one.
         auto waitForRed = [&](bool red) {
-            for (;;) {
+            for (int stale = 0;; ) {
                 uint64_t length = 0;
                 const LVShmemReadResult result = reader.getData(pixels, length, lastTimestamp);
                 if (result.status == 0) {
                     lastTimestamp = result.timestamp;
-                    if ((pixels[1] > 128) == red) return;
+                    if ((pixels[1] > 128) == red) return stale;
+                    ++stale;
                 }
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
             }
@@ -287,7 +299,7 @@ void benchCutToFrame(int count, int frameRate)
             readLine(fd, buffer);
             toReply.push_back(msSince(start));
             red = !red;
-            waitForRed(red);
+            staleFrames.push_back(waitForRed(red));
             toFrame.push_back(msSince(start));
         }
         ::close(fd);
@@ -304,6 +316,8 @@ void benchCutToFrame(int count, int frameRate)
         {"max_ms", round3(percentile(toFrame, 1.0))},
         {"max_in_frame_periods", round3(percentile(toFrame, 1.0) / periodMs)},
         {"measured_fps", round3(rig.app->measuredFps())},
+        // Frames published after the request was sent that still showed the old Program.
+        {"old_frames_max", *std::max_element(staleFrames.begin(), staleFrames.end())},
     });
 }
 

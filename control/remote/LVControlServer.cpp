@@ -204,6 +204,8 @@ void LVControlServer::answerLines(Client* client)
         if (line.endsWith('\r')) line.chop(1);
         if (line.trimmed().isEmpty()) continue;
         socket->write(replyToLine(line) + '\n');
+        // Out now rather than on the next turn of the loop; never blocks.
+        socket->flush();
         client->idle->start(limits_.idleMs);
         if (socket->bytesToWrite() > limits_.maxUnreadReplyBytes) {
             LVLog("Control: a client left %lld bytes of replies unread; closing it", qlonglong(socket->bytesToWrite()));

@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <functional>
+#include <poll.h>
 #include <thread>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -86,6 +87,13 @@ public:
     {
         send(line + '\n');
         return readLine();
+    }
+
+    // Waits, without reading, until the server hangs up; false after 20 s.
+    bool waitForHangUp()
+    {
+        pollfd waiting{fd_, POLLRDHUP, 0};
+        return ::poll(&waiting, 1, 20000) == 1 && (waiting.revents & (POLLRDHUP | POLLHUP | POLLERR));
     }
 
     // True when the server closed the connection (end of stream or reset).

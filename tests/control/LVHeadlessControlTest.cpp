@@ -147,4 +147,53 @@ TEST_F(LVHeadlessControlTest, TheSocketOfAKilledInstanceIsTakenOver)
     stop(*next);
 }
 
+TEST_F(LVHeadlessControlTest, AHeadlessStudioRunsAsAVisionMixerDrivenByCtl)
+{
+    const QString setups = dir.filePath(QStringLiteral("XDG_DATA_HOME/Lumaveil/Saved Setups"));
+    ASSERT_TRUE(QDir().mkpath(setups));
+    for (const char* name : {"Intro", "Other"}) {
+        QFile file(setups + QLatin1Char('/') + QString::fromLatin1(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})");
+    }
+    environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.d."));
+    const auto lumaveil = startLumaveil(QStringLiteral("Control: serving"), {"--studio"});
+
+    auto read = [&](const char* property) { return ctl({"get", QString::fromLatin1(property)}).out.trimmed(); };
+    struct Step {
+        QStringList command;
+        QString preview;
+        QString program;
+    };
+    const Step steps[] = {
+        {{"button", "Intro", "selectForAir"}, "Intro", ""},
+        {{"cut"}, "", "Intro"},
+        {{"button", "Other", "selectForAir"}, "Other", "Intro"},
+        {{"set", "studioSwapMode", "true"}, "Other", "Intro"},
+        {{"cut"}, "Intro", "Other"},
+        {{"cut"}, "Other", "Intro"},  // two cuts in swap mode: back where it started
+        {{"set", "studioSwapMode", "false"}, "Other", "Intro"},
+    };
+    for (const Step& step : steps) {
+        const Run run = ctl(step.command);
+        EXPECT_EQ(run.status, 0) << qPrintable(step.command.join(' ') + ": " + run.err);
+        EXPECT_EQ(read("studioPreviewButtons"), step.preview) << qPrintable(step.command.join(' '));
+        EXPECT_EQ(read("studioProgramButtons"), step.program) << qPrintable(step.command.join(' '));
+    }
+
+    ASSERT_EQ(ctl({"set", "studioTransitionTime", "0.3"}).out, QStringLiteral("0.3\n"));
+    ASSERT_EQ(ctl({"studioDissolve"}).status, 0);
+    EXPECT_TRUE(read("studioTransition").startsWith(QLatin1String("fraction=")));
+    // The studio's own frames end the transition; each query is a real round trip.
+    QString transition;
+    for (int query = 0; query < 1000; ++query) {
+        transition = read("studioTransition");
+        if (transition.endsWith(QLatin1String("running=false"))) break;
+    }
+    EXPECT_EQ(transition, QStringLiteral("fraction=0 running=false"));
+    EXPECT_EQ(read("studioProgramButtons"), QStringLiteral("Other"));
+    EXPECT_EQ(read("studioPreviewButtons"), QString());
+    stop(*lumaveil);
+}
+
 } // namespace
