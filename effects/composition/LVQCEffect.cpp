@@ -99,14 +99,17 @@ QString LVQCEffect::resolvePath(QString* problem) const
         // Inside the application's resources: the folder that holds the bundled Effects, and
         // nothing outside it (an archive may say "./../../etc/shadow").
         const QString bundled = registry ? registry->folders().bundled : LVEffectFolders::standard().bundled;
-        const QString root = QFileInfo(QDir::cleanPath(bundled + QStringLiteral("/.."))).canonicalFilePath();
-        const QString path = QFileInfo(root + QLatin1Char('/') + fname_.mid(2)).canonicalFilePath();
-        if (root.isEmpty() || path.isEmpty()) return {};
-        if (!path.startsWith(root + QLatin1Char('/'))) {
+        const QString root = QDir::cleanPath(bundled + QStringLiteral("/.."));
+        const QString path = QDir::cleanPath(root + QLatin1Char('/') + fname_.mid(2));
+        // By name, then once more with links followed.
+        const QString realRoot = QFileInfo(root).canonicalFilePath();
+        const QString realPath = QFileInfo(path).canonicalFilePath();
+        if (!path.startsWith(root + QLatin1Char('/')) ||
+            (!realPath.isEmpty() && !realPath.startsWith(realRoot + QLatin1Char('/')))) {
             *problem = QStringLiteral("is outside the Effects folders; refused");
             return {};
         }
-        return path;
+        return realPath;
     }
     // Catalogue names only: a name with a folder in it is no composition of ours.
     if (fname_.contains(QLatin1Char('/'))) {

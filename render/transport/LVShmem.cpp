@@ -128,20 +128,19 @@ void LVShmem::attach()
     const KDSharedMem* segments[] = {controlBlockShmem_.get(), imageBlockShmem_[0].get(), imageBlockShmem_[1].get()};
     const std::string previousProblem = problem_;
     problem_.clear();
-    bool missing = false;
+    bool refused = false;
     for (const KDSharedMem* segment : segments) {
         if (segment && segment->getMemory() != KDSharedMem::kNotMapped)
             continue;
-        missing = missing || (segment && segment->isMissing());
-        if (segment && !segment->refusal().empty() && !segment->isMissing())
-            problem_ = "shared memory " + segment->name() + " refused: " + segment->refusal();
-        else if (problem_.empty())
-            problem_ = "shared memory " + (segment ? segment->name() : names_.control) + " could not be opened";
+        refused = segment && !segment->refusal().empty() && !segment->isMissing();
+        problem_ = "shared memory " + (segment ? segment->name() : names_.control) +
+                   (refused ? " refused: " + segment->refusal() : std::string(" could not be opened"));
         break;
     }
     available_ = problem_.empty();
-    // A reader waiting for a producer is normal; a refusal is said once, not per poll.
-    if (!available_ && !missing && problem_ != previousProblem)
+    // A reader waiting for a producer (or one still sizing its segments) is normal; a refusal
+    // is said once, not per poll.
+    if (!available_ && (refused || role_ == LVShmemRole::Producer) && problem_ != previousProblem)
         LVLog("%s; frames are not %s", problem_.c_str(), role_ == LVShmemRole::Producer ? "published" : "read");
     if (available_ && role_ == LVShmemRole::Producer && field<uint32_t>(controlBlock_, kLVCtrlAppPid).load() == 0) {
         field<uint64_t>(controlBlock_, 0).store(0);

@@ -439,3 +439,42 @@ TEST(LVPassSizeTest, PassTargetsAreCappedByMemoryKeepingTheirShape)
         }
     }
 }
+
+TEST_F(LVEffectsTest, ASavedCompositionNameNeverLeadsOutOfTheEffectsFolders)
+{
+    const QByteArray red = "/*{}*/\nvoid main() { gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0); }\n";
+    QDir(dir.path()).mkdir(QStringLiteral("Effects"));
+    write(QStringLiteral("Inside.fs"), red);
+    QTemporaryDir outside;
+    QFile file(outside.filePath(QStringLiteral("x.fs")));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(red);
+    file.close();
+    scan(dir.filePath(QStringLiteral("Effects")));
+    const QString escape = QStringLiteral("./") + QDir(dir.path()).relativeFilePath(file.fileName());
+    const struct {
+        QString fileName;
+        bool resolved;
+    } cases[] = {
+        {QStringLiteral("./Inside.fs"), true},
+        {escape, false},
+        {QStringLiteral("./../../../../../../../../etc/shadow"), false},
+        {QStringLiteral("./Effects/../../x.fs"), false},
+        {QStringLiteral("../x.fs"), false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fileName.toStdString());
+        LVKeyedArchiver archive;
+        archive.encodeValue(QStringLiteral("class"), QStringLiteral("LVQCEffect"));
+        archive.encodeValue(QStringLiteral("fileName"), c.fileName);
+        testing::internal::CaptureStderr();
+        const LVEffectRef effect = LVEffect::effectFromData(archive.finishEncoding(), ctx.get());
+        const std::string log = testing::internal::GetCapturedStderr();
+        ASSERT_TRUE(effect);
+        EXPECT_EQ(qc(effect)->renderer() != nullptr, c.resolved) << log;
+        if (!c.resolved) {
+            EXPECT_NE(log.find(c.fileName.toStdString() + " is outside the Effects folders; refused"), std::string::npos)
+                << log;
+        }
+    }
+}

@@ -16,7 +16,7 @@
 #include "core/util/LVLog.h"
 
 LVVcamBridge::LVVcamBridge(LVShmem& shmem, LVVideoOutput& output, LVVcamOptions options)
-    : shmem_(shmem), output_(output), options_(options)
+    : shmem_(shmem), output_(output), options_(options), rateGiven_(options.rate > 0)
 {
 }
 
@@ -154,8 +154,9 @@ bool LVVcamBridge::step(Clock::time_point now)
         haveFrame_ = true;
         showingCard_ = false;
         lastNewFrame_ = now;
-        // A producer faster than the announced rate is paced to it: consumers get what was announced.
-        if (!wroteAny_ || r.frameRate <= rate_ || now - lastWrite_ >= period)
+        // A producer faster than the rate announced for it (the consumer could not follow) is
+        // paced to that rate; a rate the user chose only sets how often frames are repeated.
+        if (!wroteAny_ || rateGiven_ || r.frameRate <= rate_ || now - lastWrite_ >= period)
             return write(lastFrame_, now);
         return true;
     }

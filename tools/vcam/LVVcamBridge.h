@@ -64,6 +64,7 @@ private:
     LVShmem& shmem_;
     LVVideoOutput& output_;
     LVVcamOptions options_;
+    const bool rateGiven_;
     LVVcamLayout layout_;
     int rate_ = 15;
     std::unique_ptr<LVFrameConverter> converter_;

@@ -337,6 +337,35 @@ TEST_F(LVMainWindowTest, BetaNoticeAppearsOnceWithItsText)
     EXPECT_EQ(window->findChild<QMessageBox*>(QStringLiteral("betaNag")), nullptr);
 }
 
+TEST_F(LVMainWindowTest, ASlowEffectIsOfferedForDisablingWithoutStoppingAnything)
+{
+    const struct {
+        const char* button;
+        bool enabledAfter;
+    } cases[] = {{"Keep", true}, {"Disable", false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.button);
+        app->clearEffects(true);
+        auto slow = makeTestEffect("Marker", app->context());
+        slow->setName(QStringLiteral("Heavy"));
+        app->addOneEffect(slow);
+        emit app->slowEffect(slow, 0.5);
+        auto* box = window->findChild<QMessageBox*>(QStringLiteral("slowEffect"));
+        ASSERT_TRUE(box);
+        EXPECT_NE(box->windowModality(), Qt::ApplicationModal) << "the window goes on";
+        EXPECT_TRUE(box->text().contains(QStringLiteral("\u201cHeavy\u201d takes 500 ms a frame")))
+            << box->text().toStdString();
+        QAbstractButton* chosen = nullptr;
+        for (QAbstractButton* button : box->buttons())
+            if (button->text() == QLatin1String(c.button)) chosen = button;
+        ASSERT_TRUE(chosen);
+        chosen->click();
+        QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_EQ(slow->isEnabled(), c.enabledAfter);
+        EXPECT_EQ(window->findChild<QMessageBox*>(QStringLiteral("slowEffect")), nullptr);
+    }
+}
+
 TEST_F(LVMainWindowTest, SetupsMenuOpensTheSetupsWindowsAndSetupsLoadByName)
 {
     QList<QAction*> entries = window->setupsMenu()->actions();
