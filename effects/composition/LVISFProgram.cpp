@@ -309,13 +309,15 @@ bool driverTakesGLSL420()
 // initialise a uint from an int literal; GLSL 4.20 converts those implicitly. Words that
 // became keywords after 3.30 stay plain names there. The #line after the preamble keeps
 // the file's line numbers.
+constexpr const char* kRenamedKeywordPrefix = "lv_kw_";
+
 QString relaxedDialect(const QString& text)
 {
     static const QString version = QStringLiteral("#version 330 core\n");
     QString preamble = QStringLiteral("#version 420 core\n");
     for (const char* word : {"sample", "patch", "subroutine", "precise", "coherent", "restrict", "readonly", "writeonly",
                              "atomic_uint"})
-        preamble += QStringLiteral("#define %1 lv_kw_%1\n").arg(QLatin1String(word));
+        preamble += QStringLiteral("#define %1 %2%1\n").arg(QLatin1String(word), QLatin1String(kRenamedKeywordPrefix));
     return text.startsWith(version) ? preamble + text.mid(version.size()) : text;
 }
 
@@ -327,6 +329,7 @@ void build(BuildJob& job)
             job.error.clear();
             job.made.back() = link(relaxedDialect(stage.vertex), relaxedDialect(stage.fragment), stage.vertexFile,
                                    stage.fragmentFile, &job.error);
+            job.error.replace(QLatin1String(kRenamedKeywordPrefix), QString()); // the user's own names
         }
         if (!job.made.back()) {
             job.made.clear();

@@ -171,13 +171,17 @@ TEST_F(LVEffectsTest, CompileErrorsNameTheFilesOwnLine)
         const char* name;
         const char* text;
         int line;
+        const char* mentions;
     } cases[] = {
-        {"Plain", "/*{\n}*/\nvoid main() {\n    gl_FragColor = vec4(missing);\n}\n", 4},
+        {"Plain", "/*{\n}*/\nvoid main() {\n    gl_FragColor = vec4(missing);\n}\n", 4, "`missing'"},
         // Fails the strict dialect for the conversion and the relaxed one for the real fault.
-        {"Converting", "/*{\n}*/\nfloat level() { return 1; }\nvoid main() {\n\n    gl_FragColor = vec4(missing);\n}\n", 6},
+        {"Converting", "/*{\n}*/\nfloat level() { return 1; }\nvoid main() {\n\n    gl_FragColor = vec4(missing);\n}\n", 6,
+         "`missing'"},
         {"AfterLongHeader",
          "/*{\n\"INPUTS\": [\n{\"NAME\": \"a\", \"TYPE\": \"float\"}\n]\n}*/\nuint u = 3;\nvoid main() { gl_FragColor = a; }\n",
-         7},
+         7, "float"},
+        // A later keyword kept as a name is named as the user wrote it.
+        {"KeywordName", "/*{\n}*/\nuint u = 3;\nvoid main() { gl_FragColor = vec4(sample(1.0)); }\n", 4, "'sample'"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -187,6 +191,7 @@ TEST_F(LVEffectsTest, CompileErrorsNameTheFilesOwnLine)
         EXPECT_EQ(LVISFProgramFor(*composition, 0), nullptr);
         const QString error = LVISFProgramError(*composition);
         EXPECT_TRUE(error.startsWith(QStringLiteral("%1:%2: ").arg(path).arg(c.line))) << error.toStdString();
+        EXPECT_TRUE(error.contains(QLatin1String(c.mentions))) << error.toStdString();
     }
 }
 
