@@ -305,12 +305,12 @@ bool driverTakesGLSL420()
     return takes;
 }
 
+constexpr const char* kRenamedKeywordPrefix = "lv_kw_";
+
 // Shaders written for desktop GL 2.x compilers return an int from a float function or
 // initialise a uint from an int literal; GLSL 4.20 converts those implicitly. Words that
 // became keywords after 3.30 stay plain names there. The #line after the preamble keeps
 // the file's line numbers.
-constexpr const char* kRenamedKeywordPrefix = "lv_kw_";
-
 QString relaxedDialect(const QString& text)
 {
     static const QString version = QStringLiteral("#version 330 core\n");
