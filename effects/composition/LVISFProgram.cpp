@@ -8,6 +8,7 @@
 #include <QRegularExpression>
 
 #include <chrono>
+#include <cstdio>
 #include <condition_variable>
 #include <deque>
 #include <future>
@@ -39,6 +40,33 @@ const QStringList& perStageBuiltins()
     static const QStringList names = {QStringLiteral("PASSINDEX"), QStringLiteral("TIME"), QStringLiteral("TIMEDELTA"),
                                       QStringLiteral("FRAMEINDEX"), QStringLiteral("DATE")};
     return names;
+}
+
+bool isImageType(LVISFInputType type)
+{
+    return type == LVISFInputType::Image || type == LVISFInputType::Text || type == LVISFInputType::Audio;
+}
+
+// Every name the shader samples: image inputs, pass targets, imported images.
+QStringList imageNames(const LVComposition& c)
+{
+    QStringList names;
+    for (const LVISFInput& in : c.inputs()) {
+        if (isImageType(in.type)) names << in.name;
+    }
+    for (const LVISFPass& pass : c.passes()) {
+        if (!pass.target.isEmpty()) names << pass.target;
+    }
+    for (const LVISFImport& import : c.imports()) names << import.name;
+    names.removeDuplicates();
+    return names;
+}
+
+// Where each image lies in its texture, its size and orientation, as ISF hosts declare them.
+QString imageCompanions(const QString& name)
+{
+    return QStringLiteral("uniform vec4 %1;\nuniform vec2 %2;\nuniform bool %3;\n")
+        .arg(LVISFImageRectName(name), LVISFImageSizeName(name), LVISFImageFlipName(name));
 }
 
 QString uniformType(LVISFInputType type)
@@ -73,6 +101,7 @@ QString declarations(const LVComposition& c, bool skipImageInput, int pass)
         if (!pass.target.isEmpty()) s += QStringLiteral("uniform sampler2D %1;\n").arg(pass.target);
     }
     for (const LVISFImport& import : c.imports()) s += QStringLiteral("uniform sampler2D %1;\n").arg(import.name);
+    for (const QString& name : imageNames(c)) s += imageCompanions(name);
     return s;
 }
 
@@ -129,6 +158,8 @@ QString fusedFragmentText(const std::vector<const LVComposition*>& stages)
             if (!pass.target.isEmpty()) renamed << pass.target;
         }
         for (const LVISFImport& import : c.imports()) renamed << import.name;
+        for (const QString& name : imageNames(c))
+            renamed << LVISFImageRectName(name) << LVISFImageSizeName(name) << LVISFImageFlipName(name);
         renamed << c.globalNames();
         renamed.removeDuplicates();
         const QString prefix = QStringLiteral("lv_s%1_").arg(i);
@@ -241,6 +272,7 @@ std::unique_ptr<LVISFProgram> link(const QString& vertex, const QString& fragmen
 struct ProgramCache {
     std::map<std::pair<quint64, int>, std::unique_ptr<LVISFProgram>> own;  // by pass; null: did not compile
     std::map<std::vector<quint64>, std::unique_ptr<LVISFProgram>> fused;
+    std::map<quint64, QString> errors; // by composition: why its passes did not compile
 };
 
 ProgramCache& programs()
@@ -262,10 +294,43 @@ struct BuildJob {
     QString error;
 };
 
+bool driverTakesGLSL420()
+{
+    static const bool takes = [] {
+        const auto* text = reinterpret_cast<const char*>(glGetString(GL_SHADING_LANGUAGE_VERSION));
+        int major = 0, minor = 0;
+        if (!text || std::sscanf(text, "%d.%d", &major, &minor) != 2) return false;
+        return major * 100 + minor >= 420;
+    }();
+    return takes;
+}
+
+constexpr const char* kRenamedKeywordPrefix = "lv_kw_";
+
+// Shaders written for desktop GL 2.x compilers return an int from a float function or
+// initialise a uint from an int literal; GLSL 4.20 converts those implicitly. Words that
+// became keywords after 3.30 stay plain names there. The #line after the preamble keeps
+// the file's line numbers.
+QString relaxedDialect(const QString& text)
+{
+    static const QString version = QStringLiteral("#version 330 core\n");
+    QString preamble = QStringLiteral("#version 420 core\n");
+    for (const char* word : {"sample", "patch", "subroutine", "precise", "coherent", "restrict", "readonly", "writeonly",
+                             "atomic_uint"})
+        preamble += QStringLiteral("#define %1 %2%1\n").arg(QLatin1String(word), QLatin1String(kRenamedKeywordPrefix));
+    return text.startsWith(version) ? preamble + text.mid(version.size()) : text;
+}
+
 void build(BuildJob& job)
 {
     for (const BuildJob::Stage& stage : job.stages) {
         job.made.push_back(link(stage.vertex, stage.fragment, stage.vertexFile, stage.fragmentFile, &job.error));
+        if (!job.made.back() && driverTakesGLSL420()) {
+            job.error.clear();
+            job.made.back() = link(relaxedDialect(stage.vertex), relaxedDialect(stage.fragment), stage.vertexFile,
+                                   stage.fragmentFile, &job.error);
+            job.error.replace(QLatin1String(kRenamedKeywordPrefix), QString()); // the user's own names
+        }
         if (!job.made.back()) {
             job.made.clear();
             return;
@@ -405,8 +470,10 @@ void takeFinished()
     if (finished.empty()) return;
     for (auto& job : finished) {
         if (job->fusedKey.empty()) {
-            if (job->made.empty())
+            if (job->made.empty()) {
                 LVLog("Composition %s does not compile:\n%s", qPrintable(job->path), qPrintable(job->error));
+                programs().errors.emplace(job->ownKey.first, job->error);
+            }
             for (int i = 0; i < job->ownKey.second; ++i)
                 programs().own.emplace(std::pair(job->ownKey.first, i),
                                        job->made.empty() ? nullptr : std::move(job->made[size_t(i)]));
@@ -467,6 +534,27 @@ void LVISFProgramBuilder::holdWorker(bool hold)
     if (Worker* worker = Worker::instance()) worker->hold(hold);
 }
 
+QString LVISFProgramError(const LVComposition& composition)
+{
+    const auto it = programs().errors.find(composition.uid());
+    return it != programs().errors.end() ? it->second : QString();
+}
+
+QString LVISFImageRectName(const QString& image)
+{
+    return QStringLiteral("_%1_imgRect").arg(image);
+}
+
+QString LVISFImageSizeName(const QString& image)
+{
+    return QStringLiteral("_%1_imgSize").arg(image);
+}
+
+QString LVISFImageFlipName(const QString& image)
+{
+    return QStringLiteral("_%1_flip").arg(image);
+}
+
 QString LVISFUniformName(int stage, const QString& name)
 {
     return stage < 0 ? name : QStringLiteral("lv_s%1_%2").arg(stage).arg(name);
@@ -505,7 +593,10 @@ const LVISFProgram* LVISFProgramFor(const LVComposition& c, int pass)
         return nullptr;
     }
     build(*job);
-    if (job->made.empty()) LVLog("Composition %s does not compile:\n%s", qPrintable(c.path()), qPrintable(job->error));
+    if (job->made.empty()) {
+        LVLog("Composition %s does not compile:\n%s", qPrintable(c.path()), qPrintable(job->error));
+        programs().errors.emplace(c.uid(), job->error);
+    }
     for (int i = 0; i < int(c.passes().size()); ++i)
         own.emplace(std::pair(c.uid(), i), job->made.empty() ? nullptr : std::move(job->made[size_t(i)]));
     return own.find({c.uid(), pass})->second.get();

@@ -1,7 +1,9 @@
 #pragma once
 // Compiling compositions for OpenGL 3.3 core. Old-style GLSL (gl_FragColor, texture2D,
-// varying, #version 110/120) compiles unchanged through a preamble of macros; #line keeps
-// the compiler's line numbers those of the file.
+// varying, #version 110/120) compiles unchanged through a preamble of macros; a shader
+// that leans on the implicit conversions of old desktop compilers is compiled again as
+// GLSL 4.20 where the driver has it. #line keeps the compiler's line numbers those of
+// the file.
 #include "effects/composition/LVComposition.h"
 #include "render/LVGL.h"
 
@@ -53,6 +55,17 @@ const LVISFProgram* LVISFFusedProgramFor(const std::vector<const LVComposition*>
 // The name a composition's uniform has inside a program: as declared for stage -1 (its
 // own program), prefixed per stage inside a fused one.
 QString LVISFUniformName(int stage, const QString& name);
+
+// Why the composition's passes did not compile ("file:line: message" lines); empty when
+// they did or are not built yet.
+QString LVISFProgramError(const LVComposition& composition);
+
+// The uniforms declared beside each image (input, pass target, imported image): where
+// the image lies in its texture (vec4, normalised), its size in pixels (vec2) and whether
+// it is stored upside down (bool).
+QString LVISFImageRectName(const QString& image);
+QString LVISFImageSizeName(const QString& image);
+QString LVISFImageFlipName(const QString& image);
 
 // The shader texts, for tests and diagnostics.
 QString LVISFFragmentShaderText(const LVComposition& composition, int pass);

@@ -46,7 +46,9 @@ SimpleQCRenderer::~SimpleQCRenderer()
     ctx_->makeCurrent();
     for (auto& [key, slot] : images_) glDeleteTextures(1, &slot.texture);
     for (auto& [key, slot] : texts_) glDeleteTextures(1, &slot.texture);
-    for (auto& [key, texture] : imports_) glDeleteTextures(1, &texture);
+    for (auto& [key, texture] : imports_) {
+        if (texture.name != empty_) glDeleteTextures(1, &texture.name);
+    }
     for (auto& [key, t] : targets_) {
         const GLuint fbos[] = {t.fbo, t.backFbo};
         const GLuint textures[] = {t.texture, t.backTexture};
@@ -117,14 +119,14 @@ GLuint SimpleQCRenderer::uploadImage(const QImage& image, GLuint reuse)
     return ctx_->textureFromImage(image);
 }
 
-GLuint SimpleQCRenderer::emptyTexture()
+LVTexture SimpleQCRenderer::emptyTexture()
 {
     if (!empty_) {
         QImage clear(1, 1, QImage::Format_RGBA8888);
         clear.fill(Qt::transparent);
         empty_ = ctx_->textureFromImage(clear);
     }
-    return empty_;
+    return LVTexture{empty_, 1, 1};
 }
 
 void SimpleQCRenderer::refreshTexts()
@@ -148,6 +150,7 @@ void SimpleQCRenderer::refreshTexts()
             QImage clear(1, 1, QImage::Format_ARGB32_Premultiplied);
             clear.fill(Qt::transparent);
             slot.texture = uploadImage(clear, slot.texture);
+            slot.size = clear.size();
             continue;
         }
         QFont qfont(font);
@@ -165,16 +168,20 @@ void SimpleQCRenderer::refreshTexts()
         for (int i = 0; i < int(lines.size()); ++i) painter.drawText(1, metrics.ascent() + i * metrics.height(), lines[i]);
         painter.end();
         slot.texture = uploadImage(image, slot.texture);
+        slot.size = image.size();
     }
 }
 
-GLuint SimpleQCRenderer::textureForInput(const LVISFInput& input)
+LVTexture SimpleQCRenderer::textureForInput(const LVISFInput& input)
 {
     const auto frame = frames_.constFind(input.name);
-    if (frame != frames_.constEnd() && frame->name) return frame->name;
+    if (frame != frames_.constEnd() && frame->name) return *frame;
+    // Not fed (unread, or drawn inside a shared shader): still the chain's picture size.
+    if (input.name == composition_->imageInputKey()) return LVTexture{emptyTexture().name, ctx_->width(), ctx_->height()};
     if (input.type == LVISFInputType::Text) {
         const auto it = texts_.find(input.name);
-        return it != texts_.end() && it->second.texture ? it->second.texture : emptyTexture();
+        if (it == texts_.end() || !it->second.texture) return emptyTexture();
+        return LVTexture{it->second.texture, it->second.size.width(), it->second.size.height()};
     }
     const auto it = images_.find(input.name);
     if (it == images_.end() || it->second.path.isEmpty()) return emptyTexture();
@@ -183,6 +190,7 @@ GLuint SimpleQCRenderer::textureForInput(const LVISFInput& input)
         slot.stale = false;
         if (slot.gif) {
             slot.texture = uploadImage(slot.gif->currentImage(), slot.texture);
+            slot.size = slot.gif->currentImage().size();
         } else {
             QString error;
             const QImage image = LVReadImageFile(slot.path, &error);
@@ -193,10 +201,11 @@ GLuint SimpleQCRenderer::textureForInput(const LVISFInput& input)
                 slot.texture = 0;
             } else {
                 slot.texture = uploadImage(image, slot.texture);
+                slot.size = image.size();
             }
         }
     }
-    return slot.texture ? slot.texture : emptyTexture();
+    return slot.texture ? LVTexture{slot.texture, slot.size.width(), slot.size.height()} : emptyTexture();
 }
 
 QSize SimpleQCRenderer::passSize(const LVISFPass& pass) const
@@ -269,12 +278,21 @@ SimpleQCRenderer::Target& SimpleQCRenderer::target(const LVISFPass& pass, QSize 
 void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, QSize renderSize, int* unit)
 {
     auto loc = [&](const QString& name) { return program.location(LVISFUniformName(stage, name)); };
-    auto bindTexture = [&](GLint location, GLuint texture) {
+    auto bindTexture = [&](const QString& name, const LVTexture& texture) {
+        // Our textures hold the whole image, upright.
+        glUniform4f(loc(LVISFImageRectName(name)), 0, 0, 1, 1);
+        glUniform2f(loc(LVISFImageSizeName(name)), float(texture.width), float(texture.height));
+        glUniform1i(loc(LVISFImageFlipName(name)), 0);
+        const GLint location = loc(name);
         if (location < 0) return;
         glActiveTexture(GL_TEXTURE0 + GLenum(*unit));
-        glBindTexture(GL_TEXTURE_2D, texture);
+        glBindTexture(GL_TEXTURE_2D, texture.name);
         glUniform1i(location, *unit);
         ++*unit;
+    };
+    auto wanted = [&](const QString& image) {
+        return loc(image) >= 0 || loc(LVISFImageRectName(image)) >= 0 || loc(LVISFImageSizeName(image)) >= 0 ||
+               loc(LVISFImageFlipName(image)) >= 0;
     };
     glUniform1f(loc(QStringLiteral("TIME")), float(time_));
     glUniform1f(loc(QStringLiteral("TIMEDELTA")), float(timeDelta_));
@@ -283,6 +301,11 @@ void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, QSi
     glUniform2f(program.location(QStringLiteral("RENDERSIZE")), float(renderSize.width()), float(renderSize.height()));
     for (const LVISFInput& input : composition_->inputs()) {
         const GLint location = loc(input.name);
+        if (input.type == LVISFInputType::Image || input.type == LVISFInputType::Text ||
+            input.type == LVISFInputType::Audio) {
+            if (wanted(input.name)) bindTexture(input.name, textureForInput(input));
+            continue;
+        }
         if (location < 0) continue;
         const QVariant v = values_.value(input.name);
         switch (input.type) {
@@ -302,23 +325,30 @@ void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, QSi
         }
         case LVISFInputType::Image:
         case LVISFInputType::Text:
-        case LVISFInputType::Audio: bindTexture(location, textureForInput(input)); break;
+        case LVISFInputType::Audio: break;
         }
     }
     for (const LVISFPass& pass : composition_->passes()) {
         if (pass.target.isEmpty()) continue;
         const auto it = targets_.find(pass.target);
-        bindTexture(loc(pass.target), it != targets_.end() ? it->second.texture : emptyTexture());
+        if (it != targets_.end()) {
+            bindTexture(pass.target, LVTexture{it->second.texture, it->second.size.width(), it->second.size.height()});
+        } else if (wanted(pass.target)) {
+            // A pass skipped because only its size is read still has that size.
+            const QSize size = passSize(pass);
+            bindTexture(pass.target, LVTexture{emptyTexture().name, size.width(), size.height()});
+        }
     }
     for (const LVISFImport& import : composition_->imports()) {
-        GLuint& texture = imports_[import.name];
-        if (!texture) {
+        LVTexture& texture = imports_[import.name];
+        if (!texture.name) {
             QString error;
             const QImage image = LVReadImageFile(import.path, &error);
             if (image.isNull()) LVLog("Imported image %s not loaded: it %s", qPrintable(import.path), qPrintable(error));
-            texture = image.isNull() ? emptyTexture() : ctx_->textureFromImage(image);
+            texture = image.isNull() ? emptyTexture()
+                                     : LVTexture{ctx_->textureFromImage(image), image.width(), image.height()};
         }
-        bindTexture(loc(import.name), texture);
+        bindTexture(import.name, texture);
     }
 }
 

@@ -77,6 +77,7 @@ private:
     struct ImageSlot {
         QString path;
         GLuint texture = 0;
+        QSize size;
         std::unique_ptr<LVAnimatedImage> gif;
         bool stale = true;
     };
@@ -85,14 +86,15 @@ private:
         QString font;
         int pixelSize = 0;
         GLuint texture = 0;
+        QSize size;
     };
 
     QSize passSize(const LVISFPass& pass) const;
     Target& target(const LVISFPass& pass, QSize size);
-    GLuint textureForInput(const LVISFInput& input);
+    LVTexture textureForInput(const LVISFInput& input);
     GLuint uploadImage(const QImage& image, GLuint reuse);
     void refreshTexts();
-    GLuint emptyTexture();
+    LVTexture emptyTexture();
     void renderPass(int index, Target* into, QSize size);
 
     LVContext* ctx_;
@@ -101,7 +103,7 @@ private:
     QHash<QString, LVTexture> frames_;
     std::map<QString, ImageSlot> images_;
     std::map<QString, TextSlot> texts_;
-    std::map<QString, GLuint> imports_;
+    std::map<QString, LVTexture> imports_;
     std::map<QString, Target> targets_;
     mutable std::set<QString> cappedTargets_; // said once each; noted while sizing
     QSet<QString> firedEvents_;
