@@ -254,25 +254,24 @@ void LVMEBus::runChain(const std::vector<LVStudioButtonRef>& buttons)
 
 void LVMEBus::runPreview()
 {
-    if (!app_ || !app_->context()) return;
-    LVContext& context = *app_->context();
-    const bool forPreview = context.isForPreview();
-    context.setIsForPreview(true);
-    // A copy: an effect's doit must not be able to invalidate the list being walked.
-    const std::vector<LVStudioButtonRef> buttons = previewButtons();
-    runChain(buttons);
-    context.setIsForPreview(forPreview);
+    runBusChain(true);
 }
 
 void LVMEBus::runProgram()
 {
+    runBusChain(false);
+}
+
+void LVMEBus::runBusChain(bool preview)
+{
     if (!app_ || !app_->context()) return;
     LVContext& context = *app_->context();
-    const bool forPreview = context.isForPreview();
-    context.setIsForPreview(false);
-    const std::vector<LVStudioButtonRef> buttons = programButtons();
+    const bool wasForPreview = context.isForPreview();
+    context.setIsForPreview(preview);
+    // A copy: an effect's doit must not be able to invalidate the list being walked.
+    const std::vector<LVStudioButtonRef> buttons = preview ? previewButtons() : programButtons();
     runChain(buttons);
-    context.setIsForPreview(forPreview);
+    context.setIsForPreview(wasForPreview);
 }
 
 void LVMEBus::executeCut(bool swap)

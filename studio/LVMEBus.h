@@ -66,6 +66,8 @@ signals:
     void hasPreviewSetupsChanged();
 
 private:
+    // One bus's chain drawn with the context marked for preview or program, as it was after.
+    void runBusChain(bool preview);
     bool contains(const LVStudioButton& button) const;
     void takeOutOfRows(const LVStudioButton& button);
     void fireDelayedHasPreviewKVO();

@@ -31,6 +31,18 @@ QJsonObject effectEntry(const LVEffect& effect)
     };
 }
 
+// A command taking one "name" that answers "no <noun> named ..." when apply refuses it.
+LVControlCommands::Command namedCommand(std::function<bool(const QString&)> apply, const QString& noun)
+{
+    return [apply = std::move(apply), noun](const QJsonObject& request) {
+        QString error;
+        const auto name = LVControlCommands::stringArgument(request, QStringLiteral("name"), &error);
+        if (!name) return LVControlError(error);
+        if (!apply(*name)) return LVControlError(QStringLiteral("no %1 named \"%2\"").arg(noun, *name));
+        return LVControlResult(QJsonValue::Undefined);
+    };
+}
+
 } // namespace
 
 LVControlCommands::LVControlCommands(Lumaveil& app)
@@ -42,20 +54,10 @@ LVControlCommands::LVControlCommands(Lumaveil& app)
         for (const LVEffectRef& effect : app.liveEffects()) effects.append(effectEntry(*effect));
         return QJsonValue(effects);
     });
-    addCommand(QStringLiteral("addEffect"), [&app](const QJsonObject& request) {
-        QString error;
-        const auto name = stringArgument(request, QStringLiteral("name"), &error);
-        if (!name) return LVControlError(error);
-        if (!app.addNamedEffect(*name)) return LVControlError(QStringLiteral("no effect named \"%1\"").arg(*name));
-        return LVControlResult(QJsonValue::Undefined);
-    });
-    addCommand(QStringLiteral("setSource"), [&app](const QJsonObject& request) {
-        QString error;
-        const auto name = stringArgument(request, QStringLiteral("name"), &error);
-        if (!name) return LVControlError(error);
-        if (!app.setNamedSource(*name)) return LVControlError(QStringLiteral("no source named \"%1\"").arg(*name));
-        return LVControlResult(QJsonValue::Undefined);
-    });
+    addCommand(QStringLiteral("addEffect"),
+               namedCommand([&app](const QString& name) { return app.addNamedEffect(name); }, QStringLiteral("effect")));
+    addCommand(QStringLiteral("setSource"),
+               namedCommand([&app](const QString& name) { return app.setNamedSource(name); }, QStringLiteral("source")));
     addCommand(QStringLiteral("loadSetup"), [&app](const QJsonObject& request) {
         QString error;
         const auto name = stringArgument(request, QStringLiteral("name"), &error);
@@ -132,33 +134,44 @@ QJsonObject LVControlCommands::handle(const QJsonObject& request) const
     return command->second(request);
 }
 
-QJsonObject LVControlCommands::get(const QJsonObject& request) const
+const LVControlCommands::Property* LVControlCommands::findProperty(const QJsonObject& request,
+                                                                   QJsonObject* failure) const
 {
     QString error;
     const auto name = stringArgument(request, QStringLiteral("property"), &error);
-    if (!name) return LVControlError(error);
+    if (!name) {
+        *failure = LVControlError(error);
+        return nullptr;
+    }
     const auto property = properties_.find(*name);
     if (property == properties_.end()) {
-        return LVControlError(QStringLiteral("unknown property \"%1\"; known properties: %2")
-                                  .arg(*name, propertyNames().join(QStringLiteral(", "))));
+        *failure = LVControlError(QStringLiteral("unknown property \"%1\"; known properties: %2")
+                                      .arg(*name, propertyNames().join(QStringLiteral(", "))));
+        return nullptr;
     }
-    return LVControlResult(property->second.getter());
+    return &property->second;
+}
+
+QJsonObject LVControlCommands::get(const QJsonObject& request) const
+{
+    QJsonObject failure;
+    const Property* property = findProperty(request, &failure);
+    if (!property) return failure;
+    return LVControlResult(property->getter());
 }
 
 QJsonObject LVControlCommands::set(const QJsonObject& request) const
 {
-    QString error;
-    const auto name = stringArgument(request, QStringLiteral("property"), &error);
-    if (!name) return LVControlError(error);
-    const auto property = properties_.find(*name);
-    if (property == properties_.end()) {
-        return LVControlError(QStringLiteral("unknown property \"%1\"; known properties: %2")
-                                  .arg(*name, propertyNames().join(QStringLiteral(", "))));
+    QJsonObject failure;
+    const Property* property = findProperty(request, &failure);
+    if (!property) return failure;
+    if (!property->setter) {
+        return LVControlError(QStringLiteral("property \"%1\" is read-only")
+                                  .arg(request.value(QStringLiteral("property")).toString()));
     }
-    if (!property->second.setter) return LVControlError(QStringLiteral("property \"%1\" is read-only").arg(*name));
     const QJsonValue value = request.value(QStringLiteral("value"));
     if (value.isUndefined()) return LVControlError(QStringLiteral("\"set\" needs a \"value\""));
-    error = property->second.setter(value);
+    const QString error = property->setter(value);
     if (!error.isEmpty()) return LVControlError(error);
-    return LVControlResult(property->second.getter());
+    return LVControlResult(property->getter());
 }

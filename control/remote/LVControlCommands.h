@@ -44,6 +44,8 @@ private:
         Getter getter;
         Setter setter;
     };
+    // The property a request names; nothing, with the error reply in failure, when it names none.
+    const Property* findProperty(const QJsonObject& request, QJsonObject* failure) const;
     QJsonObject get(const QJsonObject& request) const;
     QJsonObject set(const QJsonObject& request) const;
 

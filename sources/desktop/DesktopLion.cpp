@@ -8,7 +8,6 @@
 
 #include <QJsonObject>
 
-#include <mutex>
 
 namespace {
 
@@ -39,6 +38,27 @@ int32_t LVDesktopFrameRate()
 {
     if (const Lumaveil* app = Lumaveil::instance()) return std::max(1, app->frameRate());
     return std::max(1, LVDefaults::standardUserDefaults().valueForKey(QStringLiteral("frameRate")).toInt(15));
+}
+
+void LVApplyDesktopGrabberMode(LVDesktopGrabber& grabber, int32_t mode)
+{
+    if (mode == LVModeOff) {
+        grabber.stop();
+        return;
+    }
+    // The frame rate may have changed since the grabber was made.
+    grabber.setMinimumFrameTime(std::chrono::nanoseconds(1000000000 / LVDesktopFrameRate()));
+    grabber.start();
+}
+
+void LVEncodeDesktopParameters(const LVEffect& effect, LVKeyedArchiver& coder, const QStringList& ownKeys)
+{
+    LVKeyedArchiver base;
+    effect.LVEffect::encodeWithCoder(base);
+    const QJsonObject& keys = base.object();
+    for (auto it = keys.begin(); it != keys.end(); ++it) {
+        if (!ownKeys.contains(it.key())) coder.encodeValue(it.key(), it.value());
+    }
 }
 
 const LVEffectDescriptor& DesktopLion::classDescriptor()
@@ -116,12 +136,7 @@ bool DesktopLion::initWithCoder(LVKeyedUnarchiver& coder)
 
 void DesktopLion::encodeWithCoder(LVKeyedArchiver& coder) const
 {
-    LVKeyedArchiver base;
-    LVEffect::encodeWithCoder(base);
-    const QJsonObject& keys = base.object();
-    for (auto it = keys.begin(); it != keys.end(); ++it) {
-        if (it.key() != QLatin1String(kScreenKey) && it.key() != QLatin1String(kSelectKey)) coder.encodeValue(it.key(), it.value());
-    }
+    LVEncodeDesktopParameters(*this, coder, {QLatin1String(kScreenKey), QLatin1String(kSelectKey)});
     // Without an X server the archived display and rectangle are kept as they came.
     coder.encodeString(QLatin1String(kScreenKey), selectedScreen_ ? selectedScreen_->description() : archivedScreen_);
     coder.encodeBool(kFullScreen, model_.isFullScreen());
@@ -160,9 +175,8 @@ void DesktopLion::setScreen(const LVScreenRef& screen)
     QString error;
     grabber_ = LVDesktopGrabber::create(screen, &error);
     if (grabber_) {
-        grabber_->setMinimumFrameTime(std::chrono::nanoseconds(1000000000 / LVDesktopFrameRate()));
         grabber_->setTracksMouse(model_.isShowMouse() || model_.isFollowMouse());
-        if (mode() != LVModeOff) grabber_->start();
+        LVApplyDesktopGrabberMode(*grabber_, mode());
     } else {
         LVLog("Desktop \"%s\": %s", qPrintable(screen->description()), qPrintable(error));
     }
@@ -241,14 +255,7 @@ void DesktopLion::doSelectChange(bool)
 bool DesktopLion::setMode(int32_t mode)
 {
     if (!LVEffect::setMode(mode)) return false;
-    if (!grabber_) return true;
-    if (mode != LVModeOff) {
-        // The frame rate may have changed since the display was chosen.
-        grabber_->setMinimumFrameTime(std::chrono::nanoseconds(1000000000 / LVDesktopFrameRate()));
-        grabber_->start();
-    } else {
-        grabber_->stop();
-    }
+    if (grabber_) LVApplyDesktopGrabberMode(*grabber_, mode);
     return true;
 }
 
@@ -292,12 +299,7 @@ void DesktopLion::doit()
         if (!grabber_) return;
     }
     if (model_.isFollowMouse() && !model_.isFullScreen()) followMouse();
-    if (!drawer_.update(grabber_->last())) return;
-    const QRectF destination = drawer_.draw(*context());
-    if (!model_.isShowMouse() || willShowMouse()) return;
-    const LVDesktopMouse mouse = grabber_->mouse();
-    const auto picture = grabber_->last();
-    if (mouse.cursor && picture) drawer_.drawCursor(*context(), *mouse.cursor, mouse.location - picture->rootOrigin, destination);
+    drawer_.drawLatest(*context(), *grabber_, model_.isShowMouse() && !willShowMouse());
 }
 
 LVParameterList DesktopLion::effectProperties() const

@@ -92,5 +92,11 @@ private:
 // The render loop's rate, which a launch may set for one run; the stored preference otherwise.
 int32_t LVDesktopFrameRate();
 
+// Runs the grabber at the current frame rate while mode is not off, and stops it otherwise.
+void LVApplyDesktopGrabberMode(LVDesktopGrabber& grabber, int32_t mode);
+
+// The effect's archived parameters but those a desktop source writes in its own way.
+void LVEncodeDesktopParameters(const LVEffect& effect, LVKeyedArchiver& coder, const QStringList& ownKeys);
+
 // Registers the desktop source kinds ("Desktop" and "Desktop+").
 void LVRegisterDesktopKinds();

@@ -4,10 +4,6 @@
 #include "render/LVContext.h"
 #include "sources/desktop/DesktopLion.h"
 
-#include <QJsonObject>
-
-#include <mutex>
-
 namespace {
 
 const QString kFilter = QStringLiteral("filter");
@@ -80,13 +76,8 @@ bool DesktopPlus::initWithCoder(LVKeyedUnarchiver& coder)
 
 void DesktopPlus::encodeWithCoder(LVKeyedArchiver& coder) const
 {
-    LVKeyedArchiver base;
-    LVEffect::encodeWithCoder(base);
-    const QJsonObject& keys = base.object();
     // The window's number means nothing in another session: it is found again by class and title.
-    for (auto it = keys.begin(); it != keys.end(); ++it) {
-        if (it.key() != kWindow) coder.encodeValue(it.key(), it.value());
-    }
+    LVEncodeDesktopParameters(*this, coder, {kWindow});
     coder.encodeString(kWindowClass, chosen_.wmClass);
     coder.encodeString(kWindowTitle, chosen_.title);
 }
@@ -108,8 +99,7 @@ void DesktopPlus::ensureGrabber()
         LVLog("Desktop+: %s", qPrintable(error));
         return;
     }
-    grabber_->setMinimumFrameTime(std::chrono::nanoseconds(1000000000 / LVDesktopFrameRate()));
-    if (mode() != LVModeOff) grabber_->start();
+    LVApplyDesktopGrabberMode(*grabber_, mode());
 }
 
 QString DesktopPlus::windowLabel(const LVWindowInfo& window)
@@ -163,11 +153,7 @@ QMargins DesktopPlus::crop() const
 bool DesktopPlus::setMode(int32_t mode)
 {
     if (!LVEffect::setMode(mode)) return false;
-    if (!grabber_) return true;
-    if (mode != LVModeOff)
-        grabber_->start();
-    else
-        grabber_->stop();
+    if (grabber_) LVApplyDesktopGrabberMode(*grabber_, mode);
     return true;
 }
 
@@ -180,12 +166,7 @@ void DesktopPlus::doit()
         refreshWindows();
         findChosenAgain();
     }
-    if (!drawer_.update(grabber_->last())) return;
-    const QRectF destination = drawer_.draw(*context());
-    if (!parameterValue(kShowMouse).toBool()) return;
-    const LVDesktopMouse mouse = grabber_->mouse();
-    const auto picture = grabber_->last();
-    if (mouse.cursor && picture) drawer_.drawCursor(*context(), *mouse.cursor, mouse.location - picture->rootOrigin, destination);
+    drawer_.drawLatest(*context(), *grabber_, parameterValue(kShowMouse).toBool());
 }
 
 LVParameterList DesktopPlus::effectProperties() const

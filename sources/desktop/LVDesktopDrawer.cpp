@@ -86,3 +86,13 @@ void LVDesktopDrawer::drawCursor(LVContext& ctx, const LVCursorImage& cursor, QP
     LVContext::drawTexture(texture, QRectF(0, 0, cursorSize_.width(), cursorSize_.height()), place, false, false);
     glDisable(GL_SCISSOR_TEST);
 }
+
+void LVDesktopDrawer::drawLatest(LVContext& ctx, const LVDesktopGrabber& grabber, bool withCursor)
+{
+    const auto picture = grabber.last();
+    if (!update(picture)) return;
+    const QRectF destination = draw(ctx);
+    if (!withCursor) return;
+    const LVDesktopMouse mouse = grabber.mouse();
+    if (mouse.cursor) drawCursor(ctx, *mouse.cursor, mouse.location - picture->rootOrigin, destination);
+}

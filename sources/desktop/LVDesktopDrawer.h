@@ -23,6 +23,8 @@ public:
     // Draws the arrow with its hot spot at hotSpotAt (picture pixels, origin top left), scaled
     // and clipped like the picture in destination.
     void drawCursor(LVContext& ctx, const LVCursorImage& cursor, QPointF hotSpotAt, const QRectF& destination);
+    // The grabber's latest picture, with the arrow over it when withCursor; nothing until one came.
+    void drawLatest(LVContext& ctx, const LVDesktopGrabber& grabber, bool withCursor);
     uint64_t uploads() const { return uploads_; }
     QSize pictureSize() const { return QSize(width_, height_); }
 
