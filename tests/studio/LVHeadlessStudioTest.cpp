@@ -1,5 +1,5 @@
-// lumaveil --headless --studio: the command line and the real executable with setups on disk.
-#include "app/LVCommandLine.h"
+// lumaveil --headless --studio: the real executable with setups on disk.
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -9,33 +9,6 @@
 #include <QTemporaryDir>
 
 namespace {
-
-TEST(LVStudioCommandLine, StudioNeedsHeadlessAndNoChainOfItsOwn)
-{
-    const struct {
-        QStringList arguments;
-        bool accepted;
-        const char* error;
-    } cases[] = {
-        {{"--headless", "--studio"}, true, ""},
-        {{"--headless", "--studio", "--frames", "3", "--fps", "30"}, true, ""},
-        {{"--studio"}, false, "--studio needs --headless"},
-        {{"--headless", "--studio", "--setup", "Intro"}, false, "cannot be combined"},
-        {{"--headless", "--studio", "--source", "Test Pattern"}, false, "cannot be combined"},
-        {{"--headless", "--studio", "--effect", "Clock"}, false, "cannot be combined"},
-    };
-    for (const auto& c : cases) {
-        LVCommandLine commandLine;
-        QString error;
-        const bool accepted = LVParseCommandLine(QStringList{"lumaveil"} + c.arguments, &commandLine, &error);
-        EXPECT_EQ(accepted, c.accepted) << c.arguments.join(' ').toStdString() << ": " << error.toStdString();
-        if (accepted) {
-            EXPECT_TRUE(commandLine.studio);
-        } else {
-            EXPECT_TRUE(error.contains(QString::fromLatin1(c.error))) << error.toStdString();
-        }
-    }
-}
 
 TEST(LVHeadlessStudio, StartsWithTheCurrentSetsButtons)
 {
@@ -56,10 +29,7 @@ TEST(LVHeadlessStudio, StartsWithTheCurrentSetsButtons)
         file.write(f.contents);
     }
     QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-    process.setProcessEnvironment(environment);
+    process.setProcessEnvironment(lvPrivateEnvironment(home));
     process.start(QStringLiteral(LV_LUMAVEIL_BINARY),
                   {"--headless", "--studio", "--frames", "3", "--fps", "60", "--video-size", "64x48"});
     ASSERT_TRUE(process.waitForFinished(60000));
