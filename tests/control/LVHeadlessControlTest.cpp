@@ -128,13 +128,16 @@ TEST_F(LVHeadlessControlTest, AHeadlessStudioRunsAsAVisionMixerDrivenByCtl)
 {
     const QString setups = dir.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
     ASSERT_TRUE(QDir().mkpath(setups));
-    for (const char* name : {"Intro", "Other"}) {
+    const char* const source = R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})";
+    const char* const files[][2] = {{"Intro", source}, {"Other", source}, {"Empty", R"({"encoded": [], "midiKey": 0})"}};
+    for (const auto& [name, contents] : files) {
         QFile file(setups + QLatin1Char('/') + QString::fromLatin1(name));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})");
+        file.write(contents);
     }
     environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.d."));
     const auto lumaveil = startLumaveil(QStringLiteral("Control: serving"), {"--studio"});
+    EXPECT_TRUE(stderrText.contains(QLatin1String("chain: studio with 3 buttons (set: all setups)"))) << qPrintable(stderrText);
 
     auto read = [&](const char* property) { return ctl({"get", QString::fromLatin1(property)}).out.trimmed(); };
     struct Step {
