@@ -195,8 +195,8 @@ TEST_F(LVHeadlessProcessTest, ASecondInstanceSaysWhoPublishesAndRunsWithoutPubli
     QProcess first;
     first.setProcessEnvironment(process.processEnvironment());
     first.setProgram(process.program());
-    LVShmem reader(LVShmemRole::Reader);
     ASSERT_TRUE(startPublishing(first, {QStringLiteral("--headless"), QStringLiteral("--video-size"), QStringLiteral("64x48")}));
+    LVShmem reader(LVShmemRole::Reader); // opened on the segments the first one made
     const QString firstPid = QString::number(first.processId());
 
     struct Case {
