@@ -32,6 +32,8 @@ TEST(LVCommandLineTest, AcceptsTheHeadlessOptions)
     ASSERT_TRUE(LVParseCommandLine(args({"--headless", "--setup=Morning Show", "--bench"}), &line, &error));
     EXPECT_EQ(line.setup, QStringLiteral("Morning Show"));
     EXPECT_TRUE(line.bench);
+    ASSERT_TRUE(LVParseCommandLine(args({"--headless", "--studio", "--frames", "3"}), &line, &error));
+    EXPECT_TRUE(line.studio);
     ASSERT_TRUE(LVParseCommandLine(args({}), &line, &error));
     EXPECT_FALSE(line.headless);
 }
@@ -56,6 +58,10 @@ TEST(LVCommandLineTest, RefusesNonsenseSayingWhatIsAllowed)
              Case{{"--headless", "--setup", "x", "--effect", "Clock"}, "cannot be combined"},
              Case{{"--headless", "--colour", "red"}, "Unknown option"},
              Case{{"--headless", "stray"}, "unexpected argument"},
+             Case{{"--studio"}, "--studio needs --headless"},
+             Case{{"--headless", "--studio", "--setup", "Intro"}, "cannot be combined"},
+             Case{{"--headless", "--studio", "--source", "Test Pattern"}, "cannot be combined"},
+             Case{{"--headless", "--studio", "--effect", "Clock"}, "cannot be combined"},
          }) {
         LVCommandLine line;
         QString error;

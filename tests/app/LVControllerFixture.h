@@ -5,6 +5,7 @@
 #include "core/Lumaveil.h"
 #include "render/transport/LVShmem.h"
 #include "tests/app/LVTestKinds.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -25,10 +26,7 @@ class LVControllerTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);
+        lvEnsureApplication();
         LVRegisterTestKinds();
     }
 

@@ -5,6 +5,7 @@
 #include "render/LVContext.h"
 #include "render/transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -30,10 +31,7 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(home.isValid());
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-        process.setProcessEnvironment(environment);
+        process.setProcessEnvironment(lvPrivateEnvironment(home));
         process.setProgram(QStringLiteral(LV_LUMAVEIL_BINARY));
     }
 
@@ -46,24 +44,11 @@ protected:
         err = QString::fromUtf8(process.readAllStandardError());
     }
 
-    // Polls the frames this run publishes (not ones an earlier run left) until done() accepts
-    // one (A,R,G,B rows, top first).
+    // Frames this run publishes from now on, until done() accepts one.
     bool watchFrames(const std::function<bool(const uint8_t* argb)>& done)
     {
-        LVShmem reader;
-        const uint64_t started = LVShmem::currentHostTime();
-        std::unique_ptr<uint8_t[]> data;
-        uint64_t length = 0, last = 0;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (std::chrono::steady_clock::now() < deadline && process.state() != QProcess::NotRunning) {
-            const LVShmemReadResult r = reader.getData(data, length, last);
-            if (r.status == 0 && r.timestamp > started) {
-                last = r.timestamp;
-                if (done(data.get())) return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return false;
+        return lvWatchFrames(process, LVShmem::currentHostTime(),
+                             [&](const LVShmemReadResult&, const uint8_t* argb) { return done(argb); });
     }
 
     QJsonObject lastJsonLine() const
@@ -195,23 +180,14 @@ TEST_F(LVHeadlessProcessTest, SignalsEndItCleanly)
 }
 
 // Starts a publishing run and waits for its first frame (kept in firstFrame when asked).
-bool startPublishing(QProcess& process, const QStringList& arguments, LVShmem& reader,
-                     std::vector<uint8_t>* firstFrame = nullptr)
+bool startPublishing(QProcess& process, const QStringList& arguments, std::vector<uint8_t>* firstFrame = nullptr)
 {
     process.setArguments(arguments);
     process.start();
-    if (!process.waitForStarted()) return false;
-    std::unique_ptr<uint8_t[]> data;
-    uint64_t length = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (reader.getData(data, length, 0).status == 0) {
-            if (firstFrame) firstFrame->assign(data.get(), data.get() + length);
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return process.waitForStarted() && lvWatchFrames(process, 0, [&](const LVShmemReadResult& r, const uint8_t* argb) {
+               if (firstFrame) firstFrame->assign(argb, argb + size_t(r.width) * size_t(r.height) * 4);
+               return true;
+           });
 }
 
 TEST_F(LVHeadlessProcessTest, ASecondInstanceSaysWhoPublishesAndRunsWithoutPublishingOnlyWhenAsked)
@@ -219,9 +195,8 @@ TEST_F(LVHeadlessProcessTest, ASecondInstanceSaysWhoPublishesAndRunsWithoutPubli
     QProcess first;
     first.setProcessEnvironment(process.processEnvironment());
     first.setProgram(process.program());
-    LVShmem reader(LVShmemRole::Reader);
-    ASSERT_TRUE(startPublishing(first, {QStringLiteral("--headless"), QStringLiteral("--video-size"), QStringLiteral("64x48")},
-                                reader));
+    ASSERT_TRUE(startPublishing(first, {QStringLiteral("--headless"), QStringLiteral("--video-size"), QStringLiteral("64x48")}));
+    LVShmem reader(LVShmemRole::Reader); // opened on the segments the first one made
     const QString firstPid = QString::number(first.processId());
 
     struct Case {
@@ -273,13 +248,12 @@ TEST_F(LVHeadlessProcessTest, AHugeShaderNeitherHoldsTheFramesNorTheQuit)
     environment.insert(QStringLiteral("LUMAVEIL_EFFECTS_DIR"), effects);
     process.setProcessEnvironment(environment);
 
-    LVShmem reader(LVShmemRole::Reader);
     std::vector<uint8_t> frame;
     ASSERT_TRUE(startPublishing(process,
                                 {QStringLiteral("--headless"), QStringLiteral("--source"), QStringLiteral("Test Pattern"),
                                  QStringLiteral("--effect"), QStringLiteral("Huge"), QStringLiteral("--video-size"),
                                  QStringLiteral("64x48")},
-                                reader, &frame));
+                                &frame));
     // The first frame asks for the program and is published without waiting for it: the
     // test pattern, not yet the red.
     size_t red = 0;

@@ -3,6 +3,7 @@
 #include "app/LVRestart.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -14,13 +15,7 @@ namespace {
 
 class LVRestartTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QCoreApplication::instance()) new QGuiApplication(argc, argv);
-    }
+    static void SetUpTestSuite() { lvEnsureApplication<QGuiApplication>(); }
 
     void SetUp() override
     {

@@ -33,13 +33,7 @@ int modeOf(const QString& path)
 
 class LVControlServerTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);
-    }
+    static void SetUpTestSuite() { lvEnsureApplication(); }
 
     void SetUp() override
     {

@@ -2,6 +2,7 @@
 // Helpers for control-socket tests: the server runs on the main thread's event loop while
 // a client does blocking socket work on its own thread.
 #include "control/socket/LVControlSocket.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 

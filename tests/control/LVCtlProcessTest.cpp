@@ -8,21 +8,9 @@
 
 namespace {
 
-struct CtlRun {
-    int status = -1;
-    QString out;
-    QString err;
-};
-
 class LVCtlProcessTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);
-    }
+    static void SetUpTestSuite() { lvEnsureApplication(); }
 
     void SetUp() override
     {
@@ -30,18 +18,7 @@ protected:
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
     }
 
-    // Runs the client while the event loop serves it.
-    CtlRun ctl(const QStringList& arguments)
-    {
-        QProcess process;
-        QEventLoop loop;
-        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-        QObject::connect(&process, &QProcess::errorOccurred, &loop, &QEventLoop::quit);
-        process.start(QStringLiteral(LV_CTL_PATH), arguments);
-        loop.exec();
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
-    }
+    static LVProcessRun ctl(const QStringList& arguments) { return lvRunServed(QStringLiteral(LV_CTL_PATH), arguments); }
 
     QTemporaryDir runtime;
 };
@@ -73,7 +50,7 @@ TEST_F(LVCtlProcessTest, ExitStatusTellsSuccessFailureAndNobodyRunning)
         {{"frobnicate"}, 1, "", "lumaveil-ctl: unknown command \"frobnicate\"\nusage:"},
     };
     for (const Case& c : cases) {
-        const CtlRun run = ctl(c.arguments);
+        const LVProcessRun run = ctl(c.arguments);
         EXPECT_EQ(run.status, c.status) << qPrintable(c.arguments.join(' '));
         EXPECT_EQ(run.out, QString::fromUtf8(c.out)) << qPrintable(c.arguments.join(' '));
         const QString errStart = QString::fromUtf8(c.errStart);
@@ -84,7 +61,7 @@ TEST_F(LVCtlProcessTest, ExitStatusTellsSuccessFailureAndNobodyRunning)
                                      R"({"action":"punchToAir","command":"button","name":"Nope"})"}));
 
     server.close();
-    const CtlRun absent = ctl({"cut"});
+    const LVProcessRun absent = ctl({"cut"});
     EXPECT_EQ(absent.status, 2);
     EXPECT_EQ(absent.err, QStringLiteral("lumaveil-ctl: no Lumaveil is running (nothing serves %1)\n")
                               .arg(LVControlSocket::socketPath()));

@@ -1,6 +1,7 @@
 // The headless job driven by lumaveil-ctl: real processes, a real socket, a killed
 // instance's socket taken over by the next one.
 #include "control/socket/LVControlSocket.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -19,25 +20,13 @@ namespace {
 
 class LVHeadlessControlTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);
-    }
+    static void SetUpTestSuite() { lvEnsureApplication(); }
 
     void SetUp() override
     {
         ASSERT_TRUE(dir.isValid());
-        environment = QProcessEnvironment::systemEnvironment();
-        for (const char* variable : {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME", "XDG_DATA_HOME"}) {
-            const QString path = dir.filePath(QString::fromLatin1(variable));
-            QDir().mkpath(path);
-            environment.insert(QString::fromLatin1(variable), path);
-        }
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        socketPath = dir.filePath(QStringLiteral("XDG_RUNTIME_DIR/lumaveil/control.sock"));
+        environment = lvPrivateEnvironment(dir, true);
+        socketPath = dir.filePath(QStringLiteral("runtime/lumaveil/control.sock"));
     }
 
     // Starts a headless Lumaveil and waits until its stderr shows `until`.
@@ -62,21 +51,9 @@ protected:
         return process;
     }
 
-    struct Run {
-        int status = -1;
-        QString out;
-        QString err;
-    };
-    Run ctl(const QStringList& arguments)
+    LVProcessRun ctl(const QStringList& arguments) const
     {
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        QEventLoop loop;
-        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-        process.start(QStringLiteral(LV_CTL_PATH), arguments);
-        loop.exec();
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+        return lvRunServed(QStringLiteral(LV_CTL_PATH), arguments, environment);
     }
 
     static void stop(QProcess& process)
@@ -114,7 +91,7 @@ TEST_F(LVHeadlessControlTest, CtlDrivesTheChainOfARunningHeadlessJob)
         {{"loadSetup", "Nothing Saved", "--merge"}, 1, "", "lumaveil-ctl: no saved setup named \"Nothing Saved\" could be loaded\n"},
     };
     for (const Step& step : steps) {
-        const Run run = ctl(step.arguments);
+        const LVProcessRun run = ctl(step.arguments);
         EXPECT_EQ(run.status, step.status) << qPrintable(step.arguments.join(' '));
         EXPECT_EQ(run.out.left(qsizetype(std::strlen(step.out))), QString::fromUtf8(step.out))
             << qPrintable(step.arguments.join(' ') + ": " + run.out);
@@ -149,15 +126,18 @@ TEST_F(LVHeadlessControlTest, TheSocketOfAKilledInstanceIsTakenOver)
 
 TEST_F(LVHeadlessControlTest, AHeadlessStudioRunsAsAVisionMixerDrivenByCtl)
 {
-    const QString setups = dir.filePath(QStringLiteral("XDG_DATA_HOME/Lumaveil/Saved Setups"));
+    const QString setups = dir.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
     ASSERT_TRUE(QDir().mkpath(setups));
-    for (const char* name : {"Intro", "Other"}) {
+    const char* const source = R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})";
+    const char* const files[][2] = {{"Intro", source}, {"Other", source}, {"Empty", R"({"encoded": [], "midiKey": 0})"}};
+    for (const auto& [name, contents] : files) {
         QFile file(setups + QLatin1Char('/') + QString::fromLatin1(name));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})");
+        file.write(contents);
     }
     environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.d."));
     const auto lumaveil = startLumaveil(QStringLiteral("Control: serving"), {"--studio"});
+    EXPECT_TRUE(stderrText.contains(QLatin1String("chain: studio with 3 buttons (set: all setups)"))) << qPrintable(stderrText);
 
     auto read = [&](const char* property) { return ctl({"get", QString::fromLatin1(property)}).out.trimmed(); };
     struct Step {
@@ -175,7 +155,7 @@ TEST_F(LVHeadlessControlTest, AHeadlessStudioRunsAsAVisionMixerDrivenByCtl)
         {{"set", "studioSwapMode", "false"}, "Other", "Intro"},
     };
     for (const Step& step : steps) {
-        const Run run = ctl(step.command);
+        const LVProcessRun run = ctl(step.command);
         EXPECT_EQ(run.status, 0) << qPrintable(step.command.join(' ') + ": " + run.err);
         EXPECT_EQ(read("studioPreviewButtons"), step.preview) << qPrintable(step.command.join(' '));
         EXPECT_EQ(read("studioProgramButtons"), step.program) << qPrintable(step.command.join(' '));

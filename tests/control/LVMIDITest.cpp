@@ -2,6 +2,7 @@
 // delivery from a port's own thread onto the main thread.
 #include "control/midi/LVMIDI.h"
 #include "control/midi/LVRtMidiPort.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -36,13 +37,7 @@ private:
 
 class LVMIDITest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);
-    }
+    static void SetUpTestSuite() { lvEnsureApplication(); }
 
     void SetUp() override
     {

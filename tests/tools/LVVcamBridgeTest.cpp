@@ -1,4 +1,5 @@
 #include "tools/vcam/LVVcamBridge.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -38,13 +39,6 @@ public:
     std::vector<std::vector<uint8_t>> frames;
 };
 
-void unlinkAll()
-{
-    shm_unlink(LVShmem::segmentName("com.marrowkit.LVCtrl3").c_str());
-    shm_unlink(LVShmem::imageBlockName(0).c_str());
-    shm_unlink(LVShmem::imageBlockName(1).c_str());
-}
-
 // Publishes a frame of one opaque grey level (A,R,G,B bytes).
 void publishGrey(LVShmem& w, int width, int height, int rate, uint8_t level)
 {
@@ -67,8 +61,8 @@ uint8_t blueAt(const std::vector<uint8_t>& frame, int width, int x, int y)
 
 class LVVcamBridgeTest : public ::testing::Test {
 protected:
-    void SetUp() override { unlinkAll(); }
-    void TearDown() override { unlinkAll(); }
+    void SetUp() override { lvUnlinkFrameSegments(); }
+    void TearDown() override { lvUnlinkFrameSegments(); }
 };
 
 TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
@@ -159,7 +153,7 @@ TEST_F(LVVcamBridgeTest, FollowsTheProducerWhereTheConsumerCanElseWritesWhatWasA
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.consumerFollows);
-        unlinkAll();
+        lvUnlinkFrameSegments();
         LVShmem producer;
         producer.setAppRunning();
         publishGrey(producer, 8, 8, 15, 10);

@@ -3,6 +3,7 @@
 #include "render/LVContext.h"
 #include "render/transport/LVShmem.h"
 #include "sources/testpattern/TestPatternSource.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -113,27 +114,11 @@ TEST(TestPatternTest, CounterText)
     EXPECT_EQ(TestPatternSource::counterText(123, 3723.4567), QStringLiteral("01:02:03.457  #000123"));
 }
 
-TEST(TestPatternTest, IsInTheCatalogueAsASource)
-{
-    LVRegisterTestPatternSource();
-    const LVEffectDescriptor* d = LVEffectClasses::classNamed(QStringLiteral("TestPatternSource"));
-    ASSERT_NE(d, nullptr);
-    EXPECT_EQ(d->name, QStringLiteral("Test Pattern"));
-    EXPECT_TRUE(d->isSource());
-}
-
-void unlinkAll()
-{
-    shm_unlink(LVShmem::segmentName("com.marrowkit.LVCtrl3").c_str());
-    shm_unlink(LVShmem::imageBlockName(0).c_str());
-    shm_unlink(LVShmem::imageBlockName(1).c_str());
-}
-
 // 100 frames at 1280x720: render, publish, lumaveil-vcam --stdout, ffmpeg decode. Every
 // decoded frame shows the bars and the square further along than in the frame before.
 TEST(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
 {
-    unlinkAll();
+    lvUnlinkFrameSegments();
     const int w = 1280, h = 720;
     auto ctx = makeContext(QSize(w, h));
     ASSERT_TRUE(ctx);
@@ -170,7 +155,7 @@ TEST(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
     producer.setAppNotRunning();
     ASSERT_TRUE(ffmpeg.waitForFinished(30000));
     decoded += ffmpeg.readAllStandardOutput();
-    unlinkAll();
+    lvUnlinkFrameSegments();
 
     EXPECT_EQ(vcam.exitCode(), 0);
     const QString firstLine = QString::fromUtf8(vcam.readAllStandardError()).section(QLatin1Char('\n'), 0, 0);
