@@ -142,8 +142,8 @@ TEST(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
     ffmpeg.start(QStringLiteral("ffmpeg"),
                  {"-loglevel", "error", "-f", "rawvideo", "-pix_fmt", "yuyv422", "-s", "1280x720", "-r", "30", "-i", "-",
                   "-vf", "scale=320:180:flags=neighbor", "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
-    // A repeat only after half a second, so a repeated frame would mean a stalled producer.
-    vcam.start(QStringLiteral(LV_VCAM_PATH), {"--stdout", "--frames", "100", "--rate", "2"});
+    // A repeat only after a second, so a repeated frame would mean a stalled producer.
+    vcam.start(QStringLiteral(LV_VCAM_PATH), {"--stdout", "--frames", "100", "--rate", "1"});
     ASSERT_TRUE(vcam.waitForStarted());
     QByteArray decoded;
     for (int i = 0; i < 1000 && vcam.state() != QProcess::NotRunning; ++i) {
@@ -159,7 +159,7 @@ TEST(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
 
     EXPECT_EQ(vcam.exitCode(), 0);
     const QString firstLine = QString::fromUtf8(vcam.readAllStandardError()).section(QLatin1Char('\n'), 0, 0);
-    EXPECT_EQ(firstLine, QStringLiteral("lumaveil-vcam: 1280x720 yuyv422 2 fps -> standard output"));
+    EXPECT_EQ(firstLine, QStringLiteral("lumaveil-vcam: 1280x720 yuyv422 1 fps -> standard output"));
     EXPECT_EQ(ffmpeg.exitCode(), 0) << ffmpeg.readAllStandardError().toStdString();
 
     const int frameBytes = dw * dh * 3;
@@ -188,8 +188,10 @@ TEST(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
         const int index = left / 2; // frame number modulo the travel
         if (previous >= 0) {
             const int advance = (index - previous + travelFrames) % travelFrames;
-            EXPECT_GE(advance, 1) << "frame repeated or out of order";
-            EXPECT_LE(advance, 10) << "frames lost";
+            // A busy machine may starve the bridge and lose frames (it always shows the newest);
+            // a step back shows up as an advance of more than half the travel.
+            EXPECT_GE(advance, 1) << "frame repeated";
+            EXPECT_LT(advance, travelFrames / 2) << "frame out of order";
         }
         previous = index;
     }
