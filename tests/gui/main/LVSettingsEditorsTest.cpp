@@ -359,3 +359,31 @@ TEST(LVXYPadTest, MapsPositionsToValuesWithYUp)
     pad.setValue(QPointF(5, -5));
     EXPECT_EQ(pad.value(), QPointF(1, -2)) << "values are clamped into the pad";
 }
+
+TEST(LVArchivedImageTest, DamagedArchivesLeaveTheImageEmpty)
+{
+    QTemporaryDir data;
+    ASSERT_TRUE(data.isValid());
+    qputenv("XDG_DATA_HOME", QFile::encodeName(data.path()));
+    const LVParameter image = LVImageParameter(QStringLiteral("Image"), QStringLiteral("Image"));
+    const QString png = QString::fromLatin1(QByteArray("\x89PNG").toBase64());
+    const struct {
+        const char* what;
+        QJsonValue archived;
+        bool loads;
+    } cases[] = {
+        {"whole", QJsonObject{{"format", "png"}, {"data", png}}, true},
+        {"not base64", QJsonObject{{"format", "png"}, {"data", "*!*"}}, false},
+        {"no data", QJsonObject{{"format", "png"}}, false},
+        {"a format that names a folder", QJsonObject{{"format", "../png"}, {"data", png}}, false},
+        {"a number", 7, false},
+    };
+    for (const auto& c : cases) {
+        const QString path = image.fromJson(c.archived).toString();
+        EXPECT_EQ(!path.isEmpty(), c.loads) << c.what;
+        if (c.loads) {
+            EXPECT_TRUE(path.startsWith(LVArchivedImageFolder() + QLatin1Char('/'))) << c.what;
+        }
+    }
+    EXPECT_EQ(QDir(LVArchivedImageFolder()).entryList(QDir::Files).size(), 1) << "nothing written for a damaged one";
+}
