@@ -4,13 +4,13 @@
 #include "core/LVDefaults.h"
 #include "core/LVVideoSizes.h"
 #include "core/Lumaveil.h"
+#include "core/util/LVLog.h"
 #include "gui/main/LVChainModel.h"
 #include "gui/main/LVChainRowDelegate.h"
 #include "gui/main/LVPreviewWidget.h"
 #include "gui/main/LVSettingsPanel.h"
 #include "render/LVContext.h"
 #include "gui/setups/LVSetupsWindows.h"
-#include "core/util/LVLog.h"
 #include "setups/model/LVSetupManager.h"
 
 #include <QAbstractSpinBox>
