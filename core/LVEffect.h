@@ -90,6 +90,8 @@ public:
     virtual LVParameterList effectProperties() const { return descriptor().parameters; }
     // Why the effect shows nothing, for its settings panel ("No camera found"); empty when fine.
     virtual QString statusNote() const { return {}; }
+    // Lines shown under the editors (what the effect does, who made it); empty when none.
+    virtual QStringList inspectorNotes() const { return {}; }
     // The first parameter whose user-facing name equals name.
     std::optional<LVParameter> propertyInfoForName(const QString& name) const;
     // Looked up by user-facing name, as scripting and automation do.

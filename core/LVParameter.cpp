@@ -1,8 +1,20 @@
 #include "core/LVParameter.h"
 
+#include "core/util/KDFileUtil.h"
+#include "core/util/LVAtomicFile.h"
+#include "core/util/LVBoundedRead.h"
+#include "core/util/LVLog.h"
+
+#include <QBuffer>
 #include <QColor>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QImageReader>
 #include <QJsonArray>
+#include <QJsonObject>
 #include <QPointF>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <cmath>
@@ -32,7 +44,78 @@ bool isNumber(const QVariant& value)
     }
 }
 
+// An image value archived with the picture itself: an animated file as it is, a still one
+// flattened to PNG. The original path stays for reference; a plain path when the file cannot
+// be read, so nothing is lost that the old archives held.
+QJsonValue archiveImage(const QString& path)
+{
+    if (path.isEmpty()) return path;
+    QByteArray bytes;
+    QString error;
+    if (!LVReadRegularFile(path, kLVImageLimit, &bytes, &error)) {
+        LVLog("Image \"%s\" %s; archived by its path only", qPrintable(path), qPrintable(error));
+        return path;
+    }
+    QBuffer buffer(&bytes);
+    QImageReader reader(&buffer);
+    QByteArray format = reader.format();
+    if (!(reader.supportsAnimation() && reader.imageCount() > 1)) {
+        const QImage image = reader.read();
+        if (image.isNull()) {
+            LVLog("Image \"%s\" cannot be decoded (%s); archived by its path only", qPrintable(path),
+                  qPrintable(reader.errorString()));
+            return path;
+        }
+        bytes.clear();
+        QBuffer png(&bytes);
+        png.open(QIODevice::WriteOnly);
+        image.save(&png, "PNG");
+        format = "png";
+    }
+    return QJsonObject{{QStringLiteral("path"), path},
+                       {QStringLiteral("format"), QString::fromLatin1(format)},
+                       {QStringLiteral("data"), QString::fromLatin1(bytes.toBase64())}};
+}
+
+// Archived pictures are written once, named by their content, into a folder only the user
+// reads; the renderer takes them from there as from any other file.
+QString unarchiveImage(const QJsonObject& archived)
+{
+    const QString format = archived.value(QStringLiteral("format")).toString();
+    const auto decoded = QByteArray::fromBase64Encoding(archived.value(QStringLiteral("data")).toString().toLatin1(),
+                                                        QByteArray::Base64Encoding | QByteArray::AbortOnBase64DecodingErrors);
+    static const QRegularExpression formatName(QStringLiteral("^[a-z0-9]{1,8}$"));
+    if (!decoded || decoded.decoded.isEmpty() || decoded.decoded.size() > kLVImageLimit ||
+        !formatName.match(format).hasMatch()) {
+        LVLog("Archived image for \"%s\" is damaged; the image is left empty",
+              qPrintable(archived.value(QStringLiteral("path")).toString()));
+        return {};
+    }
+    const QString folder = LVArchivedImageFolder();
+    const QString name = QString::fromLatin1(QCryptographicHash::hash(decoded.decoded, QCryptographicHash::Sha256).toHex());
+    const QString path = QStringLiteral("%1/%2.%3").arg(folder, name, format);
+    QByteArray existing;
+    QString error;
+    if (LVReadRegularFile(path, kLVImageLimit, &existing, &error) && existing == decoded.decoded) return path;
+    if (!QDir().mkpath(folder) ||
+        !QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner)) {
+        LVLog("Unable to make the folder \"%s\" for archived images", qPrintable(folder));
+        return {};
+    }
+    if (!LVWriteFileAtomically(path, decoded.decoded, &error) ||
+        !QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
+        LVLog("Unable to write the archived image \"%s\": %s", qPrintable(path), qPrintable(error));
+        return {};
+    }
+    return path;
+}
+
 } // namespace
+
+QString LVArchivedImageFolder()
+{
+    return KDFileUtil::findApplicationSupportFor(QStringLiteral("Lumaveil")) + QStringLiteral("/Archived Images");
+}
 
 QVariant LVParameter::clamp(const QVariant& value) const
 {
@@ -94,8 +177,9 @@ QJsonValue LVParameter::toJson(const QVariant& value) const
         return QJsonArray{c.redF(), c.greenF(), c.blueF(), c.alphaF()};
     }
     case LVParameterType::Text:
-    case LVParameterType::Image:
         return v.toString();
+    case LVParameterType::Image:
+        return archiveImage(v.toString());
     }
     return QJsonValue();
 }
@@ -122,7 +206,10 @@ QVariant LVParameter::fromJson(const QJsonValue& json) const
         return QVariant(QColor::fromRgbF(float(channel(0)), float(channel(1)), float(channel(2)), float(channel(3))));
     }
     case LVParameterType::Text:
+        return json.isString() ? QVariant(json.toString()) : defaultValue;
     case LVParameterType::Image:
+        // Older archives hold only the path.
+        if (json.isObject()) return unarchiveImage(json.toObject());
         return json.isString() ? QVariant(json.toString()) : defaultValue;
     }
     return defaultValue;
@@ -131,42 +218,42 @@ QVariant LVParameter::fromJson(const QJsonValue& json) const
 LVParameter LVFloatParameter(const QString& key, const QString& name, double defaultValue, double minimum,
                              double maximum)
 {
-    return {key, name, LVParameterType::Float, defaultValue, minimum, maximum, {}, {}};
+    return {key, name, LVParameterType::Float, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}};
 }
 
 LVParameter LVIntegerParameter(const QString& key, const QString& name, int defaultValue, int minimum, int maximum)
 {
-    return {key, name, LVParameterType::Integer, defaultValue, minimum, maximum, {}, {}};
+    return {key, name, LVParameterType::Integer, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}};
 }
 
 LVParameter LVBoolParameter(const QString& key, const QString& name, bool defaultValue)
 {
-    return {key, name, LVParameterType::Bool, defaultValue, {}, {}, {}, {}};
+    return {key, name, LVParameterType::Bool, defaultValue, {}, {}, {}, {}, LVParameterEditor::Standard, {}};
 }
 
 LVParameter LVTextParameter(const QString& key, const QString& name, const QString& defaultValue)
 {
-    return {key, name, LVParameterType::Text, defaultValue, {}, {}, {}, {}};
+    return {key, name, LVParameterType::Text, defaultValue, {}, {}, {}, {}, LVParameterEditor::Standard, {}};
 }
 
 LVParameter LVImageParameter(const QString& key, const QString& name)
 {
-    return {key, name, LVParameterType::Image, QString(), {}, {}, {}, {}};
+    return {key, name, LVParameterType::Image, QString(), {}, {}, {}, {}, LVParameterEditor::Standard, {}};
 }
 
 LVParameter LVColorParameter(const QString& key, const QString& name, const QVariant& defaultColor)
 {
-    return {key, name, LVParameterType::Color, defaultColor, {}, {}, {}, {}};
+    return {key, name, LVParameterType::Color, defaultColor, {}, {}, {}, {}, LVParameterEditor::Standard, {}};
 }
 
 LVParameter LVPointParameter(const QString& key, const QString& name, QPointF defaultValue, QPointF minimum,
                              QPointF maximum)
 {
-    return {key, name, LVParameterType::Point2D, defaultValue, minimum, maximum, {}, {}};
+    return {key, name, LVParameterType::Point2D, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}};
 }
 
 LVParameter LVChoiceParameter(const QString& key, const QString& name, int defaultValue, const QStringList& labels,
                               const QList<int>& values)
 {
-    return {key, name, LVParameterType::Choice, defaultValue, {}, {}, labels, values};
+    return {key, name, LVParameterType::Choice, defaultValue, {}, {}, labels, values, LVParameterEditor::Standard, {}};
 }

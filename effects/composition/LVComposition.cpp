@@ -445,9 +445,15 @@ LVParameterList LVComposition::parameters() const
             const QString yKey = base + QStringLiteral("Y_Position");
             const QString pairLabel = base.isEmpty() ? QStringLiteral("Position") : base.chopped(1) + QStringLiteral(" Position");
             if (in.name == xKey && input(yKey)) {
-                list.push_back(LVFloatParameter(in.name, pairLabel, in.defaultValue.toDouble(), -1, 1));
+                LVParameter p = LVFloatParameter(in.name, pairLabel, in.defaultValue.toDouble(), -1, 1);
+                p.editor = LVParameterEditor::XYPad;
+                p.pairedKey = yKey;
+                list.push_back(p);
             } else if (in.name == yKey && input(xKey)) {
-                list.push_back(LVFloatParameter(in.name, pairLabel + QStringLiteral(" Y"), in.defaultValue.toDouble(), -1, 1));
+                // Its own name keeps it reachable by scripting; the pad shows it.
+                LVParameter p = LVFloatParameter(in.name, pairLabel + QStringLiteral(" Y"), in.defaultValue.toDouble(), -1, 1);
+                p.editor = LVParameterEditor::PairedAxis;
+                list.push_back(p);
             } else if (in.minimum.isValid() && in.maximum.isValid()) {
                 list.push_back(LVFloatParameter(in.name, in.label, in.defaultValue.toDouble(), in.minimum.toDouble(),
                                                 in.maximum.toDouble()));
@@ -474,9 +480,15 @@ LVParameterList LVComposition::parameters() const
             }
             break;
         case LVISFInputType::Text:
-            if (in.label == QLatin1String("static_text")) continue;
-            list.push_back(LVTextParameter(in.name, in.label, in.defaultValue.toString()));
+        {
+            LVParameter p = LVTextParameter(in.name, in.label, in.defaultValue.toString());
+            if (in.name == QLatin1String("Font_Name"))
+                p.editor = LVParameterEditor::Font;
+            else if (in.label == QLatin1String("static_text"))
+                p.editor = LVParameterEditor::FixedText;
+            list.push_back(p);
             break;
+        }
         case LVISFInputType::Color:
             list.push_back(LVColorParameter(in.name, in.label, in.defaultValue));
             break;

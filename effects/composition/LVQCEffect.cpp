@@ -161,7 +161,9 @@ void LVQCEffect::makeInspector()
     patchAttributes_.clear();
     if (!rend_) return;
     properties_ = rend_->composition().parameters();
-    for (const LVParameter& parameter : properties_) patchAttributes_ << parameter.key;
+    for (const LVParameter& parameter : properties_) {
+        if (parameter.editor != LVParameterEditor::FixedText) patchAttributes_ << parameter.key;
+    }
 }
 
 QStringList LVQCEffect::inspectorNotes() const

@@ -49,7 +49,7 @@ public:
     const QString& isPreviewInputKey() const { return isPreviewInputKey_; }
     bool freezesTimeInPreview() const { return bFreezeTimeInPreview_; }
     // Text lines shown under the editors: the description and the credit.
-    QStringList inspectorNotes() const;
+    QStringList inspectorNotes() const override;
 
     // Off: every filter draws its own pass (the reference the fused path is checked against).
     static void setFusionEnabled(bool enabled);

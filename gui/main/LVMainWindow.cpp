@@ -4,7 +4,9 @@
 #include "core/LVDefaults.h"
 #include "core/LVVideoSizes.h"
 #include "core/Lumaveil.h"
+#include "core/util/LVLog.h"
 #include "gui/main/LVChainModel.h"
+#include "gui/main/LVChainRowDelegate.h"
 #include "gui/main/LVPreviewWidget.h"
 #include "gui/main/LVSettingsPanel.h"
 #include "render/LVContext.h"
@@ -90,6 +92,9 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
     chainView_->setDragDropMode(QAbstractItemView::DragDrop);
     chainView_->setDefaultDropAction(Qt::CopyAction);
     chainView_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    auto* rows = new LVChainRowDelegate(chainView_);
+    chainView_->setItemDelegate(rows);
+    connect(rows, &LVChainRowDelegate::removeClicked, this, &LVMainWindow::doRemove);
     sideLayout->addWidget(new QLabel(tr("Chain (drag to reorder, drop image or movie files):"), side));
     sideLayout->addWidget(chainView_, 1);
 
@@ -128,6 +133,14 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
     auto* publishing = new QLabel(this);
     publishing->setObjectName(QStringLiteral("publishing"));
     statusBar()->addWidget(publishing, 1);
+    refusedLabel_ = new QLabel(this);
+    refusedLabel_->setObjectName(QStringLiteral("refusedSettings"));
+    refusedLabel_->setWordWrap(true);
+    statusBar()->addWidget(refusedLabel_, 1);
+    const QStringList refused = refusedSettings();
+    refusedLabel_->setText(refused.join(QLatin1Char(' ')));
+    refusedLabel_->setVisible(!refused.isEmpty());
+    for (const QString& line : refused) LVLog("%s", qPrintable(line));
     const auto showPublishing = [this, publishing] { publishing->setText(lumaveil_.publishingProblem()); };
     showPublishing();
     connect(&lumaveil_, &Lumaveil::preferenceChanged, publishing, showPublishing);
@@ -181,6 +194,46 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
     if (const auto frame = parseRectString(lumaveil_.defaults().stringForKey(QStringLiteral("windowFrame")))) {
         setGeometry(*frame);
     }
+}
+
+QStringList LVMainWindow::refusedSettings() const
+{
+    QStringList refused;
+    const LVDefaults& defaults = lumaveil_.defaults();
+    const QJsonValue rate = defaults.valueForKey(QStringLiteral("frameRate"));
+    if (rate.isDouble() && !LVValidateFrameRate(QString::number(rate.toDouble()), nullptr, nullptr)) {
+        refused << tr("The saved frame rate %1 fps was refused (allowed are %2 to %3); %4 fps is used.")
+                       .arg(rate.toDouble())
+                       .arg(LVMinFrameRate)
+                       .arg(LVMaxFrameRate)
+                       .arg(lumaveil_.frameRate());
+    }
+    const QString sizeText = defaults.stringForKey(QStringLiteral("videoSize"));
+    const auto size = LVParseSizeString(sizeText);
+    if (!sizeText.isEmpty() &&
+        (!size || !LVValidateVideoSize(QStringLiteral("%1x%2").arg(size->width()).arg(size->height()), nullptr, nullptr))) {
+        const QSize used = lumaveil_.videoSize();
+        refused << tr("The saved video size %1 was refused (each side from %2 to %3 pixels); %4x%5 is used.")
+                       .arg(sizeText)
+                       .arg(LVMinVideoDimension)
+                       .arg(LVMaxVideoDimension)
+                       .arg(used.width())
+                       .arg(used.height());
+    }
+    return refused;
+}
+
+void LVMainWindow::showEvent(QShowEvent* event)
+{
+    QMainWindow::showEvent(event);
+    if (previewOriginRestored_) return;
+    previewOriginRestored_ = true;
+    static const QRegularExpression pattern(QStringLiteral("^\\{\\s*(-?\\d+)\\s*,\\s*(-?\\d+)\\s*\\}$"));
+    const auto match = pattern.match(lumaveil_.defaults().stringForKey(QStringLiteral("previewOrigin")).trimmed());
+    if (!match.hasMatch()) return;
+    // The preview sits inside the window: moving the window brings it back where it was.
+    const QPoint saved(match.captured(1).toInt(), match.captured(2).toInt());
+    move(pos() + saved - preview_->mapToGlobal(QPoint()));
 }
 
 LVMainWindow::~LVMainWindow()
@@ -363,8 +416,9 @@ void LVMainWindow::chooseVideoSize(int index)
     auto* form = new QFormLayout(&dialog);
     auto* width = new QSpinBox(&dialog);
     auto* height = new QSpinBox(&dialog);
-    width->setRange(0, LVMaxVideoDimension);
-    height->setRange(0, LVMaxVideoDimension);
+    // Wider than allowed, so that a size out of range is refused aloud rather than clamped.
+    width->setRange(0, 99999);
+    height->setRange(0, 99999);
     const QSize current = lumaveil_.videoSize();
     width->setValue(current.width());
     height->setValue(current.height());
@@ -375,8 +429,20 @@ void LVMainWindow::chooseVideoSize(int index)
     connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
     if (dialog.exec() == QDialog::Accepted) {
-        lumaveil_.chooseVideoSizeItem(index, width->value(), height->value());
-        offerRestartForSize();
+        const QSize asked = LVCustomVideoSize(width->value(), height->value());
+        QString problem;
+        if (LVValidateVideoSize(QStringLiteral("%1x%2").arg(asked.width()).arg(asked.height()), nullptr, &problem)) {
+            lumaveil_.chooseVideoSizeItem(index, width->value(), height->value());
+            offerRestartForSize();
+            return;
+        }
+        auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Lumaveil"),
+                                    tr("The custom size was refused: %1. The video size is unchanged.").arg(problem),
+                                    QMessageBox::Ok, this);
+        box->setObjectName(QStringLiteral("refusedVideoSize"));
+        box->setAttribute(Qt::WA_DeleteOnClose);
+        box->open();
+        sizeGroup_->actions().at(lumaveil_.videoSizeMenuIndex())->setChecked(true);
     } else {
         sizeGroup_->actions().at(lumaveil_.videoSizeMenuIndex())->setChecked(true);
     }
@@ -416,6 +482,11 @@ void LVMainWindow::selectionChanged()
         settings_->setEffect(nullptr);
         lumaveil_.setSelectedEffect(nullptr);
     }
+}
+
+void LVMainWindow::doRemove(int row)
+{
+    if (row >= 0 && row < int(lumaveil_.liveEffects().size())) lumaveil_.removeOneEffect(row);
 }
 
 void LVMainWindow::removeSelected()

@@ -47,6 +47,13 @@ public:
     // restart now instead of waiting for the next start.
     void setRestartHandler(std::function<void()> restart) { restart_ = std::move(restart); }
 
+    // The close button of a chain row: removes that row.
+    void doRemove(int row);
+
+    // Saved settings that were refused at start and replaced, one sentence each; shown in
+    // the status bar.
+    QStringList refusedSettings() const;
+
     // Frame rates offered in the menu.
     static const QList<int>& frameRates();
     // What Help > About Lumaveil says.
@@ -55,6 +62,8 @@ public:
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    // The first show puts the preview back at its saved origin.
+    void showEvent(QShowEvent* event) override;
 
 private:
     // Offers, without stopping anything, to disable an effect that holds every frame up.
@@ -78,6 +87,8 @@ private:
     QComboBox* sourceChooser_ = nullptr;
     QComboBox* effectChooser_ = nullptr;
     QLabel* fpsLabel_ = nullptr;
+    QLabel* refusedLabel_ = nullptr;
+    bool previewOriginRestored_ = false;
     QMenu* videoSizeMenu_ = nullptr;
     QMenu* frameRateMenu_ = nullptr;
     QMenu* audioMenu_ = nullptr;

@@ -2,6 +2,8 @@
 
 #include "core/Lumaveil.h"
 #include "core/util/KDDelayedDispatcher.h"
+#include "gui/widgets/LVFontPicker.h"
+#include "gui/widgets/LVXYPad.h"
 
 #include <QCheckBox>
 #include <QColorDialog>
@@ -20,6 +22,8 @@
 #include <QSpinBox>
 #include <QTabWidget>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace {
 
@@ -92,11 +96,33 @@ QWidget* LVSettingsPanel::makeForm(const LVEffect& effect)
 {
     auto* page = new QWidget(this);
     auto* form = new QFormLayout(page);
-    for (const LVParameter& parameter : effect.effectProperties()) {
-        QWidget* editor = makeEditor(parameter, effect.effectPropertyForName(parameter.name));
+    const LVParameterList parameters = effect.effectProperties();
+    for (const LVParameter& parameter : parameters) {
+        if (parameter.editor == LVParameterEditor::PairedAxis) continue;
+        QWidget* editor = nullptr;
+        if (parameter.editor == LVParameterEditor::XYPad) {
+            const auto y = std::find_if(parameters.begin(), parameters.end(),
+                                        [&](const LVParameter& p) { return p.key == parameter.pairedKey; });
+            if (y != parameters.end()) {
+                editor = makeXYPad(parameter, *y, effect);
+                editors_.insert(y->name, editor);
+            }
+        }
+        if (!editor) editor = makeEditor(parameter, effect.effectPropertyForName(parameter.name));
         editor->setObjectName(parameter.key);
         editors_.insert(parameter.name, editor);
-        form->addRow(parameter.name, editor);
+        if (parameter.editor == LVParameterEditor::FixedText)
+            form->addRow(editor);
+        else
+            form->addRow(parameter.name, editor);
+    }
+    // What the effect does and who made it, after its editors.
+    for (const QString& line : effect.inspectorNotes()) {
+        auto* note = new QLabel(line, page);
+        note->setObjectName(QStringLiteral("inspectorNote"));
+        note->setTextFormat(Qt::PlainText);
+        note->setWordWrap(true);
+        form->addRow(note);
     }
     return page;
 }
@@ -165,9 +191,34 @@ void LVSettingsPanel::changeValue(const QString& name, const QVariant& value)
     });
 }
 
+QWidget* LVSettingsPanel::makeXYPad(const LVParameter& x, const LVParameter& y, const LVEffect& effect)
+{
+    const auto bound = [](const QVariant& v, double fallback) { return v.isValid() ? v.toDouble() : fallback; };
+    auto* pad = new LVXYPad(QPointF(bound(x.minimum, -1), bound(y.minimum, -1)),
+                            QPointF(bound(x.maximum, 1), bound(y.maximum, 1)), this);
+    pad->setValue(QPointF(effect.effectPropertyForName(x.name).toDouble(), effect.effectPropertyForName(y.name).toDouble()));
+    connect(pad, &LVXYPad::valueChanged, this, [this, xName = x.name, yName = y.name](QPointF point) {
+        changeValue(xName, point.x());
+        changeValue(yName, point.y());
+    });
+    return pad;
+}
+
 QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVariant& value)
 {
     const QString name = parameter.name;
+    if (parameter.editor == LVParameterEditor::Font) {
+        auto* picker = new LVFontPicker(this);
+        picker->setFamily(value.toString());
+        connect(picker, &LVFontPicker::familyChosen, this, [this, name](const QString& family) { changeValue(name, family); });
+        return picker;
+    }
+    if (parameter.editor == LVParameterEditor::FixedText) {
+        auto* line = new QLabel(value.toString(), this);
+        line->setTextFormat(Qt::PlainText);
+        line->setWordWrap(true);
+        return line;
+    }
     switch (parameter.type) {
     case LVParameterType::Bool: {
         auto* box = new QCheckBox(this);

@@ -40,6 +40,8 @@ public:
 
 private:
     QWidget* makeEditor(const LVParameter& parameter, const QVariant& value);
+    // One pad for a position pair: x drives the horizontal axis, y the vertical one.
+    QWidget* makeXYPad(const LVParameter& x, const LVParameter& y, const LVEffect& effect);
     QWidget* makeForm(const LVEffect& effect);
     QWidget* makeOtherSourceTabs(const LVEffectRef& effect, const LVEffectRef& other);
     void changeValue(const QString& name, const QVariant& value);

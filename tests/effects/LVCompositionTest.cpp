@@ -104,6 +104,7 @@ TEST_F(LVEffectsTest, InputsBecomeParametersByTheirRules)
         {"loose", "loose", LVParameterType::Float, 3.0, {}, {}},
         {"Font_Size", "Font_Size", LVParameterType::Float, 0.1, 0.01, 2.0},
         {"Font_Name", "Font_Name", LVParameterType::Text, QStringLiteral("DejaVu Sans"), {}, {}},
+        {"caption", "static_text", LVParameterType::Text, QStringLiteral("hello"), {}, {}},
         {"where", "where", LVParameterType::Point2D, QPointF(1, 2), QPointF(0, 0), QPointF(10, 10)},
         {"tint", "tint", LVParameterType::Color, QColor::fromRgbF(1, 0, 0, 1), {}, {}},
         {"logo", "logo", LVParameterType::Image, QString(), {}, {}},
@@ -126,6 +127,20 @@ TEST_F(LVEffectsTest, InputsBecomeParametersByTheirRules)
     }
     EXPECT_EQ(parameters[1].choiceLabels, (QStringList{QStringLiteral("A"), QStringLiteral("B")}));
     EXPECT_EQ(parameters[1].choiceValues, (QList<int>{0, 5}));
+
+    // Editors other than the type's own: the pad and its Y, the font, the fixed line.
+    QHash<QString, LVParameterEditor> editors;
+    for (const LVParameter& p : parameters) {
+        if (p.editor != LVParameterEditor::Standard) editors.insert(p.key, p.editor);
+    }
+    const QHash<QString, LVParameterEditor> expectedEditors{
+        {QStringLiteral("Logo_X_Position"), LVParameterEditor::XYPad},
+        {QStringLiteral("Logo_Y_Position"), LVParameterEditor::PairedAxis},
+        {QStringLiteral("Font_Name"), LVParameterEditor::Font},
+        {QStringLiteral("caption"), LVParameterEditor::FixedText},
+    };
+    EXPECT_EQ(editors, expectedEditors);
+    EXPECT_EQ(parameters[11].pairedKey, QStringLiteral("Logo_Y_Position"));
 }
 
 TEST_F(LVEffectsTest, SavedValuesAreClampedAndRoundTrip)

@@ -1,0 +1,389 @@
+// Editors made from a composition's inputs, the chain's close buttons and the window's
+// start-up restores, under the offscreen platform with a real controller.
+#include "core/LVDefaults.h"
+#include "core/Lumaveil.h"
+#include "core/util/KDDelayedDispatcher.h"
+#include "effects/registration/LVEffectKinds.h"
+#include "gui/main/LVChainModel.h"
+#include "gui/main/LVChainRowDelegate.h"
+#include "gui/main/LVMainWindow.h"
+#include "gui/main/LVPreviewWidget.h"
+#include "gui/main/LVSettingsPanel.h"
+#include "gui/widgets/LVFontPicker.h"
+#include "gui/widgets/LVXYPad.h"
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QDoubleSpinBox>
+#include <QFile>
+#include <QFontDatabase>
+#include <QFormLayout>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QListView>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+const QByteArray kLabels = R"(/*{
+    "DESCRIPTION": "Puts a logo somewhere.",
+    "CREDIT": "Jo Example",
+    "INPUTS": [
+        {"NAME": "inputImage", "TYPE": "image"},
+        {"NAME": "Logo_X_Position", "TYPE": "float", "DEFAULT": 0.25},
+        {"NAME": "Logo_Y_Position", "TYPE": "float", "DEFAULT": -0.5},
+        {"NAME": "Band_Y_Position", "TYPE": "float"},
+        {"NAME": "Band_X_Position", "TYPE": "float"},
+        {"NAME": "X_Position", "LABEL": "Across", "TYPE": "float", "DEFAULT": 0.1},
+        {"NAME": "Top_Y_Position", "TYPE": "float"},
+        {"NAME": "Font_Name", "LABEL": "Font", "TYPE": "text", "DEFAULT": "No Such Family Here"},
+        {"NAME": "note", "LABEL": "static_text", "TYPE": "text", "DEFAULT": "Drag the pad to move it."}
+    ]
+}*/
+void main() { gl_FragColor = IMG_THIS_PIXEL(inputImage); }
+)";
+
+class LVSettingsEditorsTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        static int argc = 1;
+        static char name[] = "test";
+        static char* argv[] = {name, nullptr};
+        if (!QApplication::instance()) new QApplication(argc, argv);
+        LVRegisterEffectKinds();
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("Effects")));
+        for (const char* bundled : {"Clock.fs", "Lower Third.fs", "Image Overlay.fs"}) {
+            ASSERT_TRUE(QFile::copy(QStringLiteral(LV_TEST_BUNDLED_EFFECTS "/") + QLatin1String(bundled),
+                                    dir.filePath(QStringLiteral("Effects/")) + QLatin1String(bundled)));
+        }
+        QFile labels(dir.filePath(QStringLiteral("Effects/Labels.fs")));
+        ASSERT_TRUE(labels.open(QIODevice::WriteOnly));
+        labels.write(kLabels);
+        labels.close();
+        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
+        // Pictures taken out of archives land in the test's own data folder.
+        qputenv("XDG_DATA_HOME", QFile::encodeName(dir.filePath(QStringLiteral("data"))));
+    }
+
+    void start()
+    {
+        LVLaunchOptions options;
+        options.startTimer = false;
+        options.folders.bundled = dir.filePath(QStringLiteral("Effects"));
+        QString error;
+        app = Lumaveil::create(*defaults, options, &error);
+        ASSERT_TRUE(app) << error.toStdString();
+        window = std::make_unique<LVMainWindow>(*app);
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    }
+
+    void TearDown() override
+    {
+        window.reset();
+        app.reset();
+    }
+
+    // Adds the named effect and shows its settings.
+    LVEffectRef select(const QString& name)
+    {
+        EXPECT_TRUE(app->addNamedEffect(name)) << name.toStdString();
+        const LVEffectRef effect = app->liveEffects().back();
+        app->setSelectedEffect(effect);
+        EXPECT_EQ(panel()->effect(), effect);
+        return effect;
+    }
+
+    LVSettingsPanel* panel() const { return window->settingsPanel(); }
+
+    // The text in front of an editor in its form, empty when it has none.
+    static QString labelOf(QWidget* editor)
+    {
+        auto* form = qobject_cast<QFormLayout*>(editor->parentWidget()->layout());
+        if (!form) return {};
+        auto* label = qobject_cast<QLabel*>(form->labelForField(editor));
+        return label ? label->text() : QString();
+    }
+
+    QTemporaryDir dir;
+    std::unique_ptr<LVDefaults> defaults;
+    std::unique_ptr<Lumaveil> app;
+    std::unique_ptr<LVMainWindow> window;
+};
+
+} // namespace
+
+TEST_F(LVSettingsEditorsTest, PortsGetTheirEditorsAndLabels)
+{
+    start();
+    select(QStringLiteral("Labels"));
+    enum Kind { Pad, Number, Font, FixedLine };
+    const struct {
+        const char* name; // the parameter's name
+        Kind kind;
+        const char* label; // in front of the editor; "" for none
+    } cases[] = {
+        {"Logo Position", Pad, "Logo Position"},
+        {"Logo Position Y", Pad, "Logo Position"}, // the pad covers its Y
+        {"Band Position", Pad, "Band Position"},   // Y declared first
+        {"Across", Number, "Across"},              // a lone X
+        {"Top_Y_Position", Number, "Top_Y_Position"},
+        {"Font", Font, "Font"},
+        {"static_text", FixedLine, ""},
+    };
+    for (const auto& c : cases) {
+        QWidget* editor = panel()->editorFor(QLatin1String(c.name));
+        ASSERT_TRUE(editor) << c.name;
+        EXPECT_EQ(labelOf(editor), QLatin1String(c.label)) << c.name;
+        switch (c.kind) {
+        case Pad: {
+            auto* pad = qobject_cast<LVXYPad*>(editor);
+            ASSERT_TRUE(pad) << c.name;
+            EXPECT_EQ(pad->minimum(), QPointF(-1, -1)) << c.name;
+            EXPECT_EQ(pad->maximum(), QPointF(1, 1)) << c.name;
+            break;
+        }
+        case Number: {
+            auto* spin = editor->findChild<QDoubleSpinBox*>();
+            ASSERT_TRUE(spin) << c.name;
+            EXPECT_EQ(spin->minimum(), -1.0) << c.name;
+            EXPECT_EQ(spin->maximum(), 1.0) << c.name;
+            break;
+        }
+        case Font:
+            EXPECT_TRUE(qobject_cast<LVFontPicker*>(editor)) << c.name;
+            break;
+        case FixedLine: {
+            auto* line = qobject_cast<QLabel*>(editor);
+            ASSERT_TRUE(line) << c.name;
+            EXPECT_EQ(line->text(), QStringLiteral("Drag the pad to move it."));
+            break;
+        }
+        }
+    }
+    EXPECT_EQ(panel()->editorFor(QStringLiteral("Logo Position")),
+              panel()->editorFor(QStringLiteral("Logo Position Y")));
+    EXPECT_EQ(panel()->findChildren<LVXYPad*>().size(), 2);
+
+    QStringList notes;
+    for (QLabel* note : panel()->findChildren<QLabel*>(QStringLiteral("inspectorNote"))) notes << note->text();
+    EXPECT_EQ(notes, (QStringList{QStringLiteral("Puts a logo somewhere."), QStringLiteral("Credit: Jo Example")}));
+}
+
+TEST_F(LVSettingsEditorsTest, DraggingThePadSetsBothKeysOnceBeforeTheNextFrame)
+{
+    start();
+    const LVEffectRef effect = select(QStringLiteral("Labels"));
+    auto* pad = qobject_cast<LVXYPad*>(panel()->editorFor(QStringLiteral("Logo Position")));
+    ASSERT_TRUE(pad);
+    EXPECT_EQ(pad->value(), QPointF(0.25, -0.5)) << "the pad opens at the stored values";
+
+    QTest::mousePress(pad, Qt::LeftButton, {}, pad->positionOf(QPointF(-0.5, 0.5)).toPoint());
+    QMouseEvent move(QEvent::MouseMove, pad->positionOf(QPointF(1, 1)), pad->mapToGlobal(pad->positionOf(QPointF(1, 1))),
+                     Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(pad, &move);
+    QTest::mouseRelease(pad, Qt::LeftButton, {}, pad->positionOf(QPointF(1, 1)).toPoint());
+    EXPECT_DOUBLE_EQ(effect->effectPropertyForName(QStringLiteral("Logo Position")).toDouble(), 0.25)
+        << "edits wait for the frame";
+    KDDelayedDispatcher::flush();
+    EXPECT_NEAR(effect->effectPropertyForName(QStringLiteral("Logo Position")).toDouble(), 1.0, 0.02);
+    EXPECT_NEAR(effect->effectPropertyForName(QStringLiteral("Logo Position Y")).toDouble(), 1.0, 0.02);
+}
+
+TEST_F(LVSettingsEditorsTest, FontPickerListsInstalledFamiliesAndKeepsAMissingOne)
+{
+    start();
+    const LVEffectRef effect = select(QStringLiteral("Labels"));
+    auto* picker = qobject_cast<LVFontPicker*>(panel()->editorFor(QStringLiteral("Font")));
+    ASSERT_TRUE(picker);
+    EXPECT_EQ(picker->family(), QStringLiteral("No Such Family Here"));
+    EXPECT_TRUE(picker->currentText().contains(QStringLiteral("not installed")));
+    QStringList installed;
+    for (const QString& family : QFontDatabase::families())
+        if (!QFontDatabase::isPrivateFamily(family)) installed << family;
+    ASSERT_FALSE(installed.isEmpty()) << "the machine has no fonts";
+    EXPECT_EQ(picker->count(), installed.size() + 1);
+
+    const int row = picker->findData(installed.front());
+    ASSERT_GE(row, 0);
+    picker->setCurrentIndex(row);
+    emit picker->activated(row);
+    KDDelayedDispatcher::flush();
+    EXPECT_EQ(effect->effectPropertyForName(QStringLiteral("Font")).toString(), installed.front());
+
+    picker->setFamily(installed.front());
+    EXPECT_EQ(picker->count(), installed.size()) << "the missing family's row goes once another is shown";
+}
+
+TEST_F(LVSettingsEditorsTest, BundledOverlaysShowAPadAFontPickerAndTheirNotes)
+{
+    start();
+    const struct {
+        const char* effect;
+        bool font;
+    } cases[] = {{"Clock", false}, {"Lower Third", true}};
+    for (const auto& c : cases) {
+        select(QLatin1String(c.effect));
+        EXPECT_TRUE(qobject_cast<LVXYPad*>(panel()->editorFor(QStringLiteral("Position")))) << c.effect;
+        EXPECT_EQ(panel()->findChildren<LVFontPicker*>().size(), c.font ? 1 : 0) << c.effect;
+        EXPECT_EQ(panel()->findChildren<QLabel*>(QStringLiteral("inspectorNote")).size(), 2) << c.effect;
+    }
+}
+
+TEST_F(LVSettingsEditorsTest, CloseButtonRemovesTheRowClicked)
+{
+    start();
+    for (const char* name : {"Clock", "Lower Third", "Labels"}) ASSERT_TRUE(app->addNamedEffect(QLatin1String(name)));
+    QListView* view = window->chainView();
+    const auto names = [this] {
+        QStringList list;
+        for (const auto& effect : app->liveEffects()) list << effect->name();
+        return list;
+    };
+    const QRect middle = view->visualRect(window->chainModel()->index(1));
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, LVChainRowDelegate::closeButtonRect(middle).center());
+    EXPECT_EQ(names(), (QStringList{QStringLiteral("Clock"), QStringLiteral("Labels")}));
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(window->chainModel()->index(0)).center());
+    EXPECT_EQ(names().size(), 2) << "a click beside the button removes nothing";
+}
+
+TEST_F(LVSettingsEditorsTest, PreviewOriginIsRestoredAtStart)
+{
+    defaults->setValue(QStringLiteral("previewOrigin"), QStringLiteral("{130, 170}"));
+    start();
+    EXPECT_EQ(window->preview()->mapToGlobal(QPoint()), QPoint(130, 170));
+}
+
+TEST_F(LVSettingsEditorsTest, RefusedSavedSettingsAreReported)
+{
+    const struct {
+        QJsonValue rate;
+        const char* size;
+        QStringList mentions; // one per refused setting
+    } cases[] = {
+        {15, "{640, 360}", {}},
+        {500, "{640, 360}", {QStringLiteral("500 fps")}},
+        {0, "{99999, 10}", {QStringLiteral("0 fps"), QStringLiteral("{99999, 10}")}},
+        {30, "wide", {QStringLiteral("wide")}},
+    };
+    for (const auto& c : cases) {
+        defaults->setValue(QStringLiteral("frameRate"), c.rate);
+        defaults->setValue(QStringLiteral("videoSize"), QLatin1String(c.size));
+        start();
+        const QStringList refused = window->refusedSettings();
+        ASSERT_EQ(refused.size(), c.mentions.size()) << c.size;
+        for (int i = 0; i < refused.size(); ++i) EXPECT_TRUE(refused[i].contains(c.mentions[i])) << refused[i].toStdString();
+        auto* shown = window->findChild<QLabel*>(QStringLiteral("refusedSettings"));
+        ASSERT_TRUE(shown);
+        EXPECT_EQ(shown->isVisible(), !refused.isEmpty()) << c.size;
+        TearDown();
+    }
+}
+
+TEST_F(LVSettingsEditorsTest, ImagesTravelWithTheSetupAndOldPathsStillLoad)
+{
+    start();
+    const auto writeImage = [this](const char* name, QColor color) {
+        QImage image(8, 8, QImage::Format_RGB32);
+        image.fill(color);
+        const QString path = dir.filePath(QLatin1String(name));
+        EXPECT_TRUE(image.save(path));
+        return path;
+    };
+    const QString red = writeImage("red.png", Qt::red);
+    const QString blue = writeImage("blue.png", Qt::blue);
+
+    ASSERT_TRUE(app->addNamedEffect(QStringLiteral("Image Overlay")));
+    LVEffectRef overlay = app->liveEffects().back();
+    const struct {
+        const char* name;
+        QVariant value;
+    } settings[] = {{"Image", red}, {"Size", 1.0}, {"Position", 0.0}, {"Position Y", 0.0}};
+    for (const auto& setting : settings) overlay->setEffectProperty(setting.value, QLatin1String(setting.name));
+    const QByteArray archived = LVEffect::dataFromEffect(*overlay);
+    QJsonObject oldStyle = QJsonDocument::fromJson(archived).object();
+    oldStyle.insert(QStringLiteral("Image"), blue);
+    app->removeEffect(overlay);
+    ASSERT_TRUE(QFile::remove(red));
+
+    const QRgb centreAlone = [&] {
+        app->renderFrame();
+        return window->preview()->picture().pixel(160, 120);
+    }();
+    const struct {
+        const char* what;
+        QByteArray data;
+        QRgb centre;
+    } cases[] = {
+        {"the archived picture, its file deleted", archived, qRgb(255, 0, 0)},
+        {"an old archive holding a path", QJsonDocument(oldStyle).toJson(), qRgb(0, 0, 255)},
+    };
+    for (const auto& c : cases) {
+        const LVEffectRef restored = LVEffect::effectFromData(c.data, app->context());
+        ASSERT_TRUE(restored) << c.what;
+        app->addOneEffect(restored);
+        app->renderFrame();
+        EXPECT_EQ(window->preview()->picture().pixel(160, 120), c.centre) << c.what;
+        app->removeEffect(restored);
+    }
+    EXPECT_NE(centreAlone, qRgb(255, 0, 0));
+    const QFileInfoList kept = QDir(LVArchivedImageFolder()).entryInfoList(QDir::Files);
+    ASSERT_EQ(kept.size(), 1);
+    EXPECT_EQ(kept.front().permissions() & (QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther), 0);
+}
+
+TEST(LVXYPadTest, MapsPositionsToValuesWithYUp)
+{
+    LVXYPad pad(QPointF(-1, -2), QPointF(1, 2));
+    pad.resize(112, 112); // a 100-pixel square inside the margins
+    const struct {
+        QPointF position;
+        QPointF value;
+    } cases[] = {
+        {{6, 106}, {-1, -2}}, {{106, 6}, {1, 2}}, {{56, 56}, {0, 0}}, {{-50, 500}, {-1, -2}}, {{81, 31}, {0.5, 1}},
+    };
+    for (const auto& c : cases) {
+        const QPointF value = pad.valueAt(c.position);
+        EXPECT_NEAR(value.x(), c.value.x(), 1e-9) << c.position.x();
+        EXPECT_NEAR(value.y(), c.value.y(), 1e-9) << c.position.y();
+    }
+    pad.setValue(QPointF(5, -5));
+    EXPECT_EQ(pad.value(), QPointF(1, -2)) << "values are clamped into the pad";
+}
+
+TEST(LVArchivedImageTest, DamagedArchivesLeaveTheImageEmpty)
+{
+    QTemporaryDir data;
+    ASSERT_TRUE(data.isValid());
+    qputenv("XDG_DATA_HOME", QFile::encodeName(data.path()));
+    const LVParameter image = LVImageParameter(QStringLiteral("Image"), QStringLiteral("Image"));
+    const QString png = QString::fromLatin1(QByteArray("\x89PNG").toBase64());
+    const struct {
+        const char* what;
+        QJsonValue archived;
+        bool loads;
+    } cases[] = {
+        {"whole", QJsonObject{{"format", "png"}, {"data", png}}, true},
+        {"not base64", QJsonObject{{"format", "png"}, {"data", "*!*"}}, false},
+        {"no data", QJsonObject{{"format", "png"}}, false},
+        {"a format that names a folder", QJsonObject{{"format", "../png"}, {"data", png}}, false},
+        {"a number", 7, false},
+    };
+    for (const auto& c : cases) {
+        const QString path = image.fromJson(c.archived).toString();
+        EXPECT_EQ(!path.isEmpty(), c.loads) << c.what;
+        if (c.loads) {
+            EXPECT_TRUE(path.startsWith(LVArchivedImageFolder() + QLatin1Char('/'))) << c.what;
+        }
+    }
+    EXPECT_EQ(QDir(LVArchivedImageFolder()).entryList(QDir::Files).size(), 1) << "nothing written for a damaged one";
+}
