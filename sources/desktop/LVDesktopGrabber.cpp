@@ -305,7 +305,11 @@ void LVDesktopGrabber::run()
         if (started && dirty && readable && now >= nextRead) {
             unsigned long source = drawable;
             if (drawable != root) source = XCompositeNameWindowPixmap(dpy, window);
-            read(area, source, drawable == root ? area.topLeft() : windowOrigin + area.topLeft());
+            // A window's pixmap has the window's depth (32 for windows with alpha).
+            if (drawable == root)
+                read(area, source, area.topLeft(), DefaultVisual(dpy, DefaultScreen(dpy)), DefaultDepth(dpy, DefaultScreen(dpy)));
+            else
+                read(area, source, windowOrigin + area.topLeft(), attributes.visual, attributes.depth);
             if (drawable != root) XFreePixmap(dpy, source);
             dirty = false;
             nextRead = now + interval;
@@ -437,10 +441,10 @@ void LVDesktopGrabber::pollMouse()
     if (changed) noteEvent();
 }
 
-std::shared_ptr<LVDesktopGrabber::Buffer> LVDesktopGrabber::freeBuffer(int width, int height)
+std::shared_ptr<LVDesktopGrabber::Buffer> LVDesktopGrabber::freeBuffer(int width, int height, void* visual, int depth)
 {
-    if (!pool_.empty() && (pool_.front()->image->width != width || pool_.front()->image->height != height))
-        dropBuffers();
+    const XImage* kept = pool_.empty() ? nullptr : pool_.front()->image;
+    if (kept && (kept->width != width || kept->height != height || kept->depth != depth)) dropBuffers();
     for (const auto& buffer : pool_) {
         // Held by the pool alone: no picture of it is out.
         if (buffer.use_count() == 1) return buffer;
@@ -449,8 +453,8 @@ std::shared_ptr<LVDesktopGrabber::Buffer> LVDesktopGrabber::freeBuffer(int width
     Display* dpy = x_->display();
     auto buffer = std::make_shared<Buffer>();
     buffer->shared = true;
-    buffer->image = XShmCreateImage(dpy, DefaultVisual(dpy, DefaultScreen(dpy)), unsigned(DefaultDepth(dpy, DefaultScreen(dpy))),
-                                    ZPixmap, nullptr, &buffer->shm, unsigned(width), unsigned(height));
+    buffer->image = XShmCreateImage(dpy, static_cast<Visual*>(visual), unsigned(depth), ZPixmap, nullptr, &buffer->shm, unsigned(width),
+                                    unsigned(height));
     if (!buffer->image) {
         LVLog("XShmCreateImage failed for %dx%d", width, height);
         return nullptr;
@@ -503,13 +507,13 @@ void LVDesktopGrabber::readFailed(const char* call, int error)
     LVLog("%s failed (X error %d) on display \"%s\"", call, error, qPrintable(screen_->description()));
 }
 
-bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint rootOrigin)
+bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint rootOrigin, void* visual, int depth)
 {
     Display* dpy = x_->display();
     const int w = area.width(), h = area.height();
     std::shared_ptr<Buffer> buffer;
     if (!slowPath_) {
-        buffer = freeBuffer(w, h);
+        buffer = freeBuffer(w, h, visual, depth);
         if (buffer && !XShmGetImage(dpy, drawable, buffer->image, area.x(), area.y(), AllPlanes)) {
             readFailed("XShmGetImage", x_->takeError());
             return false;

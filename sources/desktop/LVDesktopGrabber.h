@@ -91,9 +91,10 @@ private:
     // Wakes waitFor(); never called with lock_ held.
     void noteEvent();
     void handleEvents(bool& dirty, uint64_t& handled);
-    bool read(const QRect& area, unsigned long drawable, QPoint rootOrigin);
+    // visual: the drawable's Xlib Visual; depth its depth.
+    bool read(const QRect& area, unsigned long drawable, QPoint rootOrigin, void* visual, int depth);
     void readFailed(const char* call, int error);
-    std::shared_ptr<Buffer> freeBuffer(int width, int height);
+    std::shared_ptr<Buffer> freeBuffer(int width, int height, void* visual, int depth);
     void dropBuffers();
     void startDamage(unsigned long drawable);
     void stopDamage();

@@ -407,6 +407,27 @@ TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCovered)
     client_->destroyWindow(slides);
 }
 
+TEST_F(DesktopX, DesktopPlusReadsAWindowWithAlpha)
+{
+    auto ctx = makeContext(QSize(100, 50));
+    ASSERT_TRUE(ctx);
+    const unsigned long shadowed = client_->createWindow(QRect(50, 600, 100, 50), "Shadowed", "Alpha", true);
+    client_->fill(shadowed, QRect(0, 0, 100, 50), kOdd);
+    auto plus = std::unique_ptr<DesktopPlus>(static_cast<DesktopPlus*>(DesktopPlus::classDescriptor().make().release()));
+    plus->initWithContext(ctx.get());
+    plus->setParameterValue("filter", "shadowed");
+    ASSERT_EQ(plus->windows().size(), 1u);
+    plus->setParameterValue("window", 0);
+    plus->setMode(LVModeLive);
+    LVDesktopGrabber* grabber = plus->grabber();
+    ASSERT_TRUE(grabber->waitFor([&] { return grabber->last() != nullptr; }, 5s));
+    EXPECT_EQ(grabber->last()->width, 100);
+    EXPECT_EQ(pictureAt(*grabber->last(), 50, 25), kOdd);
+    plus->setMode(LVModeOff);
+    plus.reset();
+    client_->destroyWindow(shadowed);
+}
+
 TEST_F(DesktopX, TheSelectControlShowsTheViewportOverTheDisplay)
 {
     auto ctx = makeContext(QSize(320, 240));
