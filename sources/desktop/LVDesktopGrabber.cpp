@@ -171,16 +171,21 @@ QRect LVDesktopGrabber::rootGrabRect() const
     return rootRect_;
 }
 
-void LVDesktopGrabber::setWindow(unsigned long window, const QMargins& crop)
+void LVDesktopGrabber::setWindow(const LVWindowInfo& window, const QMargins& crop)
 {
     {
         std::lock_guard<std::mutex> hold(lock_);
         window_ = window;
         crop_ = crop;
-        windowMissing_ = false;
         refresh_ = true;
     }
     wake();
+}
+
+unsigned long LVDesktopGrabber::window() const
+{
+    std::lock_guard<std::mutex> hold(lock_);
+    return window_.id;
 }
 
 void LVDesktopGrabber::setTracksMouse(bool on)
@@ -216,12 +221,6 @@ bool LVDesktopGrabber::displayLost() const
     return lost_;
 }
 
-bool LVDesktopGrabber::windowMissing() const
-{
-    std::lock_guard<std::mutex> hold(lock_);
-    return windowMissing_;
-}
-
 QString LVDesktopGrabber::slowPathMessage() const
 {
     std::lock_guard<std::mutex> hold(lock_);
@@ -242,12 +241,13 @@ void LVDesktopGrabber::run()
     bool dirty = true;
     auto nextRead = std::chrono::steady_clock::now();
     auto nextMouse = nextRead;
+    auto nextSearch = nextRead;
 
     std::unique_lock<std::mutex> hold(lock_);
     while (!quit_) {
         const bool started = started_;
         const bool tracksMouse = tracksMouse_;
-        const unsigned long window = window_;
+        const unsigned long window = window_.id;
         const QMargins crop = crop_;
         const QRect rootRect = rootRect_;
         const auto interval = interval_;
@@ -269,6 +269,11 @@ void LVDesktopGrabber::run()
             const QRect whole = QRect(0, 0, attributes.width, attributes.height).marginsRemoved(crop);
             readable = readable && attributes.map_state == IsViewable && whole.isValid();
             windowOrigin = QPoint(rx, ry);
+            if (readable && structureWatched_ != window) {
+                // Moves, resizes, unmapping and closing wake the grabber: none of them is damage.
+                XSelectInput(dpy, window, StructureNotifyMask);
+                structureWatched_ = window;
+            }
             if (x_->hasComposite()) {
                 if (redirectedWindow_ != window) {
                     if (redirectedWindow_) XCompositeUnredirectWindow(dpy, redirectedWindow_, CompositeRedirectAutomatic);
@@ -282,8 +287,13 @@ void LVDesktopGrabber::run()
                 area = whole.translated(rx, ry).intersected(QRect(0, 0, x_->rootWidth(), x_->rootHeight()));
             }
             x_->takeError();
-            std::lock_guard<std::mutex> missing(lock_);
-            windowMissing_ = !readable;
+            if (!readable && started && std::chrono::steady_clock::now() >= nextSearch) {
+                nextSearch = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+                if (findWindowAgain(window)) {
+                    hold.lock();
+                    continue;
+                }
+            }
         } else if (redirectedWindow_) {
             XCompositeUnredirectWindow(dpy, redirectedWindow_, CompositeRedirectAutomatic);
             redirectedWindow_ = 0;
@@ -366,6 +376,8 @@ void LVDesktopGrabber::handleEvents(bool& dirty, uint64_t& handled)
             checkMonitors();
             noteEvent();
             dirty = true;
+        } else if (event.type == ConfigureNotify || event.type == MapNotify) {
+            dirty = true; // the captured window moved, changed size or came back
         } else if (x_->hasFixes() && event.type == x_->fixesEventBase() + XFixesCursorNotify) {
             cursorChanged_ = true;
         }
@@ -380,6 +392,18 @@ void LVDesktopGrabber::handleEvents(bool& dirty, uint64_t& handled)
         dirty = QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height).intersects(watched_);
     if (rects) XFree(rects);
     XFixesDestroyRegion(dpy, parts);
+}
+
+bool LVDesktopGrabber::findWindowAgain(unsigned long lost)
+{
+    const std::vector<LVWindowInfo> windows = x_->windows();
+    std::lock_guard<std::mutex> hold(lock_);
+    if (window_.id != lost) return false;
+    const int found = LVFindWindow(windows, window_.wmClass, window_.title);
+    if (found < 0 || windows[size_t(found)].id == lost) return false;
+    window_ = windows[size_t(found)];
+    refresh_ = true;
+    return true;
 }
 
 void LVDesktopGrabber::startDamage(unsigned long drawable)
