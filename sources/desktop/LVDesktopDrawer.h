@@ -24,6 +24,8 @@ public:
     // and clipped like the picture in destination.
     void drawCursor(LVContext& ctx, const LVCursorImage& cursor, QPointF hotSpotAt, const QRectF& destination);
     uint64_t uploads() const { return uploads_; }
+    // The part of the picture the last upload sent (picture pixels, origin top left).
+    QRect lastUpload() const { return lastUpload_; }
     QSize pictureSize() const { return QSize(width_, height_); }
 
 private:
@@ -32,6 +34,7 @@ private:
     int height_ = 0;
     uint64_t serial_ = 0;
     uint64_t uploads_ = 0;
+    QRect lastUpload_;
     GLuint cursorTexture_ = 0;
     unsigned long cursorSerial_ = 0;
     QSize cursorSize_;

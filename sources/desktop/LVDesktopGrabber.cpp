@@ -251,7 +251,7 @@ void LVDesktopGrabber::run()
         const QMargins crop = crop_;
         const QRect rootRect = rootRect_;
         const auto interval = interval_;
-        if (refresh_) dirty = true;
+        if (refresh_) dirty = changedAll_ = true;
         refresh_ = false;
         hold.unlock();
 
@@ -279,7 +279,7 @@ void LVDesktopGrabber::run()
                     if (redirectedWindow_) XCompositeUnredirectWindow(dpy, redirectedWindow_, CompositeRedirectAutomatic);
                     redirectedWindow_ = readable ? window : 0;
                     if (readable) XCompositeRedirectWindow(dpy, window, CompositeRedirectAutomatic);
-                    dirty = true;
+                    dirty = changedAll_ = true;
                 }
                 drawable = window;
                 area = whole;
@@ -301,7 +301,7 @@ void LVDesktopGrabber::run()
         const unsigned long damaged = drawable == root ? root : window;
         if (started && x_->hasDamage() && (damage_ == 0 || damagedDrawable_ != damaged) && readable) {
             startDamage(damaged);
-            dirty = true;
+            dirty = changedAll_ = true;
         } else if (!started && damage_) {
             stopDamage();
         }
@@ -309,7 +309,7 @@ void LVDesktopGrabber::run()
 
         uint64_t handled = 0;
         handleEvents(dirty, handled);
-        if (!x_->hasDamage()) dirty = true;
+        if (!x_->hasDamage()) dirty = changedAll_ = true;
 
         const auto now = std::chrono::steady_clock::now();
         if (started && dirty && readable && now >= nextRead) {
@@ -371,13 +371,13 @@ void LVDesktopGrabber::handleEvents(bool& dirty, uint64_t& handled)
             XRRUpdateConfiguration(&event);
             checkMonitors();
             noteEvent();
-            dirty = true;
+            dirty = changedAll_ = true;
         } else if (event.type == ConfigureNotify && event.xconfigure.window == x_->root()) {
             checkMonitors();
             noteEvent();
-            dirty = true;
+            dirty = changedAll_ = true;
         } else if (event.type == ConfigureNotify || event.type == MapNotify) {
-            dirty = true; // the captured window moved, changed size or came back
+            dirty = changedAll_ = true; // the captured window moved, changed size or came back
         } else if (x_->hasFixes() && event.type == x_->fixesEventBase() + XFixesCursorNotify) {
             cursorChanged_ = true;
         }
@@ -388,8 +388,12 @@ void LVDesktopGrabber::handleEvents(bool& dirty, uint64_t& handled)
     XDamageSubtract(dpy, damage_, None, parts);
     int count = 0;
     XRectangle* rects = XFixesFetchRegion(dpy, parts, &count);
-    for (int i = 0; i < count && !dirty; ++i)
-        dirty = QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height).intersects(watched_);
+    for (int i = 0; i < count; ++i) {
+        const QRect changed = QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height) & watched_;
+        if (changed.isEmpty()) continue;
+        dirty = true;
+        changed_ |= changed;
+    }
     if (rects) XFree(rects);
     XFixesDestroyRegion(dpy, parts);
 }
@@ -565,6 +569,11 @@ bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint ro
     picture->width = w;
     picture->height = h;
     picture->bytesPerLine = image->bytes_per_line;
+    // What differs from the picture before: the damage since that read, or all of it.
+    picture->previousSerial = serial_;
+    picture->changed = changedAll_ ? QRect(0, 0, w, h) : changed_.translated(-area.topLeft()) & QRect(0, 0, w, h);
+    changed_ = QRect();
+    changedAll_ = false;
     picture->serial = ++serial_;
     picture->rootOrigin = rootOrigin;
     picture->memory = std::move(buffer);

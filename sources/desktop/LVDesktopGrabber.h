@@ -29,6 +29,9 @@ struct LVDesktopPicture {
     int bytesPerLine = 0;
     uint64_t serial = 0;
     QPoint rootOrigin; // where its top-left pixel is on the root window
+    // The picture differs from the one with previousSerial only inside changed.
+    uint64_t previousSerial = 0;
+    QRect changed;
 };
 
 // Where the pointer is (root pixels) and the arrow it shows.
@@ -137,6 +140,10 @@ private:
     std::vector<std::shared_ptr<Buffer>> pool_;
     uint64_t serial_ = 0;
     bool cursorChanged_ = true;
+    // Damage in the read drawable's pixels since the last read; all of it when anything else
+    // (a new rectangle, a refresh, a layout change) made the read.
+    QRect changed_;
+    bool changedAll_ = true;
     int lastReadError_ = 0;
 
     std::mutex eventLock_;

@@ -257,6 +257,18 @@ TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
     desktop->doit();
     EXPECT_EQ(desktop->drawer().uploads(), 1u) << "a still desktop is drawn again, not uploaded again";
 
+    // A small change: only its rectangle goes up again.
+    client_->fill(pattern_, QRect(300, 150, 10, 10), kWhite);
+    ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() >= 2; }, 5s));
+    ctx->reset(false);
+    desktop->doit();
+    argb = readFrame(*ctx);
+    EXPECT_EQ(desktop->drawer().lastUpload(), QRect(300, 150, 10, 10));
+    EXPECT_EQ(frameAt(argb, 400, 300, 150), kWhite);
+    EXPECT_EQ(frameAt(argb, 400, 309, 159), kWhite);
+    EXPECT_EQ(frameAt(argb, 400, 310, 160), kOdd);
+    EXPECT_EQ(frameAt(argb, 400, 0, 0), kRed);
+
     // The arrow: a 16-pixel cyan square with its hot spot at the pointer.
     client_->defineSquareCursor(pattern_, 16, kCyan);
     client_->warpPointer(kPattern.topLeft() + QPoint(100, 50));
