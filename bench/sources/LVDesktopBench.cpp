@@ -115,6 +115,39 @@ void BM_CaptureAndUpload(benchmark::State& state)
     state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 4);
 }
 
+// A 64x64 change inside the whole-display rectangle: the read is still whole, the upload only
+// the change.
+void BM_SmallChangeCaptureAndUpload(benchmark::State& state)
+{
+    Setup& s = setup();
+    if (!s.grabber || !s.ctx) {
+        state.SkipWithError("no X server or no GL");
+        return;
+    }
+    LVDesktopGrabber& grabber = *s.grabber;
+    grabber.setMinimumFrameTime(0ns);
+    grabber.start();
+    LVDesktopDrawer drawer;
+    s.ctx->makeCurrent();
+    grabber.waitFor([&] { return grabber.last() != nullptr; }, 5s);
+    drawer.update(grabber.last());
+    double uploadSeconds = 0;
+    int frame = 0;
+    for (auto _ : state) {
+        const uint64_t reads = grabber.readCount();
+        ++frame;
+        s.client->fill(s.window, QRect(100 + (frame % 16) * 64, 300, 64, 64), uint32_t(0x0A0B0C * (frame % 20)));
+        grabber.waitFor([&] { return grabber.readCount() > reads; }, 5s);
+        const auto t0 = std::chrono::steady_clock::now();
+        drawer.update(grabber.last());
+        glFinish();
+        uploadSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    }
+    grabber.stop();
+    drawer.release(s.ctx.get());
+    state.counters["upload_ms"] = benchmark::Counter(uploadSeconds * 1e3 / double(state.iterations()));
+}
+
 // A still screen with the grabber running: reads per second (aim 0) and the process's CPU.
 void BM_IdleScreen(benchmark::State& state)
 {
@@ -176,6 +209,7 @@ void BM_ChangingScreenAt30fps(benchmark::State& state)
 
 BENCHMARK(BM_FrameMemcpy)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_CaptureAndUpload)->Iterations(60)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SmallChangeCaptureAndUpload)->Iterations(60)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IdleScreen)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ChangingScreenAt30fps)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 

@@ -15,7 +15,6 @@ const QString kCropTop = QStringLiteral("cropTop");
 const QString kCropRight = QStringLiteral("cropRight");
 const QString kCropBottom = QStringLiteral("cropBottom");
 const QString kShowMouse = QStringLiteral("showMouse");
-constexpr auto kSearchInterval = std::chrono::seconds(1);
 
 } // namespace
 
@@ -129,19 +128,14 @@ void DesktopPlus::chooseWindow(int index)
 {
     if (index < 0 || size_t(index) >= windows_.size()) return;
     chosen_ = windows_[size_t(index)];
-    if (grabber_) grabber_->setWindow(chosen_.id, crop());
+    if (grabber_) grabber_->setWindow(chosen_, crop());
     syncWindowChoice();
 }
 
 void DesktopPlus::findChosenAgain()
 {
-    if (chosen_.wmClass.isEmpty() && chosen_.title.isEmpty()) return;
-    // Same class and title first, then the same class.
-    auto it = std::find_if(windows_.begin(), windows_.end(),
-                           [&](const LVWindowInfo& w) { return w.wmClass == chosen_.wmClass && w.title == chosen_.title; });
-    if (it == windows_.end())
-        it = std::find_if(windows_.begin(), windows_.end(), [&](const LVWindowInfo& w) { return w.wmClass == chosen_.wmClass; });
-    if (it != windows_.end()) chooseWindow(int(it - windows_.begin()));
+    const int found = LVFindWindow(windows_, chosen_.wmClass, chosen_.title);
+    if (found >= 0) chooseWindow(found);
 }
 
 QMargins DesktopPlus::crop() const
@@ -160,12 +154,6 @@ bool DesktopPlus::setMode(int32_t mode)
 void DesktopPlus::doit()
 {
     if (!grabber_ || !context() || chosen_.id == 0) return;
-    // A window that went away is looked for again now and then, not every frame.
-    if (grabber_->windowMissing() && std::chrono::steady_clock::now() >= nextSearch_) {
-        nextSearch_ = std::chrono::steady_clock::now() + kSearchInterval;
-        refreshWindows();
-        findChosenAgain();
-    }
     drawer_.drawLatest(*context(), *grabber_, parameterValue(kShowMouse).toBool());
 }
 
@@ -192,7 +180,7 @@ void DesktopPlus::parameterChanged(const QString& key)
     } else if (key == kShowMouse) {
         if (grabber_) grabber_->setTracksMouse(parameterValue(kShowMouse).toBool());
     } else if (key.startsWith(QLatin1String("crop"))) {
-        if (grabber_ && chosen_.id) grabber_->setWindow(chosen_.id, crop());
+        if (grabber_ && chosen_.id) grabber_->setWindow(chosen_, crop());
     }
 }
 

@@ -7,7 +7,6 @@
 #include "sources/desktop/LVDesktopDrawer.h"
 #include "sources/desktop/LVDesktopGrabber.h"
 
-#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -46,7 +45,8 @@ protected:
 
 private:
     void ensureGrabber();
-    // Finds the chosen window again by class and title (it may have been re-created).
+    // Finds an archived window again by class and title (the grabber does so for one that goes
+    // away while shown).
     void findChosenAgain();
     void syncWindowChoice();
 
@@ -54,6 +54,5 @@ private:
     LVWindowInfo chosen_;
     std::unique_ptr<LVDesktopGrabber> grabber_;
     LVDesktopDrawer drawer_;
-    std::chrono::steady_clock::time_point nextSearch_;
     bool syncing_ = false;
 };

@@ -9,6 +9,7 @@ void LVDesktopDrawer::release(LVContext* context)
     if (texture_) glDeleteTextures(1, &texture_);
     if (cursorTexture_) glDeleteTextures(1, &cursorTexture_);
     texture_ = cursorTexture_ = 0;
+    width_ = height_ = 0;
     serial_ = 0;
     cursorSerial_ = 0;
 }
@@ -41,8 +42,14 @@ bool LVDesktopDrawer::update(const std::shared_ptr<const LVDesktopPicture>& pict
                      picture->bits);
         width_ = picture->width;
         height_ = picture->height;
+        lastUpload_ = QRect(0, 0, width_, height_);
     } else {
-        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width_, height_, GL_BGRA, GL_UNSIGNED_BYTE, picture->bits);
+        // The texture holds the picture before this one: only what changed goes up.
+        lastUpload_ = picture->previousSerial == serial_ ? picture->changed : QRect(0, 0, width_, height_);
+        const uint8_t* first = picture->bits + lastUpload_.y() * picture->bytesPerLine + lastUpload_.x() * 4;
+        if (!lastUpload_.isEmpty())
+            glTexSubImage2D(GL_TEXTURE_2D, 0, lastUpload_.x(), lastUpload_.y(), lastUpload_.width(), lastUpload_.height(),
+                            GL_BGRA, GL_UNSIGNED_BYTE, first);
     }
     glPixelStorei(GL_UNPACK_ROW_LENGTH, rowLength);
     glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);

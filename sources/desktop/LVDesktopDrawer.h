@@ -26,6 +26,8 @@ public:
     // The grabber's latest picture, with the arrow over it when withCursor; nothing until one came.
     void drawLatest(LVContext& ctx, const LVDesktopGrabber& grabber, bool withCursor);
     uint64_t uploads() const { return uploads_; }
+    // The part of the picture the last upload sent (picture pixels, origin top left).
+    QRect lastUpload() const { return lastUpload_; }
     QSize pictureSize() const { return QSize(width_, height_); }
 
 private:
@@ -34,6 +36,7 @@ private:
     int height_ = 0;
     uint64_t serial_ = 0;
     uint64_t uploads_ = 0;
+    QRect lastUpload_;
     GLuint cursorTexture_ = 0;
     unsigned long cursorSerial_ = 0;
     QSize cursorSize_;

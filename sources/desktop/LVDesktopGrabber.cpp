@@ -171,16 +171,21 @@ QRect LVDesktopGrabber::rootGrabRect() const
     return rootRect_;
 }
 
-void LVDesktopGrabber::setWindow(unsigned long window, const QMargins& crop)
+void LVDesktopGrabber::setWindow(const LVWindowInfo& window, const QMargins& crop)
 {
     {
         std::lock_guard<std::mutex> hold(lock_);
         window_ = window;
         crop_ = crop;
-        windowMissing_ = false;
         refresh_ = true;
     }
     wake();
+}
+
+unsigned long LVDesktopGrabber::window() const
+{
+    std::lock_guard<std::mutex> hold(lock_);
+    return window_.id;
 }
 
 void LVDesktopGrabber::setTracksMouse(bool on)
@@ -216,12 +221,6 @@ bool LVDesktopGrabber::displayLost() const
     return lost_;
 }
 
-bool LVDesktopGrabber::windowMissing() const
-{
-    std::lock_guard<std::mutex> hold(lock_);
-    return windowMissing_;
-}
-
 QString LVDesktopGrabber::slowPathMessage() const
 {
     std::lock_guard<std::mutex> hold(lock_);
@@ -242,16 +241,17 @@ void LVDesktopGrabber::run()
     bool dirty = true;
     auto nextRead = std::chrono::steady_clock::now();
     auto nextMouse = nextRead;
+    auto nextSearch = nextRead;
 
     std::unique_lock<std::mutex> hold(lock_);
     while (!quit_) {
         const bool started = started_;
         const bool tracksMouse = tracksMouse_;
-        const unsigned long window = window_;
+        const unsigned long window = window_.id;
         const QMargins crop = crop_;
         const QRect rootRect = rootRect_;
         const auto interval = interval_;
-        if (refresh_) dirty = true;
+        if (refresh_) dirty = changedAll_ = true;
         refresh_ = false;
         hold.unlock();
 
@@ -269,12 +269,17 @@ void LVDesktopGrabber::run()
             const QRect whole = QRect(0, 0, attributes.width, attributes.height).marginsRemoved(crop);
             readable = readable && attributes.map_state == IsViewable && whole.isValid();
             windowOrigin = QPoint(rx, ry);
+            if (readable && structureWatched_ != window) {
+                // Moves, resizes, unmapping and closing wake the grabber: none of them is damage.
+                XSelectInput(dpy, window, StructureNotifyMask);
+                structureWatched_ = window;
+            }
             if (x_->hasComposite()) {
                 if (redirectedWindow_ != window) {
                     if (redirectedWindow_) XCompositeUnredirectWindow(dpy, redirectedWindow_, CompositeRedirectAutomatic);
                     redirectedWindow_ = readable ? window : 0;
                     if (readable) XCompositeRedirectWindow(dpy, window, CompositeRedirectAutomatic);
-                    dirty = true;
+                    dirty = changedAll_ = true;
                 }
                 drawable = window;
                 area = whole;
@@ -282,8 +287,13 @@ void LVDesktopGrabber::run()
                 area = whole.translated(rx, ry).intersected(QRect(0, 0, x_->rootWidth(), x_->rootHeight()));
             }
             x_->takeError();
-            std::lock_guard<std::mutex> missing(lock_);
-            windowMissing_ = !readable;
+            if (!readable && started && std::chrono::steady_clock::now() >= nextSearch) {
+                nextSearch = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+                if (findWindowAgain(window)) {
+                    hold.lock();
+                    continue;
+                }
+            }
         } else if (redirectedWindow_) {
             XCompositeUnredirectWindow(dpy, redirectedWindow_, CompositeRedirectAutomatic);
             redirectedWindow_ = 0;
@@ -291,7 +301,7 @@ void LVDesktopGrabber::run()
         const unsigned long damaged = drawable == root ? root : window;
         if (started && x_->hasDamage() && (damage_ == 0 || damagedDrawable_ != damaged) && readable) {
             startDamage(damaged);
-            dirty = true;
+            dirty = changedAll_ = true;
         } else if (!started && damage_) {
             stopDamage();
         }
@@ -299,13 +309,17 @@ void LVDesktopGrabber::run()
 
         uint64_t handled = 0;
         handleEvents(dirty, handled);
-        if (!x_->hasDamage()) dirty = true;
+        if (!x_->hasDamage()) dirty = changedAll_ = true;
 
         const auto now = std::chrono::steady_clock::now();
         if (started && dirty && readable && now >= nextRead) {
             unsigned long source = drawable;
             if (drawable != root) source = XCompositeNameWindowPixmap(dpy, window);
-            read(area, source, drawable == root ? area.topLeft() : windowOrigin + area.topLeft());
+            // A window's pixmap has the window's depth (32 for windows with alpha).
+            if (drawable == root)
+                read(area, source, area.topLeft(), DefaultVisual(dpy, DefaultScreen(dpy)), DefaultDepth(dpy, DefaultScreen(dpy)));
+            else
+                read(area, source, windowOrigin + area.topLeft(), attributes.visual, attributes.depth);
             if (drawable != root) XFreePixmap(dpy, source);
             dirty = false;
             nextRead = now + interval;
@@ -357,11 +371,13 @@ void LVDesktopGrabber::handleEvents(bool& dirty, uint64_t& handled)
             XRRUpdateConfiguration(&event);
             checkMonitors();
             noteEvent();
-            dirty = true;
+            dirty = changedAll_ = true;
         } else if (event.type == ConfigureNotify && event.xconfigure.window == x_->root()) {
             checkMonitors();
             noteEvent();
-            dirty = true;
+            dirty = changedAll_ = true;
+        } else if (event.type == ConfigureNotify || event.type == MapNotify) {
+            dirty = changedAll_ = true; // the captured window moved, changed size or came back
         } else if (x_->hasFixes() && event.type == x_->fixesEventBase() + XFixesCursorNotify) {
             cursorChanged_ = true;
         }
@@ -372,10 +388,26 @@ void LVDesktopGrabber::handleEvents(bool& dirty, uint64_t& handled)
     XDamageSubtract(dpy, damage_, None, parts);
     int count = 0;
     XRectangle* rects = XFixesFetchRegion(dpy, parts, &count);
-    for (int i = 0; i < count && !dirty; ++i)
-        dirty = QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height).intersects(watched_);
+    for (int i = 0; i < count; ++i) {
+        const QRect changed = QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height) & watched_;
+        if (changed.isEmpty()) continue;
+        dirty = true;
+        changed_ |= changed;
+    }
     if (rects) XFree(rects);
     XFixesDestroyRegion(dpy, parts);
+}
+
+bool LVDesktopGrabber::findWindowAgain(unsigned long lost)
+{
+    const std::vector<LVWindowInfo> windows = x_->windows();
+    std::lock_guard<std::mutex> hold(lock_);
+    if (window_.id != lost) return false;
+    const int found = LVFindWindow(windows, window_.wmClass, window_.title);
+    if (found < 0 || windows[size_t(found)].id == lost) return false;
+    window_ = windows[size_t(found)];
+    refresh_ = true;
+    return true;
 }
 
 void LVDesktopGrabber::startDamage(unsigned long drawable)
@@ -437,10 +469,10 @@ void LVDesktopGrabber::pollMouse()
     if (changed) noteEvent();
 }
 
-std::shared_ptr<LVDesktopGrabber::Buffer> LVDesktopGrabber::freeBuffer(int width, int height)
+std::shared_ptr<LVDesktopGrabber::Buffer> LVDesktopGrabber::freeBuffer(int width, int height, void* visual, int depth)
 {
-    if (!pool_.empty() && (pool_.front()->image->width != width || pool_.front()->image->height != height))
-        dropBuffers();
+    const XImage* kept = pool_.empty() ? nullptr : pool_.front()->image;
+    if (kept && (kept->width != width || kept->height != height || kept->depth != depth)) dropBuffers();
     for (const auto& buffer : pool_) {
         // Held by the pool alone: no picture of it is out.
         if (buffer.use_count() == 1) return buffer;
@@ -449,8 +481,8 @@ std::shared_ptr<LVDesktopGrabber::Buffer> LVDesktopGrabber::freeBuffer(int width
     Display* dpy = x_->display();
     auto buffer = std::make_shared<Buffer>();
     buffer->shared = true;
-    buffer->image = XShmCreateImage(dpy, DefaultVisual(dpy, DefaultScreen(dpy)), unsigned(DefaultDepth(dpy, DefaultScreen(dpy))),
-                                    ZPixmap, nullptr, &buffer->shm, unsigned(width), unsigned(height));
+    buffer->image = XShmCreateImage(dpy, static_cast<Visual*>(visual), unsigned(depth), ZPixmap, nullptr, &buffer->shm, unsigned(width),
+                                    unsigned(height));
     if (!buffer->image) {
         LVLog("XShmCreateImage failed for %dx%d", width, height);
         return nullptr;
@@ -503,13 +535,13 @@ void LVDesktopGrabber::readFailed(const char* call, int error)
     LVLog("%s failed (X error %d) on display \"%s\"", call, error, qPrintable(screen_->description()));
 }
 
-bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint rootOrigin)
+bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint rootOrigin, void* visual, int depth)
 {
     Display* dpy = x_->display();
     const int w = area.width(), h = area.height();
     std::shared_ptr<Buffer> buffer;
     if (!slowPath_) {
-        buffer = freeBuffer(w, h);
+        buffer = freeBuffer(w, h, visual, depth);
         if (buffer && !XShmGetImage(dpy, drawable, buffer->image, area.x(), area.y(), AllPlanes)) {
             readFailed("XShmGetImage", x_->takeError());
             return false;
@@ -537,6 +569,11 @@ bool LVDesktopGrabber::read(const QRect& area, unsigned long drawable, QPoint ro
     picture->width = w;
     picture->height = h;
     picture->bytesPerLine = image->bytes_per_line;
+    // What differs from the picture before: the damage since that read, or all of it.
+    picture->previousSerial = serial_;
+    picture->changed = changedAll_ ? QRect(0, 0, w, h) : changed_.translated(-area.topLeft()) & QRect(0, 0, w, h);
+    changed_ = QRect();
+    changedAll_ = false;
     picture->serial = ++serial_;
     picture->rootOrigin = rootOrigin;
     picture->memory = std::move(buffer);

@@ -29,6 +29,9 @@ struct LVDesktopPicture {
     int bytesPerLine = 0;
     uint64_t serial = 0;
     QPoint rootOrigin; // where its top-left pixel is on the root window
+    // The picture differs from the one with previousSerial only inside changed.
+    uint64_t previousSerial = 0;
+    QRect changed;
 };
 
 // Where the pointer is (root pixels) and the arrow it shows.
@@ -61,8 +64,11 @@ public:
     QRect rootGrabRect() const;
     // Captures this top-level window instead of the display: through XComposite when the server
     // has it, else the screen area the window covers; crop is cut off each edge (left, top,
-    // right, bottom). Window 0 goes back to the display.
-    void setWindow(unsigned long window, const QMargins& crop);
+    // right, bottom). A window that goes away is looked for again, once a second, by its class
+    // and title. Window 0 goes back to the display.
+    void setWindow(const LVWindowInfo& window, const QMargins& crop);
+    // The window read now (it changes when a lost one is found again).
+    unsigned long window() const;
     void setTracksMouse(bool on);
     void setMinimumFrameTime(std::chrono::nanoseconds interval);
 
@@ -72,8 +78,6 @@ public:
     bool displayLost() const;
     // Why reads are slow, for the source to show; empty on the shared-memory path.
     QString slowPathMessage() const;
-    // The chosen window is unmapped or gone.
-    bool windowMissing() const;
 
     // For tests and figures: reads done, and damage reports fully handled (a report that
     // leads to a read is counted after the read).
@@ -91,13 +95,16 @@ private:
     // Wakes waitFor(); never called with lock_ held.
     void noteEvent();
     void handleEvents(bool& dirty, uint64_t& handled);
-    bool read(const QRect& area, unsigned long drawable, QPoint rootOrigin);
+    // visual: the drawable's Xlib Visual; depth its depth.
+    bool read(const QRect& area, unsigned long drawable, QPoint rootOrigin, void* visual, int depth);
     void readFailed(const char* call, int error);
-    std::shared_ptr<Buffer> freeBuffer(int width, int height);
+    std::shared_ptr<Buffer> freeBuffer(int width, int height, void* visual, int depth);
     void dropBuffers();
     void startDamage(unsigned long drawable);
     void stopDamage();
     void checkMonitors();
+    // Looks for the lost window's class and title among the windows now; true when found.
+    bool findWindowAgain(unsigned long lost);
     void pollMouse();
     QRect clampedRootRect(const QRectF& rect) const;
 
@@ -110,14 +117,13 @@ private:
     // Guarded by lock_.
     QRect rootRect_;
     QRect displayFrame_; // the monitor in root pixels; moves when the layout changes
-    unsigned long window_ = 0;
+    LVWindowInfo window_;
     QMargins crop_;
     bool started_ = false;
     bool refresh_ = false;
     bool quit_ = false;
     bool tracksMouse_ = false;
     bool lost_ = false;
-    bool windowMissing_ = false;
     std::chrono::nanoseconds interval_{std::chrono::milliseconds(66)};
     std::shared_ptr<const LVDesktopPicture> last_;
     LVDesktopMouse mouse_;
@@ -130,9 +136,14 @@ private:
     bool slowPath_ = false;
     bool compositeRedirected_ = false;
     unsigned long redirectedWindow_ = 0;
+    unsigned long structureWatched_ = 0;
     std::vector<std::shared_ptr<Buffer>> pool_;
     uint64_t serial_ = 0;
     bool cursorChanged_ = true;
+    // Damage in the read drawable's pixels since the last read; all of it when anything else
+    // (a new rectangle, a refresh, a layout change) made the read.
+    QRect changed_;
+    bool changedAll_ = true;
     int lastReadError_ = 0;
 
     std::mutex eventLock_;

@@ -11,6 +11,7 @@
 #include <X11/extensions/Xfixes.h>
 #include <X11/extensions/Xrandr.h>
 
+#include <algorithm>
 #include <mutex>
 
 const char* LVX11Display::kNeedsXMessage = "Desktop capture needs an X session for now";
@@ -263,4 +264,14 @@ std::vector<LVScreenRef> LVDesktopScreenList(QString* error)
     const std::vector<LVDisplayInfo> monitors = x->monitors();
     return LVBuildScreenList(monitors, x->rootHeight(), LVX11Display::indexAt(monitors, x->pointer()),
                              LVX11Display::primaryIndex(monitors));
+}
+
+int LVFindWindow(const std::vector<LVWindowInfo>& windows, const QString& wmClass, const QString& title)
+{
+    if (wmClass.isEmpty() && title.isEmpty()) return -1;
+    auto it = std::find_if(windows.begin(), windows.end(),
+                           [&](const LVWindowInfo& w) { return w.wmClass == wmClass && w.title == title; });
+    if (it == windows.end())
+        it = std::find_if(windows.begin(), windows.end(), [&](const LVWindowInfo& w) { return w.wmClass == wmClass; });
+    return it == windows.end() ? -1 : int(it - windows.begin());
 }

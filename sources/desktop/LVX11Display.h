@@ -85,6 +85,9 @@ private:
     int randrEvent_ = 0;
 };
 
+// The window a setup names: the same class and title, else the same class; -1 when none.
+int LVFindWindow(const std::vector<LVWindowInfo>& windows, const QString& wmClass, const QString& title);
+
 // The display list as the desktop sources offer it ("This screen" is the monitor under the
 // pointer). Empty without an X server; the reason goes to error and, once per process, to the
 // log.

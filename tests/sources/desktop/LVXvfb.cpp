@@ -72,14 +72,24 @@ LVXClient::~LVXClient()
     if (dpy_) XCloseDisplay(dpy_);
 }
 
-unsigned long LVXClient::createWindow(const QRect& frame, const char* wmClass, const char* title)
+unsigned long LVXClient::createWindow(const QRect& frame, const char* wmClass, const char* title, bool withAlpha)
 {
     XSetWindowAttributes attributes{};
     attributes.override_redirect = True;
     attributes.background_pixel = 0;
+    unsigned long mask = CWOverrideRedirect | CWBackPixel;
+    int depth = CopyFromParent;
+    Visual* visual = CopyFromParent;
+    XVisualInfo info{};
+    if (withAlpha && XMatchVisualInfo(dpy_, DefaultScreen(dpy_), 32, TrueColor, &info)) {
+        depth = 32;
+        visual = info.visual;
+        attributes.colormap = XCreateColormap(dpy_, DefaultRootWindow(dpy_), visual, AllocNone);
+        attributes.border_pixel = 0;
+        mask |= CWColormap | CWBorderPixel;
+    }
     const Window window = XCreateWindow(dpy_, DefaultRootWindow(dpy_), frame.x(), frame.y(), unsigned(frame.width()),
-                                        unsigned(frame.height()), 0, CopyFromParent, InputOutput, CopyFromParent,
-                                        CWOverrideRedirect | CWBackPixel, &attributes);
+                                        unsigned(frame.height()), 0, depth, InputOutput, visual, mask, &attributes);
     XClassHint hint{const_cast<char*>("lvtest"), const_cast<char*>(wmClass)};
     XSetClassHint(dpy_, window, &hint);
     XStoreName(dpy_, window, title);
@@ -97,7 +107,8 @@ void LVXClient::destroyWindow(unsigned long window)
 void LVXClient::fill(unsigned long window, const QRect& rect, uint32_t rgb)
 {
     GC gc = XCreateGC(dpy_, window, 0, nullptr);
-    XSetForeground(dpy_, gc, rgb);
+    // Opaque on a 32-bit window too.
+    XSetForeground(dpy_, gc, 0xFF000000u | rgb);
     XFillRectangle(dpy_, window, gc, rect.x(), rect.y(), unsigned(rect.width()), unsigned(rect.height()));
     XFreeGC(dpy_, gc);
     sync();

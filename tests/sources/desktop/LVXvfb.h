@@ -40,7 +40,8 @@ public:
     Display* display() const { return dpy_; }
 
     // An override-redirect window (no window manager needed), mapped and drawn black.
-    unsigned long createWindow(const QRect& frame, const char* wmClass, const char* title);
+    // withAlpha: a 32-bit window, as programs that draw their own shadows make.
+    unsigned long createWindow(const QRect& frame, const char* wmClass, const char* title, bool withAlpha = false);
     void destroyWindow(unsigned long window);
     // A solid 0xRRGGBB rectangle, in window pixels (root pixels on the root window).
     void fill(unsigned long window, const QRect& rect, uint32_t rgb);
