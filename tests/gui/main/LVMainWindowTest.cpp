@@ -11,6 +11,7 @@
 #include "gui/setups/LVSavedSetupsWindow.h"
 #include "setups/model/LVSetupManager.h"
 #include "tests/app/LVTestKinds.h"
+#include "tests/gui/main/LVWindowTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -66,15 +67,7 @@ protected:
     {
         ASSERT_TRUE(dir.isValid());
         defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
-        LVLaunchOptions options;
-        options.startTimer = false;
-        options.folders.bundled = dir.filePath(QStringLiteral("none"));
-        QString error;
-        app = Lumaveil::create(*defaults, options, &error);
-        ASSERT_TRUE(app) << error.toStdString();
-        window = std::make_unique<LVMainWindow>(*app);
-        window->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        lvStartMainWindow(*defaults, dir.filePath(QStringLiteral("none")), app, window);
     }
 
     void TearDown() override

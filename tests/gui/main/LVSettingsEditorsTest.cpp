@@ -11,6 +11,7 @@
 #include "gui/main/LVSettingsPanel.h"
 #include "gui/widgets/LVFontPicker.h"
 #include "gui/widgets/LVXYPad.h"
+#include "tests/gui/main/LVWindowTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -74,18 +75,7 @@ protected:
         qputenv("XDG_DATA_HOME", QFile::encodeName(dir.filePath(QStringLiteral("data"))));
     }
 
-    void start()
-    {
-        LVLaunchOptions options;
-        options.startTimer = false;
-        options.folders.bundled = dir.filePath(QStringLiteral("Effects"));
-        QString error;
-        app = Lumaveil::create(*defaults, options, &error);
-        ASSERT_TRUE(app) << error.toStdString();
-        window = std::make_unique<LVMainWindow>(*app);
-        window->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-    }
+    void start() { lvStartMainWindow(*defaults, dir.filePath(QStringLiteral("Effects")), app, window); }
 
     void TearDown() override
     {
