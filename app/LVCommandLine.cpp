@@ -40,7 +40,7 @@ QString LVCommandLineUsage()
         "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
         "  --no-publish          do not publish frames to the camera (for example beside another Lumaveil)\n"
-        "  --studio              run as a vision mixer: Program, from the current set's setups (headless)\n"
+        "  --studio              open the studio window; headless: run as a vision mixer from the current set\n"
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n"
         "  --version             print the version and exit\n")
@@ -113,10 +113,6 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     // The window runs until closed and at the timer's pace.
     if ((result.bench || result.frames) && !result.headless) {
         *error = QStringLiteral("--frames and --bench need --headless");
-        return false;
-    }
-    if (result.studio && !result.headless) {
-        *error = QStringLiteral("--studio needs --headless");
         return false;
     }
     // In the studio Program is made of the buttons on air, never of a chain given here.

@@ -10,6 +10,7 @@
 #include "core/LVEffectRegistry.h"
 #include "effects/pip/PIPEffect.h"
 #include "gui/main/LVMainWindow.h"
+#include "gui/studio/LVStudioController.h"
 #include "setups/model/LVSetupManager.h"
 #include "sources/webcam/LVCamDevice.h"
 #include "studio/LVStudio.h"
@@ -126,9 +127,26 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         restart = true;
         QCoreApplication::quit();
     });
+    // The studio refers to the setup manager: it goes first, however this run ends.
+    auto ownedStudio = std::make_unique<LVStudio>(*lumaveil, setupManager);
+    LVStudio& studio = *ownedStudio;
+    lumaveil->setStudio(std::move(ownedStudio));
+    struct StudioRemover {
+        Lumaveil& app;
+        ~StudioRemover() { app.setStudio(nullptr); }
+    } studioRemover{*lumaveil};
+    studio.startup();
+    LVStudioController studioWindow(*lumaveil, studio);
+    const auto openStudio = [&studioWindow] {
+        studioWindow.show();
+        studioWindow.raise();
+        studioWindow.activateWindow();
+    };
+    LVStudioController::addMenuEntry(window, openStudio);
     const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*lumaveil, LVStudio::of(*lumaveil));
     window.show();
     window.showBetaNagIfNeeded();
+    if (commandLine.studio) openStudio();
     LVQuitOnSignal quitOnSignal;
     const int status = QApplication::exec();
     PIPEffect::setSwapHandler(nullptr);

@@ -34,6 +34,7 @@ TEST(LVCommandLineTest, AcceptsTheHeadlessOptions)
     EXPECT_TRUE(line.bench);
     ASSERT_TRUE(LVParseCommandLine(args({"--headless", "--studio", "--frames", "3"}), &line, &error));
     EXPECT_TRUE(line.studio);
+    ASSERT_TRUE(LVParseCommandLine(args({"--studio"}), &line, &error)) << "the studio window";
     ASSERT_TRUE(LVParseCommandLine(args({}), &line, &error));
     EXPECT_FALSE(line.headless);
 }
@@ -58,7 +59,6 @@ TEST(LVCommandLineTest, RefusesNonsenseSayingWhatIsAllowed)
              Case{{"--headless", "--setup", "x", "--effect", "Clock"}, "cannot be combined"},
              Case{{"--headless", "--colour", "red"}, "Unknown option"},
              Case{{"--headless", "stray"}, "unexpected argument"},
-             Case{{"--studio"}, "--studio needs --headless"},
              Case{{"--headless", "--studio", "--setup", "Intro"}, "cannot be combined"},
              Case{{"--headless", "--studio", "--source", "Test Pattern"}, "cannot be combined"},
              Case{{"--headless", "--studio", "--effect", "Clock"}, "cannot be combined"},

@@ -1,0 +1,36 @@
+#include "gui/studio/LVMonitorView.h"
+
+#include <QLinearGradient>
+#include <QPainter>
+
+LVMonitorView::LVMonitorView(QWidget* parent) : LVPreviewWidget(parent)
+{
+    setMinimumSize(160, 90);
+}
+
+void LVMonitorView::drawIntoPreview(LVContext& context, bool mirrored)
+{
+    blank_ = false;
+    LVPreviewWidget::drawIntoPreview(context, mirrored);
+}
+
+void LVMonitorView::setBlank()
+{
+    if (blank_) return;
+    blank_ = true;
+    update();
+}
+
+void LVMonitorView::paintEvent(QPaintEvent* event)
+{
+    if (!isBlank()) {
+        LVPreviewWidget::paintEvent(event);
+        return;
+    }
+    QPainter painter(this);
+    // Black at the bottom rising to dark grey at the top.
+    QLinearGradient gradient(0, height(), 0, 0);
+    gradient.setColorAt(0, Qt::black);
+    gradient.setColorAt(1, Qt::darkGray);
+    painter.fillRect(rect(), gradient);
+}
