@@ -207,6 +207,8 @@ void LVButtonEditController::rename()
 
 void LVButtonEditController::closeEvent(QCloseEvent* event)
 {
-    button_->persist();
+    // A button deleted while its editor was open must not come back as a file.
+    LVStudio* studio = LVStudio::of(app_);
+    if (!studio || studio->setupManager().setupWithName(button_->name()) == button_->setup()) button_->persist();
     QWidget::closeEvent(event);
 }

@@ -24,7 +24,9 @@ LVStudioButtonView::LVStudioButtonView(LVIconView& grid) : QWidget(&grid), grid_
 
 LVStudioButtonView::~LVStudioButtonView()
 {
-    if (editor_) editor_->close();
+    if (!editor_) return;
+    editor_->close();
+    delete editor_;
 }
 
 void LVStudioButtonView::setModel(const LVStudioButtonRef& button)

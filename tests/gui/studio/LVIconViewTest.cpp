@@ -247,7 +247,9 @@ TEST_F(LVIconViewTest, TheContextMenuEditsSnapshotsDuplicatesAndDeletesAfterAski
     trigger(QStringLiteral("Duplicate Button"));
     EXPECT_TRUE(studio->buttonHavingName(QStringLiteral("Copy of Intro")));
 
-    // "No" first, "Yes" second; only "Yes" deletes.
+    // "No" first, "Yes" second; only "Yes" deletes, even with the editor open (it closes
+    // with the button and must not write the file again).
+    view->doEdit();
     struct Answer {
         const char* button;
         bool deleted;
