@@ -8,7 +8,8 @@
 #include "core/util/LVLog.h"
 #include "effects/composition/LVISFProgram.h"
 #include "render/LVContext.h"
-#include "render/transport/LVShmem.h"
+#include "render/LVShmemOutput.h"
+#include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "studio/LVStudio.h"
 
@@ -80,10 +81,11 @@ QJsonObject runBench(Lumaveil& app, qint64 frames)
     LVContext& context = *app.context();
     std::vector<double> floorMs;
     floorMs.reserve(size_t(frames));
+    LVFrameReadBack readBack;
     for (qint64 i = 0; i < frames; ++i) {
         const auto start = Clock::now();
         context.reset(false);
-        app.shmem().publishFrame(context, app.frameRate());
+        LVShmemOutput::publish(app.shmem(), *readBack.read(context), app.frameRate());
         floorMs.push_back(millisecondsSince(start));
     }
     // The plain copy of the same bytes, for scale.

@@ -3,12 +3,11 @@
 // user menu) or below it behind a platform boundary (the frame transport). The composition
 // root plugs implementations in; a missing one is simply skipped in the frame.
 #include "core/LVProxy.h"
+#include "render/LVOutputDriver.h"
 
 #include <QString>
 
 #include <cstdint>
-
-class LVContext;
 
 // The studio's two steps in every frame.
 class LVStudioHooks {
@@ -21,28 +20,21 @@ public:
     virtual void applicationWillTerminate() = 0;
 };
 
-// The on-screen preview; skipped entirely while hidden.
-class LVPreviewOutput {
+// The full-screen output on a chosen display: a driver in the frame's output list.
+class LVFullScreenOutput : public LVOutputDriver {
 public:
-    virtual ~LVPreviewOutput() = default;
-    virtual bool isPreviewVisible() const = 0;
-    virtual void drawIntoPreview(LVContext& context, bool mirrored) = 0;
-};
-
-// The full-screen output on a chosen display.
-class LVFullScreenOutput {
-public:
-    virtual ~LVFullScreenOutput() = default;
-    virtual void doit(LVContext& context) = 0;
     // Escape only ends a full-screen preview that covers the main screen.
     virtual bool isOnMainScreen() const = 0;
 };
 
-// The second published output (a video node other programs can read), made on first use.
+// The second published output (a video node other programs can read), made on the first frame
+// that needs it and kept for the process. Called on an output thread of its own, one frame at a
+// time; it must not block.
 class LVSecondOutput {
 public:
     virtual ~LVSecondOutput() = default;
-    virtual void publish(LVContext& context) = 0;
+    // B,G,R,A bytes, top row first, rows stride bytes apart.
+    virtual void pushFrame(const unsigned char* bgra, int width, int height, int stride) = 0;
 };
 
 // Key presses that the controller does not handle itself (the user menu's shortcuts).

@@ -8,7 +8,8 @@
 #include "core/util/LVLog.h"
 #include "render/LVContext.h"
 #include "render/LVGL.h"
-#include "render/transport/LVShmem.h"
+#include "render/LVShmemOutput.h"
+#include "transport/LVShmem.h"
 
 #include <QDateTime>
 #include <QFileInfo>
@@ -74,6 +75,8 @@ Lumaveil::Lumaveil(LVDefaults& defaults, LVLaunchOptions options, LVClock& clock
         return;
     }
     shmem_ = std::make_unique<LVShmem>();
+    outputs_.setDriver(LVOutputSlot::SharedMemory,
+                       std::make_unique<LVShmemOutput>(*shmem_, [this] { return publishing_; }, [this] { return frameRate_; }));
 
     timer_.setSingleShot(true);
     timer_.setTimerType(Qt::PreciseTimer);
@@ -223,6 +226,63 @@ QString Lumaveil::publishingProblem() const
         return QStringLiteral("Frames are not published: another Lumaveil (pid %1) publishes").arg(otherProducer_);
     if (options_.noPublish) return QStringLiteral("Frames are not published (--no-publish)");
     return QStringLiteral("Frames are not published: %1").arg(QString::fromStdString(shmem_->problem()));
+}
+
+void Lumaveil::setPreview(LVPictureOutput* preview)
+{
+    outputs_.setDriver(LVOutputSlot::Preview,
+                       preview ? std::make_unique<LVPictureDriver>("preview", *preview, [this] { return bMirrorImagePreview_; })
+                               : nullptr);
+}
+
+void Lumaveil::setPreviewFullScreen(std::unique_ptr<LVFullScreenOutput> output)
+{
+    previewFullScreen_ = output.get();
+    outputs_.setDriver(LVOutputSlot::FullScreen, std::move(output));
+}
+
+namespace {
+
+// The second output: made on the first frame that wants it, on the render thread; fed on a
+// thread of its own so another program's pace never reaches the render loop.
+class SecondOutputDriver : public LVOutputDriver {
+public:
+    SecondOutputDriver(std::function<std::unique_ptr<LVSecondOutput>()> maker, std::function<bool()> wanted)
+        : maker_(std::move(maker)), wanted_(std::move(wanted)),
+          feeder_("second output", [this](const LVFramePixels& frame) {
+              output_->pushFrame(frame.bytes.data(), frame.width, frame.height, frame.stride);
+          })
+    {
+    }
+    std::string outputName() const override { return "second output"; }
+    bool wantsFrame() const override { return wanted_(); }
+    void drawFrame(LVOutputFrame& frame) override
+    {
+        if (!output_) {
+            if (makeFailed_) return;
+            output_ = maker_();
+            makeFailed_ = !output_;
+            if (!output_) return;
+        }
+        feeder_.drawFrame(frame);
+    }
+
+private:
+    std::function<std::unique_ptr<LVSecondOutput>()> maker_;
+    std::function<bool()> wanted_;
+    bool makeFailed_ = false;
+    std::unique_ptr<LVSecondOutput> output_;
+    // Declared last: its thread ends before the output it feeds goes.
+    LVThreadedOutput feeder_;
+};
+
+} // namespace
+
+void Lumaveil::setSecondOutputMaker(std::function<std::unique_ptr<LVSecondOutput>()> maker)
+{
+    outputs_.setDriver(LVOutputSlot::SecondOutput,
+                       maker ? std::make_unique<SecondOutputDriver>(std::move(maker), [this] { return syphonServerEnabled_; })
+                             : nullptr);
 }
 
 void Lumaveil::setSyphonServerEnabled(bool enabled)
@@ -597,10 +657,7 @@ void Lumaveil::doLiveChain()
         }
     }
     if (studio_) studio_->applyTransition();
-    drawIntoPreview();
-    if (previewFullScreen_) previewFullScreen_->doit(*context_);
-    if (syphonServerEnabled_ && secondOutput_) secondOutput_->publish(*context_);
-    if (publishing_) shmem_->publishFrame(*context_, frameRate_ & 0xFFFF);
+    outputs_.drawFrame(*context_);
     watchFrameTime(clock_.now() - frameStart, effectSeconds);
     noteFrameDone();
 }
@@ -632,12 +689,6 @@ void Lumaveil::watchFrameTime(double seconds, const std::vector<std::pair<LVEffe
         timeEffectsNextFrame_ = true;
         slowSince_ = -1;
     }
-}
-
-void Lumaveil::drawIntoPreview()
-{
-    if (!preview_ || !preview_->isPreviewVisible()) return;
-    preview_->drawIntoPreview(*context_, bMirrorImagePreview_);
 }
 
 void Lumaveil::noteFrameDone()

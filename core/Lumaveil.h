@@ -60,11 +60,17 @@ public:
 
     // Parts above plug in here; a missing one is skipped in the frame.
     void setStudio(std::unique_ptr<LVStudioHooks> studio) { studio_ = std::move(studio); }
-    void setPreview(LVPreviewOutput* preview) { preview_ = preview; }
-    void setPreviewFullScreen(std::unique_ptr<LVFullScreenOutput> output) { previewFullScreen_ = std::move(output); }
-    LVFullScreenOutput* previewFullScreen() const { return previewFullScreen_.get(); }
-    void unSelectScreen() { previewFullScreen_.reset(); }
-    void setSecondOutput(std::unique_ptr<LVSecondOutput> output) { secondOutput_ = std::move(output); }
+    // The main window's preview: the frame's shared pixels, mirrored when asked.
+    void setPreview(LVPictureOutput* preview);
+    // Only one full-screen output at a time; a new one replaces (and so releases) the old.
+    void setPreviewFullScreen(std::unique_ptr<LVFullScreenOutput> output);
+    LVFullScreenOutput* previewFullScreen() const { return previewFullScreen_; }
+    void unSelectScreen() { setPreviewFullScreen(nullptr); }
+    // Makes the second output on the first frame with "syphonServerEnabled" on; never made
+    // while the preference stays off.
+    void setSecondOutputMaker(std::function<std::unique_ptr<LVSecondOutput>()> maker);
+    // Every output of the frame, in the frame's order.
+    LVOutputList& outputs() { return outputs_; }
     void setKeyDispatcher(LVKeyDispatcher* dispatcher) { keyDispatcher_ = dispatcher; }
     void setSetupCatalog(LVSetupCatalog* catalog) { setupCatalog_ = catalog; }
     LVSetupCatalog* setupManager() const { return setupCatalog_; }
@@ -182,7 +188,6 @@ private:
     void applyFrameRate(int rate);
     void applyPublishing();
     void armTimer(double fireDate);
-    void drawIntoPreview();
     void removeAt(int index);
     void applyAudioDevice(LVEffect& effect) const;
     void noteFrameDone();
@@ -200,11 +205,11 @@ private:
     LVEffectRegistry registry_;
     std::vector<LVEffectRef> myEffects_;
     std::weak_ptr<LVEffect> selected_;
+    // After the transport and the context: its drivers use them, and go first.
+    LVOutputList outputs_;
 
     std::unique_ptr<LVStudioHooks> studio_;
-    LVPreviewOutput* preview_ = nullptr;
-    std::unique_ptr<LVFullScreenOutput> previewFullScreen_;
-    std::unique_ptr<LVSecondOutput> secondOutput_;
+    LVFullScreenOutput* previewFullScreen_ = nullptr;
     LVKeyDispatcher* keyDispatcher_ = nullptr;
     LVSetupCatalog* setupCatalog_ = nullptr;
     std::function<WindowFrames()> windowFrames_;

@@ -249,24 +249,37 @@ LVTexture LVContext::texture()
 
 void LVContext::fetchOpenGLPixels(void* destination, int rowBytes)
 {
+    _readPixels(destination, rowBytes, GL_UNSIGNED_INT_8_8_8_8);
+}
+
+void LVContext::fetchBGRAPixels(void* destination, int rowBytes)
+{
+    _readPixels(destination, rowBytes, GL_UNSIGNED_BYTE);
+}
+
+void LVContext::_readPixels(void* destination, int rowBytes, GLenum type)
+{
     // GL rows run bottom first; they are read into top-first order straight into the
     // destination: one copy, and no flipped copy of the frame drawn on the GPU first, which
     // costs llvmpipe several times the read itself.
     _readRenderer();
     _bindTarget();
+    GLint rowLength = 0, alignment = 0;
+    glGetIntegerv(GL_PACK_ROW_LENGTH, &rowLength);
+    glGetIntegerv(GL_PACK_ALIGNMENT, &alignment);
+    glPixelStorei(GL_PACK_ROW_LENGTH, rowBytes / 4);
+    glPixelStorei(GL_PACK_ALIGNMENT, 4);
     if (packInvert_) {
-        GLint rowLength = 0;
-        glGetIntegerv(GL_PACK_ROW_LENGTH, &rowLength);
-        glPixelStorei(GL_PACK_ROW_LENGTH, rowBytes / 4);
         glPixelStorei(GL_PACK_INVERT_MESA, GL_TRUE);
-        glReadPixels(0, 0, width_, height_, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8, destination);
+        glReadPixels(0, 0, width_, height_, GL_BGRA, type, destination);
         glPixelStorei(GL_PACK_INVERT_MESA, GL_FALSE);
-        glPixelStorei(GL_PACK_ROW_LENGTH, rowLength);
-        return;
+    } else {
+        auto* rows = static_cast<uint8_t*>(destination);
+        for (int y = 0; y < height_; ++y)
+            glReadPixels(0, y, width_, 1, GL_BGRA, type, rows + size_t(height_ - 1 - y) * size_t(rowBytes));
     }
-    auto* rows = static_cast<uint8_t*>(destination);
-    for (int y = 0; y < height_; ++y)
-        glReadPixels(0, y, width_, 1, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8, rows + size_t(height_ - 1 - y) * size_t(rowBytes));
+    glPixelStorei(GL_PACK_ROW_LENGTH, rowLength);
+    glPixelStorei(GL_PACK_ALIGNMENT, alignment);
 }
 
 void LVContext::drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect)

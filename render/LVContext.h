@@ -75,6 +75,8 @@ public:
     // Reads the frame as A,R,G,B bytes, top row first, rows rowBytes apart; the frame stays
     // the current one.
     void fetchOpenGLPixels(void* destination, int rowBytes);
+    // The same as B,G,R,A bytes (a QImage's ARGB32 words), the order GL reads fastest.
+    void fetchBGRAPixels(void* destination, int rowBytes);
     // Whether the read-back turns the rows over in one read (GL_MESA_pack_invert; on where
     // the GL has it) or reads row by row.
     bool packInvert() const { return packInvert_; }
@@ -111,6 +113,7 @@ private:
     LVContext() = default;
     void _readRenderer();
     void _bindTarget();
+    void _readPixels(void* destination, int rowBytes, GLenum type);
 
     int width_ = 0;
     int height_ = 0;

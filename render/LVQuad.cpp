@@ -3,6 +3,7 @@
 #include <EGL/egl.h>
 
 #include <cstddef>
+#include <mutex>
 #include <unordered_map>
 
 #include "core/util/LVLog.h"
@@ -50,6 +51,10 @@ struct Quad {
     GLint ortho = -1;
     GLint alphaFirst = -1;
 };
+
+// A capture thread ends its own context, and with it looks here, while the render thread
+// draws: the map is locked; the GL work never is.
+std::mutex quadsMutex;
 
 std::unordered_map<void*, Quad>& quads()
 {
@@ -112,10 +117,19 @@ void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float
         LVLog("LVQuadDraw: no current GL context");
         return;
     }
-    auto it = quads().find(ctx);
-    if (it == quads().end())
-        it = quads().emplace(ctx, makeQuad()).first;
-    const Quad& q = it->second;
+    Quad q;
+    {
+        std::lock_guard lock(quadsMutex);
+        const auto it = quads().find(ctx);
+        if (it != quads().end())
+            q = it->second;
+    }
+    if (!q.program) {
+        // Only this thread draws with its current context, so nobody else adds this one.
+        q = makeQuad();
+        std::lock_guard lock(quadsMutex);
+        quads().emplace(ctx, q);
+    }
 
     GLint previousProgram = 0, previousVao = 0, previousBuffer = 0, previousUnit = 0;
     glGetIntegerv(GL_CURRENT_PROGRAM, &previousProgram);
@@ -161,11 +175,16 @@ GLuint LVCompileShader(GLenum type, const char* source, const char* what, const 
 
 void LVQuadRelease(void* eglContext)
 {
-    auto it = quads().find(eglContext);
-    if (it == quads().end())
-        return;
-    glDeleteProgram(it->second.program);
-    glDeleteVertexArrays(1, &it->second.vao);
-    glDeleteBuffers(1, &it->second.vbo);
-    quads().erase(it);
+    Quad q;
+    {
+        std::lock_guard lock(quadsMutex);
+        const auto it = quads().find(eglContext);
+        if (it == quads().end())
+            return;
+        q = it->second;
+        quads().erase(it);
+    }
+    glDeleteProgram(q.program);
+    glDeleteVertexArrays(1, &q.vao);
+    glDeleteBuffers(1, &q.vbo);
 }

@@ -28,8 +28,18 @@ LVStudio::LVStudio(Lumaveil& app, LVSetupManager& setupManager, LVClock* clock)
 
 LVStudio::~LVStudio()
 {
+    if (hasProgramMonitor_) app_.outputs().setDriver(LVOutputSlot::ProgramMonitor, nullptr);
     for (const LVStudioButtonRef& button : allButtons_) button->disconnect(this);
     mainBus_.reset();
+}
+
+void LVStudio::setProgramMonitor(LVPictureOutput* monitor)
+{
+    hasProgramMonitor_ = monitor != nullptr;
+    app_.outputs().setDriver(LVOutputSlot::ProgramMonitor,
+                             monitor ? std::make_unique<LVPictureDriver>("Program monitor", *monitor,
+                                                                         [this] { return app_.isMirrorImagePreview(); })
+                                     : nullptr);
 }
 
 LVStudio* LVStudio::of(const Lumaveil& app)
@@ -181,7 +191,10 @@ void LVStudio::doit()
     LVContext& context = *app_.context();
     context.reset(false);
     mainBus_->runPreview();
-    if (monitorVisible) previewMonitor_->drawIntoPreview(context, app_.isMirrorImagePreview());
+    if (monitorVisible) {
+        LVOutputFrame frame(context, previewReadBack_);
+        previewMonitor_->showPicture(frame.pixels(), app_.isMirrorImagePreview());
+    }
     // Kept on the GPU; the frame's own reset, right after this step, gives Program a fresh target.
     previewBuffer_ = context.texture();
     if (monitorVisible) sampleFrameRate();
@@ -200,8 +213,6 @@ void LVStudio::applyTransition()
         }
         if (t == transitionTime_) endTransition();
     }
-    if (programMonitor_ && programMonitor_->isPreviewVisible())
-        programMonitor_->drawIntoPreview(*app_.context(), app_.isMirrorImagePreview());
 }
 
 void LVStudio::endTransition()

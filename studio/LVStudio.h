@@ -98,8 +98,10 @@ public:
 
     // Monitors. Preview is rendered while its monitor is shown, and also with no monitor
     // plugged in (headless) or while a transition runs, since the transition needs it.
-    void setPreviewMonitor(LVPreviewOutput* monitor) { previewMonitor_ = monitor; }
-    void setProgramMonitor(LVPreviewOutput* monitor) { programMonitor_ = monitor; }
+    // Preview's picture is read back for its monitor alone; Program's monitor is one of the
+    // frame's outputs and shares the frame's one read-back.
+    void setPreviewMonitor(LVPictureOutput* monitor) { previewMonitor_ = monitor; }
+    void setProgramMonitor(LVPictureOutput* monitor);
     // The studio window's frame in its string form, stored at quit under "studioFrame".
     void setWindowFrameSource(std::function<QString()> source) { windowFrame_ = std::move(source); }
     QString storedWindowFrame() const;
@@ -143,8 +145,9 @@ private:
     double lastFraction_ = 0;
     bool bSwapMode_ = false;
     LVTexture previewBuffer_;
-    LVPreviewOutput* previewMonitor_ = nullptr;
-    LVPreviewOutput* programMonitor_ = nullptr;
+    LVPictureOutput* previewMonitor_ = nullptr;
+    bool hasProgramMonitor_ = false;
+    LVFrameReadBack previewReadBack_;
     std::function<QString()> windowFrame_;
     QString fpsLabel_;
     double sampleEndTime_ = 0;

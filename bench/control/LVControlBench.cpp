@@ -7,7 +7,7 @@
 #include "control/midi/LVMIDIPort.h"
 #include "control/surface/LVControlSurface.h"
 #include "core/LVDefaults.h"
-#include "render/transport/LVShmem.h"
+#include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "studio/LVStudio.h"
 #include "tests/app/LVTestKinds.h"

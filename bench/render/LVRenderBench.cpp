@@ -2,7 +2,8 @@
 //   read-back + publish into shared memory   vs  memcpy of the same bytes (the floor)
 //   BGRA -> YUYV with libyuv (lumaveil-vcam)  vs  ffmpeg's swscale doing the same conversion
 #include "render/LVContext.h"
-#include "render/transport/LVShmem.h"
+#include "render/LVShmemOutput.h"
+#include "transport/LVShmem.h"
 #include "sources/testpattern/TestPatternSource.h"
 #include "tools/vcam/LVFrameConverter.h"
 
@@ -40,8 +41,8 @@ void BM_Memcpy(benchmark::State& state)
 }
 BENCHMARK(BM_Memcpy)->Apply(sizeArgs);
 
-// The frame is drawn once; each iteration is the output path alone: read back into the mapped
-// image block, header, swap.
+// The frame is drawn once; each iteration is the output path alone: the shared read-back, the
+// copy into the mapped image block, header, swap.
 void BM_ReadBackAndPublish(benchmark::State& state)
 {
     const int w = int(state.range(0)), h = int(state.range(1));
@@ -58,8 +59,9 @@ void BM_ReadBackAndPublish(benchmark::State& state)
     shmem.setAppRunning();
     ctx->reset(false);
     source->doit();
+    LVFrameReadBack readBack;
     for (auto _ : state)
-        shmem.publishFrame(*ctx, 30);
+        LVShmemOutput::publish(shmem, *readBack.read(*ctx), 30);
     shmem.setAppNotRunning();
     state.SetBytesProcessed(int64_t(state.iterations()) * w * h * 4);
 }

@@ -1,4 +1,5 @@
 #include "effects/composition/LVComposition.h"
+#include "effects/composition/LVISFProgram.h"
 
 #include "core/LVCompositionHeader.h"
 #include "core/util/LVBoundedRead.h"
@@ -231,6 +232,11 @@ std::shared_ptr<const LVComposition> LVComposition::load(const QString& path)
     entry.composition = parse(path, text, vertexText);
     if (!entry.composition->isValid()) LVLog("Composition %s", qPrintable(entry.composition->error()));
     return entry.composition;
+}
+
+LVComposition::~LVComposition()
+{
+    if (uid_ != 0) LVISFCompositionGone(uid_);
 }
 
 void LVComposition::clearCache()

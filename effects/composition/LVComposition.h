@@ -43,6 +43,8 @@ struct LVISFImport {
 
 class LVComposition {
 public:
+    // Its compiled programs are freed with it.
+    ~LVComposition();
     // The cached composition for the file (re-read when it changed on disk).
     static std::shared_ptr<const LVComposition> load(const QString& path);
     // Parses text as if read from path; vertexText empty when there is no companion shader.

@@ -7,6 +7,8 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <condition_variable>
@@ -461,9 +463,80 @@ private:
 std::set<std::pair<quint64, int>> pendingOwn;
 std::set<std::vector<quint64>> pendingFused;
 
-// Files what the worker has built; runs on the render thread.
+// Versions of compositions that are gone (re-read, or no longer used). Any thread may drop
+// the last reference, GL objects go only on the render thread: the programs are freed at its
+// next ask. Never destroyed, since compositions may still go while the process exits.
+struct DeadCompositions {
+    std::mutex mutex;
+    std::vector<quint64> uids;
+    std::atomic<bool> any{false};
+};
+
+DeadCompositions& deadCompositions()
+{
+    static auto* dead = new DeadCompositions;
+    return *dead;
+}
+
+void deleteProgram(std::unique_ptr<LVISFProgram>& program)
+{
+    if (program) glDeleteProgram(program->program);
+    program.reset();
+}
+
+bool isPending(quint64 uid)
+{
+    for (const auto& key : pendingOwn)
+        if (key.first == uid) return true;
+    for (const auto& key : pendingFused)
+        if (std::find(key.begin(), key.end(), uid) != key.end()) return true;
+    return false;
+}
+
+void freeDeadPrograms()
+{
+    DeadCompositions& dead = deadCompositions();
+    if (!dead.any.load(std::memory_order_acquire)) return;
+    std::vector<quint64> uids;
+    {
+        std::lock_guard lock(dead.mutex);
+        uids.swap(dead.uids);
+        dead.any = false;
+    }
+    std::vector<quint64> later;
+    ProgramCache& cache = programs();
+    for (const quint64 uid : uids) {
+        // A program still being built is freed once it is filed.
+        if (isPending(uid)) {
+            later.push_back(uid);
+            continue;
+        }
+        for (auto it = cache.own.lower_bound({uid, 0}); it != cache.own.end() && it->first.first == uid;) {
+            deleteProgram(it->second);
+            it = cache.own.erase(it);
+        }
+        for (auto it = cache.fused.begin(); it != cache.fused.end();) {
+            if (std::find(it->first.begin(), it->first.end(), uid) != it->first.end()) {
+                deleteProgram(it->second);
+                it = cache.fused.erase(it);
+            } else {
+                ++it;
+            }
+        }
+        cache.errors.erase(uid);
+    }
+    if (later.empty()) return;
+    std::lock_guard lock(dead.mutex);
+    dead.uids.insert(dead.uids.end(), later.begin(), later.end());
+    dead.any = true;
+}
+
+// Files what the worker has built, then frees what is no longer used; runs on the render thread.
 void takeFinished()
 {
+    struct FreeDeadAfterwards {
+        ~FreeDeadAfterwards() { freeDeadPrograms(); }
+    } freeDead;
     Worker* worker = Worker::instance();
     if (!worker) return;
     std::vector<std::unique_ptr<BuildJob>> finished = worker->takeFinished();
@@ -532,6 +605,22 @@ bool LVISFProgramBuilder::waitUntilIdle(double seconds)
 void LVISFProgramBuilder::holdWorker(bool hold)
 {
     if (Worker* worker = Worker::instance()) worker->hold(hold);
+}
+
+void LVISFCompositionGone(quint64 uid)
+{
+    DeadCompositions& dead = deadCompositions();
+    std::lock_guard lock(dead.mutex);
+    dead.uids.push_back(uid);
+    dead.any.store(true, std::memory_order_release);
+}
+
+size_t LVISFProgramCount()
+{
+    size_t count = 0;
+    for (const auto& entry : programs().own) count += entry.second ? 1 : 0;
+    for (const auto& entry : programs().fused) count += entry.second ? 1 : 0;
+    return count;
 }
 
 QString LVISFProgramError(const LVComposition& composition)

@@ -25,6 +25,11 @@ struct LVISFProgram {
 // "file:line: message". Null too while the program builder is still at it: the effect
 // then draws nothing until its program is ready.
 const LVISFProgram* LVISFProgramFor(const LVComposition& composition, int pass);
+// A loaded version of a composition is gone (from any thread): its programs are deleted at the
+// render thread's next ask for a program.
+void LVISFCompositionGone(quint64 uid);
+// Programs held now, own and fused.
+size_t LVISFProgramCount();
 
 // Where programs are compiled and linked. Without a worker, on the calling thread. With one
 // (the application starts it), on a thread of its own with a GL context that shares objects

@@ -7,6 +7,7 @@
 #include "core/util/LVLog.h"
 #include "gui/main/LVChainModel.h"
 #include "gui/main/LVChainRowDelegate.h"
+#include "gui/main/LVFullScreenOutput.h"
 #include "gui/main/LVPreviewWidget.h"
 #include "gui/main/LVSettingsPanel.h"
 #include "render/LVContext.h"
@@ -25,7 +26,9 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QListView>
+#include <QGuiApplication>
 #include <QMenuBar>
+#include <QScreen>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -240,6 +243,8 @@ LVMainWindow::~LVMainWindow()
 {
     if (setupManager_) setupManager_->setFrameGrabber({});
     lumaveil_.setPreview(nullptr);
+    // Its keys come here.
+    lumaveil_.unSelectScreen();
     lumaveil_.setWindowFrameSource({});
 }
 
@@ -290,6 +295,9 @@ void LVMainWindow::buildMenus()
 
     audioMenu_ = videoMenu->addMenu(tr("Audio Output"));
     connect(audioMenu_, &QMenu::aboutToShow, this, &LVMainWindow::fillAudioMenu);
+    screenMenu_ = videoMenu->addMenu(tr("Full Screen"));
+    connect(screenMenu_, &QMenu::aboutToShow, this, &LVMainWindow::fillScreenMenu);
+    fillScreenMenu();
 
     QMenu* effectsMenu = menuBar()->addMenu(tr("&Effects"));
     connect(effectsMenu->addAction(tr("Refresh Catalogues")), &QAction::triggered, this, [this] {
@@ -367,6 +375,27 @@ void LVMainWindow::showSetupsWindow(int which)
         LVShowSetupSetsEditor(*setupManager_, this);
         break;
     }
+}
+
+void LVMainWindow::fillScreenMenu()
+{
+    screenMenu_->clear();
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    // Screens come and go; the menu is made fresh, "None" first with a negative tag.
+    for (int index = -1; index < int(screens.size()); ++index) {
+        QAction* action = screenMenu_->addAction(index < 0 ? tr("None") : screens[index]->name());
+        action->setData(index);
+        connect(action, &QAction::triggered, this, [this, index] { doSelectScreen(index); });
+    }
+}
+
+void LVMainWindow::doSelectScreen(int index)
+{
+    lumaveil_.unSelectScreen();
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    if (index < 0 || index >= int(screens.size())) return;
+    lumaveil_.setPreviewFullScreen(std::make_unique<LVScreenOutput>(
+        screens[index], [this](int key, int modifiers) { lumaveil_.sendEvent(key, modifiers); }));
 }
 
 void LVMainWindow::fillAudioMenu()

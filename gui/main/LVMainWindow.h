@@ -42,6 +42,11 @@ public:
     QMenu* videoSizeMenu() const { return videoSizeMenu_; }
     QMenu* frameRateMenu() const { return frameRateMenu_; }
     QMenu* setupsMenu() const { return setupsMenu_; }
+    // "None", then one entry per screen with its name; filled each time it opens.
+    QMenu* screenMenu() const { return screenMenu_; }
+    // The screen menu's action: the current full-screen output goes first; a screen index
+    // (not a negative one, which is "None") makes a new one there, the same screen again too.
+    void doSelectScreen(int index);
 
     // Restarts the application keeping the chain; with one, a new video size offers to
     // restart now instead of waiting for the next start.
@@ -74,6 +79,7 @@ private:
     void chooseVideoSize(int index);
     void offerRestartForSize();
     void fillAudioMenu();
+    void fillScreenMenu();
     void selectionChanged();
     void removeSelected();
     std::vector<int> selectedRows() const;
@@ -92,6 +98,7 @@ private:
     QMenu* videoSizeMenu_ = nullptr;
     QMenu* frameRateMenu_ = nullptr;
     QMenu* audioMenu_ = nullptr;
+    QMenu* screenMenu_ = nullptr;
     QMenu* setupsMenu_ = nullptr;
     LVSetupManager* setupManager_ = nullptr;
     QActionGroup* sizeGroup_ = nullptr;

@@ -1,7 +1,6 @@
 #include "gui/main/LVPreviewWidget.h"
 
 #include "core/util/LVUtil.h"
-#include "render/LVContext.h"
 
 #include <QPainter>
 
@@ -16,19 +15,10 @@ bool LVPreviewWidget::isPreviewVisible() const
     return isVisible() && !visibleRegion().isEmpty();
 }
 
-void LVPreviewWidget::drawIntoPreview(LVContext& context, bool mirrored)
+void LVPreviewWidget::showPicture(const LVFramePixelsRef& picture, bool mirrored)
 {
-    const int width = context.width();
-    const int height = context.height();
-    if (readBack_.size() != QSize(width, height)) {
-        readBack_ = QImage(width, height, QImage::Format_ARGB32_Premultiplied);
-    }
-    // Reading the frame's own target leaves it untouched for the outputs that follow.
-    context.framebuffer();
-    glPixelStorei(GL_PACK_ALIGNMENT, 4);
-    glReadPixels(0, 0, width, height, GL_BGRA, GL_UNSIGNED_BYTE, readBack_.bits());
-    // GL rows start at the bottom.
-    picture_ = readBack_.mirrored(mirrored, true);
+    frame_ = picture;
+    picture_ = mirrored ? picture->image().mirrored(true, false) : picture->image();
     update();
 }
 

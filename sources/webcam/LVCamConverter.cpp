@@ -4,13 +4,19 @@
 
 #include "core/util/LVLog.h"
 
+#include <EGL/egl.h>
+
 #include <algorithm>
+#include <optional>
 
 struct LVCamPicture::Pool {
     struct Entry {
         GLuint name;
         int width;
         int height;
+        // Set when the picture was let go on a thread drawing with GL: the commands that
+        // still read the texture end before the grabber draws into it again.
+        GLsync lastRead;
     };
     std::mutex mutex;
     std::vector<Entry> free;
@@ -97,10 +103,15 @@ LVCamPicture::LVCamPicture(GLuint name, int width, int height, int64_t captureTi
 
 LVCamPicture::~LVCamPicture()
 {
-    // Any thread may drop the last reference; only the grabber's thread touches GL, so the
-    // texture waits in the pool for it.
+    // Any thread may drop the last reference; only the grabber's thread draws into the
+    // texture again, after what this thread's context queued that reads it.
+    GLsync lastRead = nullptr;
+    if (eglGetCurrentContext() != EGL_NO_CONTEXT) {
+        lastRead = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+        glFlush();
+    }
     std::lock_guard lock(pool_->mutex);
-    pool_->free.push_back({name_, width_, height_});
+    pool_->free.push_back({name_, width_, height_, lastRead});
 }
 
 LVTexture LVCamPicture::texture() const
@@ -158,7 +169,10 @@ LVCamConverter::~LVCamConverter()
     for (Plane& p : planes_) glDeleteTextures(1, &p.name);
     if (pool_) {
         std::lock_guard lock(pool_->mutex);
-        for (const auto& e : pool_->free) glDeleteTextures(1, &e.name);
+        for (const auto& e : pool_->free) {
+            glDeleteTextures(1, &e.name);
+            if (e.lastRead) glDeleteSync(e.lastRead);
+        }
         pool_->free.clear();
     }
     glDeleteFramebuffers(1, &fbo_);
@@ -275,24 +289,33 @@ bool LVCamConverter::upload(const GstVideoFrame& frame)
 
 GLuint LVCamConverter::takeTexture(int width, int height)
 {
-    std::vector<GLuint> stale;
-    GLuint found = 0;
+    std::vector<LVCamPicture::Pool::Entry> stale;
+    std::optional<LVCamPicture::Pool::Entry> found;
     {
         std::lock_guard lock(pool_->mutex);
         for (auto it = pool_->free.begin(); it != pool_->free.end();) {
             if (!found && it->width == width && it->height == height) {
-                found = it->name;
+                found = *it;
                 it = pool_->free.erase(it);
             } else if (it->width != width || it->height != height) {
-                stale.push_back(it->name);
+                stale.push_back(*it);
                 it = pool_->free.erase(it);
             } else {
                 ++it;
             }
         }
     }
-    if (!stale.empty()) glDeleteTextures(GLsizei(stale.size()), stale.data());
-    if (found) return found;
+    for (const auto& entry : stale) {
+        glDeleteTextures(1, &entry.name);
+        if (entry.lastRead) glDeleteSync(entry.lastRead);
+    }
+    if (found) {
+        if (found->lastRead) {
+            glWaitSync(found->lastRead, 0, GL_TIMEOUT_IGNORED);
+            glDeleteSync(found->lastRead);
+        }
+        return found->name;
+    }
     GLuint name = 0;
     glGenTextures(1, &name);
     glBindTexture(GL_TEXTURE_2D, name);

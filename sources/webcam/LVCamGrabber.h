@@ -5,7 +5,7 @@
 // earlier request and never waits; the grabber's thread makes at most one picture per request.
 #include "sources/webcam/LVCamDevice.h"
 
-#include "render/transport/KDLock.h"
+#include "transport/KDLock.h"
 
 #include <QJsonObject>
 #include <QSize>

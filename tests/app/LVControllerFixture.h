@@ -3,7 +3,7 @@
 // a temporary folder and a clock the test moves by hand.
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
-#include "render/transport/LVShmem.h"
+#include "transport/LVShmem.h"
 #include "tests/app/LVTestKinds.h"
 #include "tests/support/LVTestSupport.h"
 

@@ -3,7 +3,7 @@
 #include "core/LVDefaults.h"
 #include "core/LVEffectRegistry.h"
 #include "render/LVContext.h"
-#include "render/transport/LVShmem.h"
+#include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "tests/support/LVTestSupport.h"
 

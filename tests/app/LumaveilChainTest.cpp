@@ -230,7 +230,8 @@ TEST_F(LVControllerTest, EscapeEndsFullScreenOnTheMainScreenOnly)
     class FullScreen : public LVFullScreenOutput {
     public:
         explicit FullScreen(bool main) : main_(main) {}
-        void doit(LVContext&) override {}
+        std::string outputName() const override { return "full screen"; }
+        void drawFrame(LVOutputFrame&) override {}
         bool isOnMainScreen() const override { return main_; }
 
     private:

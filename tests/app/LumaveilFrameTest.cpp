@@ -6,6 +6,7 @@
 #include <QSignalSpy>
 
 #include <array>
+#include <future>
 
 namespace {
 
@@ -24,17 +25,15 @@ private:
 };
 
 // Notes each output step together with the publish counter at that moment.
-class OutputsDouble : public LVPreviewOutput, public LVFullScreenOutput, public LVSecondOutput {
+class OutputsDouble : public LVPictureOutput {
 public:
     explicit OutputsDouble(LVShmem& shmem) : shmem_(shmem) {}
     bool isPreviewVisible() const override { return visible; }
-    void drawIntoPreview(LVContext&, bool mirror) override
+    void showPicture(const LVFramePixelsRef&, bool mirror) override
     {
         testLog().append(QStringLiteral("preview seq=%1 mirrored=%2").arg(shmem_.frameSeq()).arg(mirror));
     }
-    void doit(LVContext&) override { testLog().append(QStringLiteral("fullscreen seq=%1").arg(shmem_.frameSeq())); }
-    bool isOnMainScreen() const override { return true; }
-    void publish(LVContext&) override { testLog().append(QStringLiteral("second seq=%1").arg(shmem_.frameSeq())); }
+    void fullScreen() { testLog().append(QStringLiteral("fullscreen seq=%1").arg(shmem_.frameSeq())); }
     bool visible = true;
 
 private:
@@ -44,20 +43,27 @@ private:
 class FullScreenForwarder : public LVFullScreenOutput {
 public:
     explicit FullScreenForwarder(OutputsDouble& outputs) : outputs_(outputs) {}
-    void doit(LVContext& context) override { outputs_.doit(context); }
+    std::string outputName() const override { return "full screen"; }
+    void drawFrame(LVOutputFrame&) override { outputs_.fullScreen(); }
     bool isOnMainScreen() const override { return true; }
 
 private:
     OutputsDouble& outputs_;
 };
 
+// Runs on the second output's own thread: says when the first frame came, with its size.
 class SecondForwarder : public LVSecondOutput {
 public:
-    explicit SecondForwarder(OutputsDouble& outputs) : outputs_(outputs) {}
-    void publish(LVContext& context) override { outputs_.publish(context); }
+    explicit SecondForwarder(std::promise<QSize>& pushed) : pushed_(pushed) {}
+    void pushFrame(const unsigned char*, int width, int height, int) override
+    {
+        if (!done_) pushed_.set_value(QSize(width, height));
+        done_ = true;
+    }
 
 private:
-    OutputsDouble& outputs_;
+    std::promise<QSize>& pushed_;
+    bool done_ = false;
 };
 
 using ARGB = std::array<uint8_t, 4>;
@@ -90,7 +96,8 @@ TEST_F(LVControllerTest, FrameRunsItsStepsInOrder)
     app->setStudio(std::make_unique<StudioDouble>(app->context()));
     app->setPreview(&outputs);
     app->setPreviewFullScreen(std::make_unique<FullScreenForwarder>(outputs));
-    app->setSecondOutput(std::make_unique<SecondForwarder>(outputs));
+    std::promise<QSize> pushed;
+    app->setSecondOutputMaker([&pushed] { return std::make_unique<SecondForwarder>(pushed); });
     app->setSyphonServerEnabled(true);
 
     auto source = make("RedSource", "src");
@@ -125,9 +132,10 @@ TEST_F(LVControllerTest, FrameRunsItsStepsInOrder)
                              QStringLiteral("studio.applyTransition"),
                              QStringLiteral("preview seq=%1 mirrored=0").arg(seq),
                              QStringLiteral("fullscreen seq=%1").arg(seq),
-                             QStringLiteral("second seq=%1").arg(seq),
                          }));
     EXPECT_EQ(app->shmem().frameSeq(), seqBefore + 1) << "the shared-memory frame is published last";
+    EXPECT_EQ(pushed.get_future().get(), QSize(320, 240)) << "the second output gets the full frame";
+    app->setSecondOutputMaker({});
     app->setPreview(nullptr);
 }
 
@@ -136,10 +144,16 @@ TEST_F(LVControllerTest, HiddenPreviewAndDisabledSecondOutputAreSkipped)
     OutputsDouble outputs(app->shmem());
     outputs.visible = false;
     app->setPreview(&outputs);
-    app->setSecondOutput(std::make_unique<SecondForwarder>(outputs));
+    bool made = false;
+    app->setSecondOutputMaker([&made] {
+        made = true;
+        return nullptr;
+    });
     testLog().clear();
     app->renderFrame();
     EXPECT_TRUE(testLog().isEmpty()) << testLog().join(QLatin1Char('\n')).toStdString();
+    EXPECT_FALSE(made) << "never made while the preference is off";
+    app->setSecondOutputMaker({});
     app->setPreview(nullptr);
 }
 

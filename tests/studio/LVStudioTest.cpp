@@ -390,10 +390,10 @@ TEST_F(LVStudioTest, SnapshotMakesTheIconFromTheButtonsPicture)
     EXPECT_FALSE(reread.iconData().isEmpty()) << "persisted";
 }
 
-class LVFakeMonitor : public LVPreviewOutput {
+class LVFakeMonitor : public LVPictureOutput {
 public:
     bool isPreviewVisible() const override { return visible; }
-    void drawIntoPreview(LVContext&, bool) override { ++draws; }
+    void showPicture(const LVFramePixelsRef&, bool) override { ++draws; }
     bool visible = true;
     int draws = 0;
 };

@@ -5,7 +5,7 @@
 #include "core/Lumaveil.h"
 #include "core/util/KDDelayedDispatcher.h"
 #include "render/LVContext.h"
-#include "render/transport/LVShmem.h"
+#include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "studio/LVStudio.h"
 #include "tests/app/LVControllerFixture.h"

@@ -1,7 +1,7 @@
 #pragma once
 // Set-up the tests share: one Qt application per test binary, a private home for a child
 // lumaveil, and waiting on the frames a child publishes.
-#include "render/transport/LVShmem.h"
+#include "transport/LVShmem.h"
 
 #include <QCoreApplication>
 #include <QDir>

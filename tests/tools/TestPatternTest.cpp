@@ -1,7 +1,8 @@
 // The test pattern rendered on the GPU, published through the frame transport, bridged by
 // lumaveil-vcam to standard output and decoded by ffmpeg.
 #include "render/LVContext.h"
-#include "render/transport/LVShmem.h"
+#include "render/LVShmemOutput.h"
+#include "transport/LVShmem.h"
 #include "sources/testpattern/TestPatternSource.h"
 #include "tests/support/LVTestSupport.h"
 
@@ -127,10 +128,11 @@ TEST(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
     pattern.initWithContext(ctx.get());
     LVShmem producer;
     producer.setAppRunning();
+    LVFrameReadBack readBack;
     auto publish = [&] {
         ctx->reset(false);
         pattern.doit();
-        producer.publishFrame(*ctx, 30);
+        LVShmemOutput::publish(producer, *readBack.read(*ctx), 30);
     };
     publish();
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include "render/transport/LVShmem.h"
+#include "transport/LVShmem.h"
 #include "tools/vcam/LVFrameConverter.h"
 #include "tools/vcam/LVVideoOutput.h"
 

@@ -6,7 +6,7 @@
 #include "core/LVDefaults.h"
 #include "core/LVEffectRegistry.h"
 #include "render/LVContext.h"
-#include "render/transport/LVShmem.h"
+#include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "sources/desktop/DesktopLion.h"
 

@@ -1,4 +1,4 @@
-#include "render/transport/LVShmem.h"
+#include "transport/LVShmem.h"
 
 #include <errno.h>
 #include <signal.h>
@@ -12,7 +12,6 @@
 #include <ctime>
 
 #include "core/util/LVLog.h"
-#include "render/LVContext.h"
 
 namespace {
 
@@ -369,10 +368,4 @@ void LVShmem::publishFrame(int width, int height, int frameRate, const std::func
     put<uint64_t>(block, kLVImgTimestamp, currentHostTime());
     put<uint16_t>(block, kLVImgFrameRate, uint16_t(frameRate));
     swap();
-}
-
-void LVShmem::publishFrame(LVContext& ctx, int frameRate)
-{
-    publishFrame(ctx.width(), ctx.height(), frameRate,
-                 [&ctx](void* pixels, int rowBytes) { ctx.fetchOpenGLPixels(pixels, rowBytes); });
 }

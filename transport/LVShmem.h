@@ -9,9 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "render/transport/KDSharedMem.h"
-
-class LVContext;
+#include "transport/KDSharedMem.h"
 
 // Control block, 16 bytes, little-endian.
 constexpr int kLVControlBlockSize = 16;
@@ -101,7 +99,6 @@ public:
     // width * 4 apart) straight into the next block, then the header is written and the
     // block published.
     void publishFrame(int width, int height, int frameRate, const std::function<void(void* pixels, int rowBytes)>& readPixels);
-    void publishFrame(LVContext& ctx, int frameRate);
 
     // The size and rate in the header of the newest published frame, without reading it;
     // false when the producer is not running or has published nothing.

@@ -1,4 +1,4 @@
-#include "render/transport/KDSharedMem.h"
+#include "transport/KDSharedMem.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
-#include "render/transport/KDLock.h"
-#include "render/transport/LVShmem.h"
+#include "transport/KDLock.h"
+#include "transport/LVShmem.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "render/transport/KDLock.h"
+#include "transport/KDLock.h"
 
 #include <ctime>
 
