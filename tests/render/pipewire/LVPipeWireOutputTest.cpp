@@ -40,17 +40,6 @@ int firstWrongRow(const LVReadFrame& frame, const std::vector<uint8_t>& pushed, 
     return -1;
 }
 
-// Polls what another thread or process brings about; false when the time is up.
-bool LVWaitUntil(const std::function<bool()>& done, int limitMs = 10000)
-{
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
 class LVPipeWireOutputTest : public ::testing::Test {
 protected:
     void SetUp() override { LV_START_PIPEWIRE(daemon); }
@@ -76,7 +65,7 @@ TEST_F(LVPipeWireOutputTest, ReadersGetTheExactPixelsAtEverySize)
         const std::vector<uint8_t> pushed = pattern(size.width, size.height, stride, size.seed);
         const auto push = [&] { output.pushFrame(pushed.data(), size.width, size.height, stride); };
         // The session manager links a reader only to a node that is there.
-        ASSERT_TRUE(LVWaitUntil([&] {
+        ASSERT_TRUE(lvWaitUntil([&] {
             push();
             return output.isPublished();
         }));

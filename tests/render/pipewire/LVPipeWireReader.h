@@ -11,7 +11,19 @@
 #include <chrono>
 #include <functional>
 #include <optional>
+#include <thread>
 #include <vector>
+
+// Polls what another thread or process brings about; false when the time is up.
+inline bool lvWaitUntil(const std::function<bool()>& done, int limitMs = 10000)
+{
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
 
 struct LVReadFrame {
     int width = 0;
