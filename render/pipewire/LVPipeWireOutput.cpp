@@ -124,7 +124,7 @@ void LVPipeWireOutput::announceSize(int width, int height)
     }
     const QByteArray name = nodeName_.toUtf8();
     const QByteArray description = description_.toUtf8();
-    pw_properties* props = pw_properties_new(PW_KEY_MEDIA_CLASS, "Video/Source", PW_KEY_MEDIA_ROLE, "Camera",
+    pw_properties* props = pw_properties_new(PW_KEY_MEDIA_CLASS, "Video/Source",
                                              PW_KEY_NODE_NAME, name.constData(), PW_KEY_NODE_DESCRIPTION,
                                              description.constData(), nullptr);
     stream_ = pw_stream_new(connection_->core(), name.constData(), props);
