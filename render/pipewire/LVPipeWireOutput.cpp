@@ -164,6 +164,11 @@ void LVPipeWireOutput::onParamChanged(void* data, uint32_t id, const spa_pod* pa
     }
     self->negotiatedWidth_ = int(info.size.width);
     self->negotiatedHeight_ = int(info.size.height);
+    // A reader that linked while an older size was still offered: offer the current one again.
+    if (self->negotiatedWidth_ != self->announcedWidth_ || self->negotiatedHeight_ != self->announcedHeight_) {
+        self->announceSize(self->announcedWidth_, self->announcedHeight_);
+        return;
+    }
     const int stride = self->negotiatedWidth_ * 4;
     uint8_t storage[1024];
     spa_pod_builder builder = SPA_POD_BUILDER_INIT(storage, sizeof storage);

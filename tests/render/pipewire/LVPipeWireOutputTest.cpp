@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <thread>
 
@@ -54,13 +55,13 @@ TEST_F(LVPipeWireOutputTest, ReadersGetTheExactPixelsAtEverySize)
     } sizes[] = {
         {64, 48, 0, 1},
         {33, 17, 12, 2}, // odd size, rows with padding
-        {64, 48, 0, 3},  // back to the first size
         {1280, 720, 0, 4},
     };
-    LVPipeWireOutput output;
-    ASSERT_TRUE(output.isAlive());
-    EXPECT_EQ(output.nodeName(), "Lumaveil");
     for (const auto& size : sizes) {
+        // The node takes the size of its first frame (the video size, fixed for a run).
+        LVPipeWireOutput output;
+        ASSERT_TRUE(output.isAlive());
+        EXPECT_EQ(output.nodeName(), "Lumaveil");
         const int stride = size.width * 4 + size.padding;
         const std::vector<uint8_t> pushed = pattern(size.width, size.height, stride, size.seed);
         const auto push = [&] { output.pushFrame(pushed.data(), size.width, size.height, stride); };
@@ -69,7 +70,6 @@ TEST_F(LVPipeWireOutputTest, ReadersGetTheExactPixelsAtEverySize)
             push();
             return output.isPublished();
         }));
-        // A reader connecting after the size changed, as a program opening the node does.
         LVPipeWireReader reader(QStringLiteral("Lumaveil"));
         const auto frame = reader.next(
             [&](const LVReadFrame& f) {
@@ -79,10 +79,46 @@ TEST_F(LVPipeWireOutputTest, ReadersGetTheExactPixelsAtEverySize)
         ASSERT_TRUE(frame) << size.width << "x" << size.height << ": no frame of that size arrived";
         EXPECT_EQ(firstWrongRow(*frame, pushed, size.width, size.height, stride), -1)
             << size.width << "x" << size.height;
+        const LVPipeWireOutput::Counts counts = output.counts();
+        EXPECT_GT(counts.delivered, 0u);
+        EXPECT_LE(counts.delivered + counts.dropped, counts.pushed);
     }
-    const LVPipeWireOutput::Counts counts = output.counts();
-    EXPECT_GT(counts.delivered, 0u);
-    EXPECT_LE(counts.delivered + counts.dropped, counts.pushed);
+}
+
+TEST_F(LVPipeWireOutputTest, PushersOnSeveralThreadsNeverMixTheirFrames)
+{
+    // Two threads push different pictures at once; the reader sees whole frames of one or the
+    // other, never rows of both.
+    LVPipeWireOutput output;
+    const std::vector<uint8_t> one = pattern(40, 30, 160, 5);
+    const std::vector<uint8_t> other = pattern(40, 30, 160, 6);
+    std::atomic<bool> stop{false};
+    std::atomic<uint64_t> calls{0};
+    auto pusher = [&](const std::vector<uint8_t>& frame, int width, int height) {
+        while (!stop) {
+            output.pushFrame(frame.data(), width, height, width * 4);
+            ++calls;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    };
+    std::thread first(pusher, std::cref(one), 40, 30);
+    std::thread second(pusher, std::cref(other), 40, 30);
+    const bool published = lvWaitUntil([&] { return output.isPublished(); });
+    std::optional<LVReadFrame> frame;
+    if (published) {
+        LVPipeWireReader reader(QStringLiteral("Lumaveil"));
+        frame = reader.next([](const LVReadFrame&) { return true; }, [] {});
+    }
+    stop = true;
+    first.join();
+    second.join();
+    ASSERT_TRUE(published);
+    ASSERT_TRUE(frame) << "no frame arrived";
+    ASSERT_EQ(frame->width, 40);
+    ASSERT_EQ(frame->height, 30);
+    const std::vector<uint8_t>& expected = frame->row(0)[0] == one[0] ? one : other;
+    EXPECT_EQ(firstWrongRow(*frame, expected, 40, 30, 160), -1);
+    EXPECT_EQ(output.counts().pushed, calls.load());
 }
 
 TEST_F(LVPipeWireOutputTest, OwnNodeIsNotListedOtherNodesAre)
