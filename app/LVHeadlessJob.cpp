@@ -1,5 +1,6 @@
 #include "app/LVHeadlessJob.h"
 
+#include "app/LVPipeWireSecondOutput.h"
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
 #include "control/surface/LVControlSurface.h"
@@ -226,6 +227,7 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 1;
     }
+    app->setSecondOutput(std::make_unique<LVPipeWireSecondOutput>());
     // Compositions compile beside the render loop; a benchmark times drawing, not compiling.
     if (!commandLine.bench) LVStartProgramBuilder();
     app->awakeFromNib();

@@ -1,6 +1,7 @@
 #include "app/LVKindRegistration.h"
 #include "effects/registration/LVEffectKinds.h"
 #include "sources/desktop/DesktopLion.h"
+#include "sources/pipewire/SyphonSource.h"
 #include "sources/testpattern/TestPatternSource.h"
 #include "sources/webcam/CamSource.h"
 
@@ -12,4 +13,5 @@ void LVRegisterAllKinds()
     LVRegisterEffectKinds();
     LVRegisterTestPatternSource();
     LVRegisterDesktopKinds();
+    LVRegisterPipeWireKinds();
 }

@@ -2,6 +2,7 @@
 #include "app/LVCommandLine.h"
 #include "app/LVHeadlessJob.h"
 #include "app/LVKindRegistration.h"
+#include "app/LVPipeWireSecondOutput.h"
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
 #include "control/surface/LVControlSurface.h"
@@ -98,6 +99,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 1;
     }
+    lumaveil->setSecondOutput(std::make_unique<LVPipeWireSecondOutput>());
     LVStartProgramBuilder();
     LVSetupManager setupManager(defaults, lumaveil->context());
     setupManager.startup();

@@ -292,6 +292,10 @@ void LVMainWindow::buildMenus()
     publish->setCheckable(true);
     publish->setChecked(!lumaveil_.isNoVirtualDriver());
     connect(publish, &QAction::toggled, this, [this](bool on) { lumaveil_.setNoVirtualDriver(!on); });
+    QAction* pipeWire = videoMenu->addAction(tr("Publish as PipeWire Node"));
+    pipeWire->setCheckable(true);
+    pipeWire->setChecked(lumaveil_.syphonServerEnabled());
+    connect(pipeWire, &QAction::toggled, this, [this](bool on) { lumaveil_.setSyphonServerEnabled(on); });
 
     audioMenu_ = videoMenu->addMenu(tr("Audio Output"));
     connect(audioMenu_, &QMenu::aboutToShow, this, &LVMainWindow::fillAudioMenu);

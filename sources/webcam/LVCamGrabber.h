@@ -90,6 +90,11 @@ public:
     // The latest finished picture, or none; asks for the next one.
     std::shared_ptr<const LVCamPicture> last();
 
+    // The device left or came back. The device list calls these; so do sources that keep a
+    // grabber of their own for a device that list does not hold.
+    void deviceRemoved();
+    void deviceReturned(LVCamDeviceRef device);
+
     void routeAudioTo(const QString& device) { (void)device; }
     void unrouteAudio() {}
 
@@ -114,8 +119,6 @@ private:
 
     static void _addToDevice(const LVCamDeviceRef& device, std::vector<Ref>& list);
     static void _devicesChanged();
-    void deviceRemoved();
-    void deviceReturned(LVCamDeviceRef device);
 
     // The grabber's serial queue.
     void post(std::function<void()> task);

@@ -1,0 +1,118 @@
+// The controller's second output as the application wires it: the frame read back once and
+// published as the PipeWire video node "Lumaveil", made only while the preference is on.
+#include "app/LVPipeWireSecondOutput.h"
+#include "core/LVDefaults.h"
+#include "core/Lumaveil.h"
+#include "render/LVContext.h"
+#include "render/pipewire/LVPipeWireOutput.h"
+#include "tests/render/pipewire/LVPipeWireReader.h"
+#include "tests/support/LVPipeWireDaemon.h"
+#include "tests/support/LVTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <QTemporaryDir>
+
+#include <cstring>
+
+namespace {
+
+// Fills the frame with one colour, so the node's bytes can be checked exactly.
+class LVSolidSource : public LVEffect {
+public:
+    static const LVEffectDescriptor& classDescriptor()
+    {
+        static const LVEffectDescriptor descriptor{QStringLiteral("LVSolidSource"), QStringLiteral("Solid"),
+                                                   LVEffectRole::Source, [] { return std::make_unique<LVSolidSource>(); },
+                                                   {}};
+        return descriptor;
+    }
+    const LVEffectDescriptor& descriptor() const override { return classDescriptor(); }
+    void doit() override
+    {
+        context()->framebuffer();
+        // R 0.2, G 0.4, B 0.6: the bytes 0x33, 0x66, 0x99 whatever the order they end up in.
+        LVContext::clearContext(0.2f, 0.4f, 0.6f, 1.0f);
+    }
+};
+
+class LVPipeWireSecondOutputTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        lvEnsureApplication();
+        LV_START_PIPEWIRE(daemon);
+        ASSERT_TRUE(dir.isValid());
+    }
+
+    std::unique_ptr<Lumaveil> start(bool enabled)
+    {
+        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs-%1.json").arg(enabled)));
+        defaults->setValue(QStringLiteral("syphonServerEnabled"), enabled);
+        LVLaunchOptions options;
+        options.startTimer = false;
+        options.noPublish = true;
+        QString error;
+        std::unique_ptr<Lumaveil> app = Lumaveil::create(*defaults, options, &error);
+        EXPECT_TRUE(app) << error.toStdString();
+        if (!app) return app;
+        auto output = std::make_unique<LVPipeWireSecondOutput>();
+        second = output.get();
+        app->setSecondOutput(std::move(output));
+        auto source = std::make_unique<LVSolidSource>();
+        source->initWithContext(app->context());
+        app->setSource(LVMakeEffectHandle(std::move(source)));
+        return app;
+    }
+
+    std::unique_ptr<LVPipeWireDaemon> daemon;
+    QTemporaryDir dir;
+    std::unique_ptr<LVDefaults> defaults;
+    LVPipeWireSecondOutput* second = nullptr;
+};
+
+TEST_F(LVPipeWireSecondOutputTest, NodeCarriesTheFullFrameOnlyWhileThePreferenceIsOn)
+{
+    std::unique_ptr<Lumaveil> app = start(true);
+    ASSERT_TRUE(app);
+    EXPECT_FALSE(second->output()) << "the node is made by the first frame, not before";
+    const int width = app->context()->width();
+    const int height = app->context()->height();
+    // A reader is linked only to a node that is there.
+    ASSERT_TRUE(lvWaitUntil([&] {
+        app->renderFrame();
+        return second->output() && second->output()->isPublished();
+    }));
+    LVPipeWireReader reader(QStringLiteral("Lumaveil"));
+    const auto frame = reader.next([](const LVReadFrame&) { return true; }, [&] { app->renderFrame(); });
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->width, width);
+    EXPECT_EQ(frame->height, height);
+    const uint8_t expected[4] = {0x99, 0x66, 0x33, 0xFF}; // B, G, R, A
+    for (int y : {0, height / 2, height - 1}) {
+        for (int x : {0, width / 2, width - 1}) {
+            EXPECT_EQ(std::memcmp(frame->row(y) + x * 4, expected, 4), 0) << x << "," << y;
+        }
+    }
+
+    // Off stops the frames but keeps the node; on again goes on with the same one.
+    LVPipeWireOutput* node = second->output();
+    const uint64_t pushed = node->counts().pushed;
+    app->setSyphonServerEnabled(false);
+    for (int i = 0; i < 5; ++i) app->renderFrame();
+    EXPECT_EQ(node->counts().pushed, pushed);
+    app->setSyphonServerEnabled(true);
+    app->renderFrame();
+    EXPECT_EQ(second->output(), node);
+    EXPECT_EQ(node->counts().pushed, pushed + 1);
+}
+
+TEST_F(LVPipeWireSecondOutputTest, PreferenceOffFromTheStartMakesNoNode)
+{
+    std::unique_ptr<Lumaveil> app = start(false);
+    ASSERT_TRUE(app);
+    for (int i = 0; i < 10; ++i) app->renderFrame();
+    EXPECT_FALSE(second->output());
+}
+
+} // namespace
