@@ -66,6 +66,13 @@ public:
     void unSelectScreen() { previewFullScreen_.reset(); }
     void setSecondOutput(std::unique_ptr<LVSecondOutput> output) { secondOutput_ = std::move(output); }
     void setKeyDispatcher(LVKeyDispatcher* dispatcher) { keyDispatcher_ = dispatcher; }
+    // Takes the timelines and starts them; null lets them go.
+    void setTimeLineManager(std::unique_ptr<LVTimeLineOwner> manager)
+    {
+        timeLineManager_ = std::move(manager);
+        if (timeLineManager_) timeLineManager_->startup();
+    }
+    LVTimeLineOwner* timeLineManager() const { return timeLineManager_.get(); }
     void setSetupCatalog(LVSetupCatalog* catalog) { setupCatalog_ = catalog; }
     LVSetupCatalog* setupManager() const { return setupCatalog_; }
     LVStudioHooks* studio() const { return studio_.get(); }
@@ -206,6 +213,7 @@ private:
     std::unique_ptr<LVFullScreenOutput> previewFullScreen_;
     std::unique_ptr<LVSecondOutput> secondOutput_;
     LVKeyDispatcher* keyDispatcher_ = nullptr;
+    std::unique_ptr<LVTimeLineOwner> timeLineManager_;
     LVSetupCatalog* setupCatalog_ = nullptr;
     std::function<WindowFrames()> windowFrames_;
 
