@@ -41,17 +41,6 @@ void LVTimeLine::removeItemAt(int index)
     persist();
 }
 
-void LVTimeLine::setItemName(int index, const QString& actionName)
-{
-    if (index < 0 || size_t(index) >= items_.size()) return;
-    LVTimeLineItemHolder& holder = *items_[size_t(index)];
-    if (holder.impl() && holder.impl() == currentItem_) currentItem_ = nullptr;
-    holder.setName(actionName);
-    attach(holder);
-    emit itemsChanged();
-    persist();
-}
-
 void LVTimeLine::setState(int32_t state)
 {
     state_ = state;

@@ -36,8 +36,6 @@ public:
     LVTimeLineItemHolder* insertItem(std::unique_ptr<LVTimeLineItemHolder> holder, int index = -1);
     LVTimeLineItemHolder* addItemNamed(const QString& actionName) { return insertItem(std::make_unique<LVTimeLineItemHolder>(actionName)); }
     void removeItemAt(int index);
-    // The holder's action was replaced (a new name chosen in the steps table).
-    void setItemName(int index, const QString& actionName);
 
     int32_t state() const { return state_; }
     void setState(int32_t state);
