@@ -1,5 +1,6 @@
 #include "app/LVHeadlessJob.h"
 
+#include "app/LVAutomationParts.h"
 #include "app/LVPipeWireSecondOutput.h"
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
@@ -271,8 +272,11 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
         return 0;
     }
 
+    // Timelines and the user menu go before the studio they act on.
+    LVAutomationParts automation(*app, defaults, setupManager);
     // Driven from outside by lumaveil-ctl and MIDI, like the window application.
     const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*app, LVStudio::of(*app));
+    automation.addCommands(control->commands());
 
     qint64 firstFrameMs = -1;
     const qint64 limit = commandLine.frames.value_or(0);

@@ -1,4 +1,5 @@
 // Lumaveil's composition root: builds every object, wires the interfaces, runs.
+#include "app/LVAutomationParts.h"
 #include "app/LVCommandLine.h"
 #include "app/LVHeadlessJob.h"
 #include "app/LVKindRegistration.h"
@@ -10,6 +11,8 @@
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
 #include "effects/pip/PIPEffect.h"
+#include "gui/automation/LVTimeLineWindow.h"
+#include "gui/automation/LVUserMenuWindow.h"
 #include "gui/main/LVMainWindow.h"
 #include "gui/studio/LVStudioController.h"
 #include "setups/model/LVSetupManager.h"
@@ -22,6 +25,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QIcon>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QProcess>
 #include <QStringList>
@@ -110,8 +114,14 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
             if (effect.get() == &pip) return lumaveil.doSwap(effect);
         }
     });
+    // The timelines and the user menu outlive the windows that show them.
+    LVAutomationParts automation(*lumaveil, defaults, setupManager);
     LVMainWindow window(*lumaveil);
     window.setSetupManager(&setupManager);
+    LVTimeLineWindow timeLineWindow(automation.timeLines());
+    LVUserMenuWindow userMenuWindow(automation.userMenu());
+    window.menuBar()->addMenu(new LVUserMenuMenu(
+        automation.userMenu(), [&] { userMenuWindow.show(); }, [&] { timeLineWindow.show(); }, &window));
     // --source/--effect, else --setup, else the auto-load setup, else the embedded default.
     if (!LVBuildChain(*lumaveil, commandLine, &error)) {
         lumaveil->applicationWillTerminate();
@@ -146,6 +156,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     };
     LVStudioController::addMenuEntry(window, openStudio);
     const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*lumaveil, LVStudio::of(*lumaveil));
+    automation.addCommands(control->commands());
     window.show();
     window.showBetaNagIfNeeded();
     if (commandLine.studio) openStudio();

@@ -45,6 +45,13 @@ public:
     virtual bool dispatchWithEvent(int key, int modifiers) = 0;
 };
 
+// The automation timelines, owned by the controller and started once at launch.
+class LVTimeLineOwner {
+public:
+    virtual ~LVTimeLineOwner() = default;
+    virtual void startup() = 0;
+};
+
 // Kinds that accept dropped files implement these, so the controller can hand them over
 // without knowing the kind.
 class LVMoviePlaylist {

@@ -72,6 +72,13 @@ public:
     // Every output of the frame, in the frame's order.
     LVOutputList& outputs() { return outputs_; }
     void setKeyDispatcher(LVKeyDispatcher* dispatcher) { keyDispatcher_ = dispatcher; }
+    // Takes the timelines and starts them; null lets them go.
+    void setTimeLineManager(std::unique_ptr<LVTimeLineOwner> manager)
+    {
+        timeLineManager_ = std::move(manager);
+        if (timeLineManager_) timeLineManager_->startup();
+    }
+    LVTimeLineOwner* timeLineManager() const { return timeLineManager_.get(); }
     void setSetupCatalog(LVSetupCatalog* catalog) { setupCatalog_ = catalog; }
     LVSetupCatalog* setupManager() const { return setupCatalog_; }
     LVStudioHooks* studio() const { return studio_.get(); }
@@ -211,6 +218,7 @@ private:
     std::unique_ptr<LVStudioHooks> studio_;
     LVFullScreenOutput* previewFullScreen_ = nullptr;
     LVKeyDispatcher* keyDispatcher_ = nullptr;
+    std::unique_ptr<LVTimeLineOwner> timeLineManager_;
     LVSetupCatalog* setupCatalog_ = nullptr;
     std::function<WindowFrames()> windowFrames_;
 

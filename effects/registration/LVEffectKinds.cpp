@@ -3,10 +3,12 @@
 #include "core/LVEffectRegistry.h"
 #include "effects/composition/LVQCEffect.h"
 #include "effects/pip/PIPEffect.h"
+#include "effects/script/AppleScriptEffect.h"
 
 void LVRegisterEffectKinds()
 {
     LVEffectClasses::registerClass(&LVQCEffect::classDescriptor());
     LVEffectClasses::registerClass(&PIPEffect::classDescriptor());
+    LVRegisterScriptEffect();
     LVQCEffectFactory::setCompositionEffectMaker(&LVQCEffect::makeForFile);
 }

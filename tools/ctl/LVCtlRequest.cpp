@@ -10,8 +10,11 @@ const QStringList buttonActions = {
     QStringLiteral("punchToAir"), QStringLiteral("punchToOffAir"),
 };
 const QStringList plainCommands = {QStringLiteral("cut"), QStringLiteral("startTransition"),
-                                   QStringLiteral("studioDissolve")};
-const QStringList namedCommands = {QStringLiteral("addEffect"), QStringLiteral("setSource")};
+                                   QStringLiteral("studioDissolve"), QStringLiteral("timelines"),
+                                   QStringLiteral("userMenu")};
+const QStringList namedCommands = {QStringLiteral("addEffect"), QStringLiteral("setSource"),
+                                   QStringLiteral("startTimeline"), QStringLiteral("stopTimeline"),
+                                   QStringLiteral("pauseTimeline")};
 
 // "2.5" a number, "true" a boolean, "\"x\"" a string; anything that is not JSON is the text itself.
 QJsonValue valueFromArgument(const QString& argument)
@@ -68,6 +71,8 @@ QString LVCtlUsage()
         "  addEffect NAME | setSource NAME | loadSetup NAME [--merge]\n"
         "  cut | startTransition | studioDissolve\n"
         "  button NAME toggle|selectForAir|selectForOffAir|punchToAir|punchToOffAir\n"
+        "  timelines | startTimeline NAME | stopTimeline NAME | pauseTimeline NAME\n"
+        "  userMenu | invokeUserMenu INDEX\n"
         "  --json                       print the raw reply\n"
         "exit status: 0 done, 1 the command failed, 2 no Lumaveil is running\n");
 }
@@ -118,6 +123,15 @@ std::optional<LVCtlInvocation> LVCtlParseArguments(const QStringList& arguments,
         request.insert(QStringLiteral("name"), words[0]);
     } else if (plainCommands.contains(command)) {
         if (!expect(0, "no arguments")) return std::nullopt;
+    } else if (command == QLatin1String("invokeUserMenu")) {
+        if (!expect(1, "one entry index")) return std::nullopt;
+        bool number = false;
+        const int index = words[0].toInt(&number);
+        if (!number || index < 0) {
+            *error = QStringLiteral("invokeUserMenu takes an entry index (0, 1, ...), not \"%1\"").arg(words[0]);
+            return std::nullopt;
+        }
+        request.insert(QStringLiteral("index"), index);
     } else if (command == QLatin1String("button")) {
         if (!expect(2, "a button name and an action")) return std::nullopt;
         if (!buttonActions.contains(words[1])) {

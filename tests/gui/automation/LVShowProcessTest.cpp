@@ -1,0 +1,241 @@
+// The show end to end: a timeline made in the automation window (through its add-step menu
+// and inspector) is saved, a headless studio started from lumaveil-ctl runs it, the published
+// picture alternates between the two setups, and the timeline is still there after a restart.
+#include "automation/LVTimeLineManager.h"
+#include "core/LVDefaults.h"
+#include "core/Lumaveil.h"
+#include "gui/automation/LVTimeLineWindow.h"
+#include "setups/model/LVSetupManager.h"
+#include "sources/testpattern/TestPatternSource.h"
+#include "tests/support/LVTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QGroupBox>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <optional>
+
+namespace {
+
+constexpr int kWidth = 160;
+constexpr int kHeight = 120;
+
+// Near-white pixels: the fixed square, plus the frame counter's text in one setup only.
+int whitePixels(const uint8_t* argb)
+{
+    int count = 0;
+    for (int i = 0; i < kWidth * kHeight; ++i) {
+        const uint8_t* p = argb + size_t(i) * 4;
+        if (p[1] > 200 && p[2] > 200 && p[3] > 200) ++count;
+    }
+    return count;
+}
+
+// How many times the picture changed between the two setups: beyond the fixed square,
+// white pixels come only from the frame counter. Black frames (an empty studio, or a frame
+// while Program is rebuilt) belong to neither.
+int alternations(const std::vector<int>& whites)
+{
+    const QRect square = TestPatternSource::squareRect(0, kWidth, kHeight);
+    const int squareWhites = square.width() * square.height();
+    int changes = 0;
+    std::optional<bool> last;
+    for (int count : whites) {
+        if (count < squareWhites) continue;
+        const bool counter = count > squareWhites + 4;
+        if (last && *last != counter) ++changes;
+        last = counter;
+    }
+    return changes;
+}
+
+class LVShowProcessTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        lvEnsureApplication<QApplication>();
+        // The window tells setups with a source from those without.
+        LVRegisterTestPatternSource();
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(home.isValid());
+        environment = lvPrivateEnvironment(home, true);
+        const QString setups = home.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
+        ASSERT_TRUE(QDir().mkpath(setups));
+        ASSERT_TRUE(QDir().mkpath(home.filePath(QStringLiteral("config/lumaveil"))));
+        // Two pictures told apart by the frame counter; "Wide" sits after "Close" in the grid.
+        const std::pair<const char*, const char*> files[] = {
+            {"Wide", R"({"encoded": [{"class": "TestPatternSource", "enabled": true, "moving": false, "showCounter": true}], "midiKey": 0})"},
+            {"Close", R"({"encoded": [{"class": "TestPatternSource", "enabled": true, "moving": false, "showCounter": false}], "midiKey": 0})"},
+        };
+        for (const auto& [name, contents] : files) {
+            QFile file(setups + QLatin1Char('/') + QString::fromLatin1(name));
+            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write(contents);
+        }
+    }
+
+    QString prefsPath() const { return home.filePath(QStringLiteral("config/lumaveil/com.marrowkit.Lumaveil.json")); }
+
+    std::unique_ptr<QProcess> startStudio()
+    {
+        auto process = std::make_unique<QProcess>();
+        process->setProcessEnvironment(environment);
+        QEventLoop loop;
+        QString seen;
+        QObject::connect(process.get(), &QProcess::readyReadStandardError, &loop, [&] {
+            seen += QString::fromUtf8(process->readAllStandardError());
+            if (seen.contains(QLatin1String("Control: serving"))) loop.quit();
+        });
+        QObject::connect(process.get(), &QProcess::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+        process->start(QStringLiteral(LV_LUMAVEIL_PATH),
+                       {"--headless", "--studio", "--video-size", QStringLiteral("%1x%2").arg(kWidth).arg(kHeight), "--fps", "15"});
+        loop.exec();
+        QObject::disconnect(process.get(), nullptr, &loop, nullptr);
+        EXPECT_TRUE(seen.contains(QLatin1String("Control: serving"))) << qPrintable(seen);
+        return process;
+    }
+
+    static void stop(QProcess& process)
+    {
+        QEventLoop loop;
+        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        process.terminate();
+        if (process.state() != QProcess::NotRunning) loop.exec();
+    }
+
+    LVProcessRun ctl(const QStringList& arguments) const { return lvRunServed(QStringLiteral(LV_CTL_PATH), arguments, environment); }
+
+    // Frames from now on until the picture has changed `wanted` times.
+    int watchAlternations(const QProcess& studio, int wanted)
+    {
+        std::vector<int> whites;
+        lvWatchFrames(studio, 0, [&](const LVShmemReadResult& read, const uint8_t* argb) {
+            if (read.width != uint32_t(kWidth) || read.height != uint32_t(kHeight)) return false;
+            whites.push_back(whitePixels(argb));
+            return alternations(whites) >= wanted;
+        }, std::chrono::seconds(40));
+        return alternations(whites);
+    }
+
+    QTemporaryDir home;
+    QProcessEnvironment environment;
+};
+
+QAction* actionTitled(QMenu& menu, const QString& title)
+{
+    for (QAction* action : menu.actions()) {
+        if (action->text() == title) return action;
+    }
+    return nullptr;
+}
+
+TEST_F(LVShowProcessTest, AShowMadeInTheWindowAlternatesThePictureAndSurvivesARestart)
+{
+    {
+        // The window as the application shows it: a controller for the transitions, the setups
+        // of the studio's folder, and the preferences the studio will read.
+        QTemporaryDir scratch;
+        LVDefaults scratchDefaults(scratch.filePath(QStringLiteral("prefs.json")));
+        LVLaunchOptions options;
+        options.startTimer = false;
+        options.noPublish = true;
+        options.folders.bundled = QStringLiteral(LV_TEST_BUNDLED_EFFECTS);
+        QString error;
+        std::unique_ptr<Lumaveil> app = Lumaveil::create(scratchDefaults, options, &error);
+        ASSERT_TRUE(app) << error.toStdString();
+        app->awakeFromNib();
+        LVDefaults prefs(prefsPath());
+        LVSetupManager setups(prefs, app->context(), home.filePath(QStringLiteral("data/Lumaveil/Saved Setups")));
+        setups.startup();
+        LVTimeLineManager manager(prefs, app.get(), &setups);
+        manager.startup();
+        LVTimeLineWindow window(manager);
+        window.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+
+        window.doAdd();
+        window.timeLinesList()->item(0)->setText(QStringLiteral("Show"));
+        ASSERT_EQ(manager.timeLineWithName(QStringLiteral("Show")), manager.allTimeLines().front().get());
+
+        auto addStep = [&](const char* action) {
+            QAction* entry = actionTitled(*window.actionMenu(), QString::fromLatin1(action));
+            ASSERT_NE(entry, nullptr) << action;
+            entry->trigger();
+        };
+        auto inspector = [&]() { return window.inspectorBox(); };
+        auto choose = [&](const QString& label) {
+            auto* menu = inspector()->findChild<QComboBox*>();
+            ASSERT_NE(menu, nullptr);
+            const int index = menu->findText(label);
+            ASSERT_GE(index, 0) << qPrintable(label);
+            menu->setCurrentIndex(index);
+            emit menu->activated(index);
+        };
+        auto type = [&](const QString& text) {
+            auto* field = inspector()->findChild<QLineEdit*>();
+            ASSERT_NE(field, nullptr);
+            field->setText(text);
+            emit field->editingFinished();
+        };
+        // Setups with a video source are set as the source, immediately.
+        for (const char* setup : {"Wide", "Close"}) {
+            addStep("Set Source");
+            choose(QString::fromLatin1(setup));
+            inspector()->findChild<QCheckBox*>()->setChecked(true);
+            addStep("Timed pause");
+            type(QStringLiteral("00:00:02"));
+            if (QLatin1String(setup) == QLatin1String("Wide")) {
+                addStep("Studio Transition");
+                choose(QStringLiteral("Dissolve"));
+                type(QStringLiteral("1"));
+            }
+        }
+        addStep("Loop");
+
+        QStringList rows;
+        for (int row = 0; row < window.itemsTable()->rowCount(); ++row) {
+            rows.append(window.itemsTable()->item(row, 1)->text() + QStringLiteral(": ") + window.itemsTable()->item(row, 2)->text());
+        }
+        EXPECT_EQ(rows, (QStringList{"Set Source: Immediately Set Source \"Wide\"", "Timed pause: Pause \"00:00:02\"",
+                                     "Studio Transition: 1 second Dissolve transition",
+                                     "Set Source: Immediately Set Source \"Close\"", "Timed pause: Pause \"00:00:02\"",
+                                     "Loop: Loop"}));
+        QCoreApplication::sendPostedEvents();
+        EXPECT_FALSE(manager.needsPersist());
+    }
+
+    auto studio = startStudio();
+    EXPECT_EQ(ctl({"timelines"}).out, QStringLiteral("name=Show state=0\n"));
+    ASSERT_EQ(ctl({"startTimeline", "Show"}).status, 0);
+    EXPECT_GE(watchAlternations(*studio, 3), 3);
+    EXPECT_EQ(ctl({"pauseTimeline", "Show"}).out, QStringLiteral("name=Show state=3\n"));
+    EXPECT_EQ(ctl({"stopTimeline", "Nope"}).status, 1);
+    stop(*studio);
+
+    // Back after a restart, stopped, and it runs the same show again.
+    studio = startStudio();
+    EXPECT_EQ(ctl({"timelines"}).out, QStringLiteral("name=Show state=0\n"));
+    ASSERT_EQ(ctl({"startTimeline", "Show"}).status, 0);
+    EXPECT_GE(watchAlternations(*studio, 2), 2);
+    stop(*studio);
+    lvUnlinkFrameSegments();
+}
+
+} // namespace
