@@ -601,7 +601,9 @@ void Lumaveil::doLiveChain()
     if (previewFullScreen_) previewFullScreen_->doit(*context_);
     if (syphonServerEnabled_ && secondOutput_) secondOutput_->publish(*context_);
     if (publishing_) shmem_->publishFrame(*context_, frameRate_ & 0xFFFF);
-    watchFrameTime(clock_.now() - frameStart, effectSeconds);
+    const double renderSeconds = clock_.now() - frameStart;
+    renderSecondsTotal_ += renderSeconds;
+    watchFrameTime(renderSeconds, effectSeconds);
     noteFrameDone();
 }
 
