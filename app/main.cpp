@@ -5,6 +5,7 @@
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
 #include "control/surface/LVControlSurface.h"
+#include "control/websocket/LVRemoteControlService.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
@@ -127,6 +128,8 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         QCoreApplication::quit();
     });
     const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*lumaveil, LVStudio::of(*lumaveil));
+    LVRemoteControlService remoteControl(*lumaveil, LVStudio::of(*lumaveil), {});
+    window.setRemoteControlStatus([&remoteControl] { return remoteControl.status(); });
     window.show();
     window.showBetaNagIfNeeded();
     LVQuitOnSignal quitOnSignal;

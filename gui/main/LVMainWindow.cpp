@@ -4,6 +4,7 @@
 #include "core/LVDefaults.h"
 #include "core/LVVideoSizes.h"
 #include "core/Lumaveil.h"
+#include "gui/remote/LVRemoteControlWindow.h"
 #include "core/util/LVLog.h"
 #include "gui/main/LVChainModel.h"
 #include "gui/main/LVChainRowDelegate.h"
@@ -246,6 +247,10 @@ LVMainWindow::~LVMainWindow()
 void LVMainWindow::buildMenus()
 {
     QMenu* fileMenu = menuBar()->addMenu(tr("&File"));
+    QAction* remote = fileMenu->addAction(tr("Remote Control..."));
+    remote->setObjectName(QStringLiteral("remoteControl"));
+    connect(remote, &QAction::triggered, this, &LVMainWindow::showRemoteControlWindow);
+    fileMenu->addSeparator();
     QAction* quit = fileMenu->addAction(tr("Quit Lumaveil"));
     quit->setObjectName(QStringLiteral("quit"));
     quit->setShortcut(QKeySequence::Quit);
@@ -320,6 +325,15 @@ void LVMainWindow::buildMenus()
         box->setAttribute(Qt::WA_DeleteOnClose);
         box->open();
     });
+}
+
+void LVMainWindow::showRemoteControlWindow()
+{
+    if (!remoteControlWindow_) {
+        remoteControlWindow_ = new LVRemoteControlWindow(lumaveil_.defaults(), remoteControlStatus_, this);
+    }
+    remoteControlWindow_->show();
+    remoteControlWindow_->raise();
 }
 
 QString LVMainWindow::aboutText()
