@@ -367,6 +367,18 @@ TEST_F(LVRemoteControlTest, ClientsGetTheEventsTheySubscribedToAfterACutAndATran
     // The unsubscribed client saw none of it: its next message is its own answer.
     EXPECT_EQ(code(none->request("GetVersion")), 100);
     EXPECT_TRUE(none->pendingEventTypes().isEmpty()) << none->pendingEventTypes().join(", ").toStdString();
+
+    // Subscriptions change on the way: now only the general events, and quitting is one.
+    ASSERT_TRUE(none->reidentify(LVRemote::SubscribeGeneral));
+    ASSERT_TRUE(scenes->reidentify(LVRemote::SubscribeScenes));
+    blue->selectForAir();
+    EXPECT_FALSE(scenes->event("CurrentPreviewSceneChanged").isEmpty());
+    service->server().close(true);
+    EXPECT_FALSE(none->event("ExitStarted").isEmpty());
+    EXPECT_EQ(none->closeCode(), int(QWebSocketProtocol::CloseCodeGoingAway));
+    EXPECT_EQ(none->pendingEventTypes(), QStringList());
+    EXPECT_EQ(scenes->closeCode(), int(QWebSocketProtocol::CloseCodeGoingAway));
+    EXPECT_FALSE(scenes->pendingEventTypes().contains("ExitStarted"));
 }
 
 TEST_F(LVRemoteControlTest, BadMessagesCloseTheConnectionWithTheProtocolsCode)

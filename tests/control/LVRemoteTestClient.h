@@ -56,6 +56,13 @@ public:
         return !next([](const QJsonObject& m) { return m.value("op").toInt(-1) == LVRemote::Identified; }).isEmpty();
     }
 
+    // Changes the subscriptions; true once the server confirmed.
+    bool reidentify(int subscriptions)
+    {
+        sendJson(LVRemote::Reidentify, {{"eventSubscriptions", subscriptions}});
+        return !next([](const QJsonObject& m) { return m.value("op").toInt(-1) == LVRemote::Identified; }).isEmpty();
+    }
+
     void sendJson(int op, const QJsonObject& data)
     {
         socket_.sendTextMessage(QString::fromUtf8(QJsonDocument(QJsonObject{{"op", op}, {"d", data}}).toJson(QJsonDocument::Compact)));
