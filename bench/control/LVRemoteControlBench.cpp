@@ -170,12 +170,13 @@ Slice renderFor(Lumaveil& app, int seconds)
 int main(int argc, char** argv)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Everything this run writes stays in one private folder, set before Qt looks.
+    QTemporaryDir dir;
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
     QGuiApplication application(argc, argv);
     LVRegisterTestKinds();
     const int seconds = argc > 1 ? std::max(2, atoi(argv[1])) : 10;
 
-    QTemporaryDir dir;
-    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
     qputenv("LUMAVEIL_SHM_PREFIX", QByteArray("lvbench.remote.") + QByteArray::number(QCoreApplication::applicationPid()) + '.');
     LVDefaults defaults(dir.filePath("prefs.json"));
     defaults.setValue("remoteControlPassword", kPassword);

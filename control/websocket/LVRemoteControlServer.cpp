@@ -429,6 +429,8 @@ void LVRemoteControlServer::startBatch(Session* session, const QJsonObject& data
     batch->executionType = executionType;
     batch->requests = requests.toArray();
     batch->sleep.setSingleShot(true);
+    // A coarse timer may fire a little early; a sleep must never be shorter than asked.
+    batch->sleep.setTimerType(Qt::PreciseTimer);
     Batch* raw = batch.get();
     connect(&batch->sleep, &QTimer::timeout, this, [this, raw] { runBatch(raw); });
     session->batches.push_back(std::move(batch));

@@ -8,6 +8,7 @@
 #include "tests/studio/LVStudioTestSupport.h"
 
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QTcpServer>
 
 #include <arpa/inet.h>
@@ -560,9 +561,12 @@ TEST_F(LVRemoteControlTest, ThePreferencesTurnTheServerOnAndMoveIt)
             EXPECT_EQ(service->status(), "Off");
         }
     }
-    // Made on first enable, and never said.
+    // Made on first enable, kept where only its owner can read it, and never said.
     const QString password = defaults->stringForKey("remoteControlPassword");
     EXPECT_EQ(password.size(), 16);
+    const QFileDevice::Permissions permissions = QFileInfo(defaults->path()).permissions();
+    EXPECT_TRUE(permissions.testFlags(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+    EXPECT_FALSE(permissions & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ReadOther | QFileDevice::WriteOther));
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_EQ(log.find(password.toStdString()), std::string::npos);
     EXPECT_NE(log.find("Remote control: serving ws://127.0.0.1:"), std::string::npos) << log;
