@@ -3,6 +3,7 @@
 #include "core/LVVideoSizes.h"
 
 #include <QCommandLineParser>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <vector>
@@ -41,6 +42,7 @@ QString LVCommandLineUsage()
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
         "  --no-publish          do not publish frames to the camera (for example beside another Lumaveil)\n"
         "  --studio              open the studio window; headless: run as a vision mixer from the current set\n"
+        "  --remote-control[=PORT]  serve remote control (WebSocket), on PORT instead of the preference's (headless)
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n"
         "  --version             print the version and exit\n")
@@ -50,8 +52,41 @@ QString LVCommandLineUsage()
         .arg(LVMaxFrameRate);
 }
 
-bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine, QString* error)
+namespace {
+
+// --remote-control takes an optional value, which the parser cannot express; it is taken out first.
+bool takeRemoteControl(QStringList* arguments, LVCommandLine* result, QString* error)
 {
+    static const QRegularExpression option(QStringLiteral("^--?remote-control(=(.*))?$"));
+    for (auto it = arguments->begin(); it != arguments->end();) {
+        const QRegularExpressionMatch match = option.match(*it);
+        if (!match.hasMatch()) {
+            ++it;
+            continue;
+        }
+        result->remoteControl = true;
+        if (match.hasCaptured(1)) {
+            bool ok = false;
+            const int port = match.captured(2).toInt(&ok);
+            if (!ok || port < 0 || port > 65535) {
+                *error = QStringLiteral("remote-control port \"%1\" is not allowed; use a number from 1 to 65535 (0: any free port)")
+                             .arg(match.captured(2));
+                return false;
+            }
+            result->remoteControlPort = quint16(port);
+        }
+        it = arguments->erase(it);
+    }
+    return true;
+}
+
+} // namespace
+
+bool LVParseCommandLine(const QStringList& givenArguments, LVCommandLine* commandLine, QString* error)
+{
+    LVCommandLine result;
+    QStringList arguments = givenArguments;
+    if (!takeRemoteControl(&arguments, &result, error)) return false;
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     const QCommandLineOption headless(QStringLiteral("headless"));
@@ -78,7 +113,6 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
         *error = QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().front());
         return false;
     }
-    LVCommandLine result;
     result.headless = parser.isSet(headless);
     result.listEffects = parser.isSet(listEffects);
     result.bench = parser.isSet(bench);
@@ -113,6 +147,10 @@ bool LVParseCommandLine(const QStringList& arguments, LVCommandLine* commandLine
     // The window runs until closed and at the timer's pace.
     if ((result.bench || result.frames) && !result.headless) {
         *error = QStringLiteral("--frames and --bench need --headless");
+        return false;
+    }
+    if (result.remoteControl && !result.headless) {
+        *error = QStringLiteral("--remote-control needs --headless; the window application serves it from its Remote Control window");
         return false;
     }
     // In the studio Program is made of the buttons on air, never of a chain given here.

@@ -15,6 +15,9 @@ struct LVCommandLine {
     bool noPublish = false;
     // The vision mixer: the studio populated from the current set, Program published.
     bool studio = false;
+    // Serve remote control this run, on the preference's port or this one (0: any free port).
+    bool remoteControl = false;
+    std::optional<quint16> remoteControlPort;
     std::optional<QSize> videoSize;
     std::optional<int> frameRate;
     std::optional<qint64> frames;

@@ -5,6 +5,7 @@
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
 #include "control/surface/LVControlSurface.h"
+#include "control/websocket/LVRemoteControlService.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/util/LVLog.h"
@@ -277,6 +278,10 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
     // Driven from outside by lumaveil-ctl and MIDI, like the window application.
     const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*app, LVStudio::of(*app));
     automation.addCommands(control->commands());
+    LVRemoteControlService::Options remoteOptions;
+    remoteOptions.forceEnabled = commandLine.remoteControl;
+    remoteOptions.port = commandLine.remoteControlPort;
+    const LVRemoteControlService remoteControl(*app, LVStudio::of(*app), remoteOptions);
 
     qint64 firstFrameMs = -1;
     const qint64 limit = commandLine.frames.value_or(0);

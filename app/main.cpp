@@ -7,6 +7,7 @@
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
 #include "control/surface/LVControlSurface.h"
+#include "control/websocket/LVRemoteControlService.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
@@ -157,6 +158,8 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVStudioController::addMenuEntry(window, openStudio);
     const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*lumaveil, LVStudio::of(*lumaveil));
     automation.addCommands(control->commands());
+    LVRemoteControlService remoteControl(*lumaveil, LVStudio::of(*lumaveil), {});
+    window.setRemoteControlStatus([&remoteControl] { return remoteControl.status(); });
     window.show();
     window.showBetaNagIfNeeded();
     if (commandLine.studio) openStudio();

@@ -138,7 +138,8 @@ void LVDefaults::write()
     if (!saving_) return;
     QString error;
     const QByteArray bytes = QJsonDocument(stored_).toJson(QJsonDocument::Indented);
-    if (!LVWriteFileAtomically(path_, bytes, &error)) {
+    // Owner-only: the preferences hold the remote-control password.
+    if (!LVWritePrivateFileAtomically(path_, bytes, &error)) {
         if (error != lastWriteError_) LVLog("Preferences not saved: %s", qPrintable(error));
         lastWriteError_ = error;
     } else {

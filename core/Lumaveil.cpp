@@ -658,7 +658,9 @@ void Lumaveil::doLiveChain()
     }
     if (studio_) studio_->applyTransition();
     outputs_.drawFrame(*context_);
-    watchFrameTime(clock_.now() - frameStart, effectSeconds);
+    const double renderSeconds = clock_.now() - frameStart;
+    renderSecondsTotal_ += renderSeconds;
+    watchFrameTime(renderSeconds, effectSeconds);
     noteFrameDone();
 }
 

@@ -175,6 +175,8 @@ public:
 
     qint64 framesRendered() const { return framesRendered_; }
     double measuredFps() const { return measuredFps_; }
+    // Mean time a frame took to render, over the whole run; 0 before the first.
+    double averageFrameRenderSeconds() const { return framesRendered_ > 0 ? renderSecondsTotal_ / double(framesRendered_) : 0; }
     // How late each timer-driven frame started against its schedule, in milliseconds.
     const std::vector<float>& frameStartLateness() const { return lateness_; }
 
@@ -237,6 +239,7 @@ private:
     double fpsWindowStart_ = 0;
     qint64 fpsWindowFrames_ = 0;
     double measuredFps_ = 0;
+    double renderSecondsTotal_ = 0;
     std::vector<float> lateness_;
     double slowSince_ = -1;
     bool timeEffectsNextFrame_ = false;

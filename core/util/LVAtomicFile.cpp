@@ -4,13 +4,29 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
-bool LVWriteFileAtomically(const QString& path, const QByteArray& bytes, QString* error)
+namespace {
+
+bool writeAtomically(const QString& path, const QByteArray& bytes, QString* error, bool ownerOnly)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
+    const bool opened = file.open(QIODevice::WriteOnly) &&
+                        (!ownerOnly || file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+    if (!opened || file.write(bytes) != bytes.size() || !file.commit()) {
         if (error) *error = QStringLiteral("%1: %2").arg(path, file.errorString());
         return false;
     }
     return true;
+}
+
+} // namespace
+
+bool LVWriteFileAtomically(const QString& path, const QByteArray& bytes, QString* error)
+{
+    return writeAtomically(path, bytes, error, false);
+}
+
+bool LVWritePrivateFileAtomically(const QString& path, const QByteArray& bytes, QString* error)
+{
+    return writeAtomically(path, bytes, error, true);
 }

@@ -8,6 +8,7 @@
 #include "gui/main/LVChainModel.h"
 #include "gui/main/LVChainRowDelegate.h"
 #include "gui/main/LVFullScreenOutput.h"
+#include "gui/remote/LVRemoteControlWindow.h"
 #include "gui/main/LVPreviewWidget.h"
 #include "gui/main/LVSettingsPanel.h"
 #include "render/LVContext.h"
@@ -251,6 +252,10 @@ LVMainWindow::~LVMainWindow()
 void LVMainWindow::buildMenus()
 {
     QMenu* fileMenu = menuBar()->addMenu(tr("&File"));
+    QAction* remote = fileMenu->addAction(tr("Remote Control..."));
+    remote->setObjectName(QStringLiteral("remoteControl"));
+    connect(remote, &QAction::triggered, this, &LVMainWindow::showRemoteControlWindow);
+    fileMenu->addSeparator();
     QAction* quit = fileMenu->addAction(tr("Quit Lumaveil"));
     quit->setObjectName(QStringLiteral("quit"));
     quit->setShortcut(QKeySequence::Quit);
@@ -332,6 +337,15 @@ void LVMainWindow::buildMenus()
         box->setAttribute(Qt::WA_DeleteOnClose);
         box->open();
     });
+}
+
+void LVMainWindow::showRemoteControlWindow()
+{
+    if (!remoteControlWindow_) {
+        remoteControlWindow_ = new LVRemoteControlWindow(lumaveil_.defaults(), remoteControlStatus_, this);
+    }
+    remoteControlWindow_->show();
+    remoteControlWindow_->raise();
 }
 
 QString LVMainWindow::aboutText()

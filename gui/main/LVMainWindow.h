@@ -10,6 +10,7 @@
 
 class LVChainModel;
 class LVPreviewWidget;
+class LVRemoteControlWindow;
 class LVSettingsPanel;
 class LVSetupManager;
 class Lumaveil;
@@ -51,6 +52,9 @@ public:
     // Restarts the application keeping the chain; with one, a new video size offers to
     // restart now instead of waiting for the next start.
     void setRestartHandler(std::function<void()> restart) { restart_ = std::move(restart); }
+    // The remote control's one-line state, shown in its window (File > Remote Control...).
+    void setRemoteControlStatus(std::function<QString()> status) { remoteControlStatus_ = std::move(status); }
+    void showRemoteControlWindow();
 
     // The close button of a chain row: removes that row.
     void doRemove(int row);
@@ -103,4 +107,6 @@ private:
     LVSetupManager* setupManager_ = nullptr;
     QActionGroup* sizeGroup_ = nullptr;
     std::function<void()> restart_;
+    std::function<QString()> remoteControlStatus_;
+    LVRemoteControlWindow* remoteControlWindow_ = nullptr;
 };
