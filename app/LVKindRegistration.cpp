@@ -1,6 +1,9 @@
 #include "app/LVKindRegistration.h"
 #include "effects/registration/LVEffectKinds.h"
 #include "sources/desktop/DesktopLion.h"
+#include "sources/flickr/FlickrSource.h"
+#include "sources/movie/MovieSource.h"
+#include "sources/slideshow/SlideShow.h"
 #include "sources/testpattern/TestPatternSource.h"
 #include "sources/webcam/CamSource.h"
 
@@ -12,4 +15,7 @@ void LVRegisterAllKinds()
     LVRegisterEffectKinds();
     LVRegisterTestPatternSource();
     LVRegisterDesktopKinds();
+    LVRegisterMovieKinds();
+    LVRegisterSlideShowKinds();
+    LVRegisterFlickrKinds();
 }
