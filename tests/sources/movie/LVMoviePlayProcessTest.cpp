@@ -16,6 +16,7 @@ class LVMoviePlayProcessTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        lvEnsureApplication();
         ASSERT_TRUE(home.isValid());
         QString error;
         for (const char* colour : {"red", "lime", "blue"})
