@@ -65,7 +65,7 @@ void FlickrRequest::finished()
     reply_ = nullptr;
     reply->deleteLater();
     if (failed) {
-        if (auto handler = std::move(failureHandler_)) handler(error_);
+        if (auto handler = std::move(failureHandler_)) handler(this);
         return;
     }
     QString parseError;

@@ -31,8 +31,8 @@ public:
     ~FlickrRequest() override;
 
     void stop();
-    // Told why when the call fails (and the callback is not called).
-    void setFailureHandler(std::function<void(const QString&)> handler) { failureHandler_ = std::move(handler); }
+    // Called instead of the callback when the call fails; error() says why.
+    void setFailureHandler(Callback handler) { failureHandler_ = std::move(handler); }
     // The reply's root element; none when it did not parse.
     const LVXmlElement* getResponse() const { return response_ ? &*response_ : nullptr; }
     // Why the call failed or its reply could not be read; empty when fine.
@@ -45,7 +45,7 @@ private:
 
     QPointer<QNetworkReply> reply_;
     Callback callback_;
-    std::function<void(const QString&)> failureHandler_;
+    Callback failureHandler_;
     QByteArray docData_;
     std::optional<LVXmlElement> response_;
     QString error_;

@@ -73,6 +73,8 @@ void LVRegisterFlickrKinds()
     LVEffectClasses::registerClass(&FlickrSource::classDescriptor());
 }
 
+FlickrSource::FlickrSource() = default;
+
 FlickrSource::~FlickrSource()
 {
     destruct();
@@ -175,7 +177,11 @@ void FlickrSource::parameterChanged(const QString& key)
 void FlickrSource::request(const QString& query, Handler handler)
 {
     auto made = std::make_unique<FlickrRequest>(*network_, query, [this, handler](FlickrRequest* r) { (this->*handler)(r); });
-    made->setFailureHandler([this](const QString& error) { reportError(error); });
+    // The message line stays as it was; the inspector says what went wrong.
+    made->setFailureHandler([this](FlickrRequest* r) {
+        reportError(r->error());
+        cancelRequest(r);
+    });
     requests_.push_back(std::move(made));
 }
 

@@ -34,7 +34,7 @@ struct LVFlickrPhoto {
 
 class FlickrSource : public LVEffect {
 public:
-    FlickrSource() = default;
+    FlickrSource();
     ~FlickrSource() override;
 
     static const LVEffectDescriptor& classDescriptor();

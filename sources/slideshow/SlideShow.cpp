@@ -65,6 +65,8 @@ void LVRegisterSlideShowKinds()
     LVEffectClasses::registerClass(&SlideShow::classDescriptor());
 }
 
+SlideShow::SlideShow() = default;
+
 SlideShow::~SlideShow()
 {
     destruct();

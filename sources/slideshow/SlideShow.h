@@ -17,7 +17,7 @@ class LVImageLoader;
 
 class SlideShow : public LVEffect, public LVFileDropReceiver {
 public:
-    SlideShow() = default;
+    SlideShow();
     ~SlideShow() override;
 
     static const LVEffectDescriptor& classDescriptor();
