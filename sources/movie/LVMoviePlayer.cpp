@@ -62,6 +62,7 @@ struct LVMoviePlayer::Shared {
     std::shared_ptr<const LVCamPicture> last;
     int width = 0;
     int height = 0;
+    std::atomic<uint64_t> frames{0};
     // Streaming thread only (one at a time: the sink's thread).
     std::unique_ptr<LVGLContext> gl;
     std::unique_ptr<LVCamConverter> converter;
@@ -82,6 +83,7 @@ struct LVMoviePlayer::Shared {
                 gl->doneCurrent();
                 gst_video_frame_unmap(&frame);
                 if (picture) {
+                    frames.fetch_add(1, std::memory_order_relaxed);
                     std::lock_guard lock(mutex);
                     last = std::move(picture);
                     width = GST_VIDEO_INFO_WIDTH(&info);
@@ -190,7 +192,9 @@ void LVMoviePlayer::build(const QString& audioDevice)
     GstCaps* caps = gst_caps_from_string(LVCamConverter::sinkCaps());
     // The sink hands over each picture at its time on the pipeline clock, so sound and
     // pictures stay together; only the newest waits.
-    g_object_set(sink, "caps", caps, "sync", TRUE, "max-buffers", 1, "enable-last-sample", FALSE, nullptr);
+    // Late pictures are dropped (and the decoder told to skip), so a slow machine shows fewer
+    // pictures rather than older ones.
+    g_object_set(sink, "caps", caps, "sync", TRUE, "qos", TRUE, "max-buffers", 1, "enable-last-sample", FALSE, nullptr);
     gst_caps_unref(caps);
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = &Shared::newSample;
@@ -316,6 +320,11 @@ std::shared_ptr<const LVCamPicture> LVMoviePlayer::lastImage() const
 {
     std::lock_guard lock(shared_->mutex);
     return shared_->last;
+}
+
+uint64_t LVMoviePlayer::picturesDecoded() const
+{
+    return shared_->frames.load(std::memory_order_relaxed);
 }
 
 QRectF LVMoviePlayer::imageRect() const

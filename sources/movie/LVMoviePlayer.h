@@ -35,6 +35,8 @@ public:
 
     // The newest decoded picture, or none yet.
     std::shared_ptr<const LVCamPicture> lastImage() const;
+    // How many pictures have reached the GPU (benchmarks).
+    uint64_t picturesDecoded() const;
     // (0, 0, width, height) of the movie's pictures; empty before the first one.
     QRectF imageRect() const;
 
