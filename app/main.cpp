@@ -10,6 +10,7 @@
 #include "core/LVEffectRegistry.h"
 #include "effects/pip/PIPEffect.h"
 #include "gui/main/LVMainWindow.h"
+#include "gui/sources/LVPlaylistModel.h"
 #include "setups/model/LVSetupManager.h"
 #include "sources/webcam/LVCamDevice.h"
 #include "studio/LVStudio.h"
@@ -107,6 +108,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
             if (effect.get() == &pip) return lumaveil.doSwap(effect);
         }
     });
+    LVRegisterSourceInspectors();
     LVMainWindow window(*lumaveil);
     window.setSetupManager(&setupManager);
     // --source/--effect, else --setup, else the auto-load setup, else the embedded default.
