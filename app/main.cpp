@@ -10,9 +10,9 @@
 #include "core/LVEffectRegistry.h"
 #include "effects/pip/PIPEffect.h"
 #include "gui/main/LVMainWindow.h"
-#include "gui/sources/LVPlaylistModel.h"
 #include "setups/model/LVSetupManager.h"
 #include "sources/webcam/LVCamDevice.h"
+#include "gui/sources/LVPlaylistModel.h"
 #include "studio/LVStudio.h"
 
 #include <QApplication>
