@@ -40,6 +40,7 @@ QString LVCommandLineUsage()
         "  --source NAME         the chain's source, by catalogue name\n"
         "  --effect NAME         an effect, by catalogue name (repeatable, in chain order)\n"
         "  --setup NAME|FILE     load a saved setup by name or from a file\n"
+        "  --play FILE...        the source for these files: movies as a Movie playlist, images as a Slide Show\n"
         "  --no-publish          do not publish frames to the camera (for example beside another Lumaveil)\n"
         "  --studio              open the studio window; headless: run as a vision mixer from the current set\n"
         "  --remote-control[=PORT]  serve remote control (WebSocket), on PORT instead of the preference's (headless)
@@ -104,12 +105,17 @@ bool LVParseCommandLine(const QStringList& givenArguments, LVCommandLine* comman
     const QCommandLineOption setup(QStringLiteral("setup"), QString(), QStringLiteral("NAME|FILE"));
     // Given by Lumaveil itself when it restarts for a new video size; not in the usage text.
     const QCommandLineOption restoreChain(QStringLiteral("restore-chain"), QString(), QStringLiteral("FILE"));
-    parser.addOptions({headless, listEffects, bench, noPublish, studio, help, version, videoSize, fps, frames, source, effect, setup, restoreChain});
+    const QCommandLineOption play(QStringLiteral("play"));
+    parser.addOptions({headless, listEffects, bench, noPublish, studio, help, version, videoSize, fps, frames, source, effect, setup, restoreChain, play});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
     }
-    if (!parser.positionalArguments().isEmpty()) {
+    if (parser.isSet(play) && parser.positionalArguments().isEmpty()) {
+        *error = QStringLiteral("--play needs at least one file");
+        return false;
+    }
+    if (!parser.isSet(play) && !parser.positionalArguments().isEmpty()) {
         *error = QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().front());
         return false;
     }
@@ -144,6 +150,7 @@ bool LVParseCommandLine(const QStringList& givenArguments, LVCommandLine* comman
     result.effects = parser.values(effect);
     result.setup = parser.value(setup);
     result.restoreChain = parser.value(restoreChain);
+    if (parser.isSet(play)) result.play = parser.positionalArguments();
     // The window runs until closed and at the timer's pace.
     if ((result.bench || result.frames) && !result.headless) {
         *error = QStringLiteral("--frames and --bench need --headless");
@@ -156,6 +163,10 @@ bool LVParseCommandLine(const QStringList& givenArguments, LVCommandLine* comman
     // In the studio Program is made of the buttons on air, never of a chain given here.
     if (result.studio && (!result.setup.isEmpty() || !result.source.isEmpty() || !result.effects.isEmpty())) {
         *error = QStringLiteral("--studio cannot be combined with --setup, --source or --effect");
+        return false;
+    }
+    if (!result.play.isEmpty() && (result.studio || !result.setup.isEmpty() || !result.source.isEmpty())) {
+        *error = QStringLiteral("--play cannot be combined with --studio, --setup or --source");
         return false;
     }
     if (!result.setup.isEmpty() && (!result.source.isEmpty() || !result.effects.isEmpty())) {

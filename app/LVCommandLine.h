@@ -25,6 +25,7 @@ struct LVCommandLine {
     QStringList effects;  // in chain order
     QString setup;        // a saved setup's name or a setup file
     QString restoreChain; // the chain file a restart left (see LVRestart.h)
+    QStringList play;     // files for the source dropped files would make
 };
 
 // Parses arguments (the program name first). On refusal error says what was wrong and

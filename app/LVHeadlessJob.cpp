@@ -137,6 +137,29 @@ void LVLoadEmbeddedDefault(Lumaveil& app)
     }
 }
 
+bool LVSourceForFiles(Lumaveil& app, const QStringList& files, LVEffectRef* source, QString* error)
+{
+    for (const QString& path : files) {
+        const QFileInfo file(path);
+        if (!file.exists()) {
+            *error = QStringLiteral("file %1 does not exist").arg(path);
+            return false;
+        }
+        if (!file.isFile()) {
+            *error = QStringLiteral("%1 is not a regular file").arg(path);
+            return false;
+        }
+    }
+    QStringList absolute;
+    for (const QString& path : files) absolute.append(QFileInfo(path).absoluteFilePath());
+    *source = app.quickEffectFromFiles(absolute, true);
+    if (!*source) {
+        *error = QStringLiteral("--play takes movies or images, not both and nothing else (%1)").arg(files.join(QStringLiteral(", ")));
+        return false;
+    }
+    return true;
+}
+
 QString LVChainDescription(const Lumaveil& app)
 {
     QStringList names;
@@ -152,8 +175,10 @@ bool LVBuildChain(Lumaveil& app, const LVCommandLine& commandLine, QString* erro
         // The restart itself went well; only the old chain is lost, so start as usual.
         std::fprintf(stderr, "lumaveil: the chain before the restart is lost: %s\n", qPrintable(why));
     }
-    if (!commandLine.source.isEmpty() || !commandLine.effects.isEmpty()) {
+    if (!commandLine.play.isEmpty() || !commandLine.source.isEmpty() || !commandLine.effects.isEmpty()) {
         // Every name is checked before anything is added, so a typo starts nothing.
+        LVEffectRef played;
+        if (!commandLine.play.isEmpty() && !LVSourceForFiles(app, commandLine.play, &played, error)) return false;
         const QStringList sources = factoryNames(app.sources());
         const QStringList effects = factoryNames(app.effects());
         if (!commandLine.source.isEmpty() && !sources.contains(commandLine.source)) {
@@ -166,6 +191,7 @@ bool LVBuildChain(Lumaveil& app, const LVCommandLine& commandLine, QString* erro
                 return false;
             }
         }
+        if (played) app.setSource(played);
         if (!commandLine.source.isEmpty() && !app.setNamedSource(commandLine.source)) {
             *error = QStringLiteral("source \"%1\" could not be made").arg(commandLine.source);
             return false;

@@ -13,6 +13,10 @@ class Lumaveil;
 // --setup, else the auto-load setup, else the embedded default. False, with error, when a
 // name is unknown or the setup cannot be loaded; the chain is then left empty.
 bool LVBuildChain(Lumaveil& app, const LVCommandLine& commandLine, QString* error);
+// The source a drop of these files would make (movies: a Movie playlist; images: a Slide
+// Show). False, with error, when a file is missing or not a regular file, or the files mix
+// movies and images or are neither.
+bool LVSourceForFiles(Lumaveil& app, const QStringList& files, LVEffectRef* source, QString* error);
 // The embedded default: the test pattern with a clock or title overlay, for the kinds
 // that are installed.
 void LVLoadEmbeddedDefault(Lumaveil& app);

@@ -2,6 +2,9 @@
 #include "effects/registration/LVEffectKinds.h"
 #include "sources/desktop/DesktopLion.h"
 #include "sources/pipewire/SyphonSource.h"
+#include "sources/flickr/FlickrSource.h"
+#include "sources/movie/MovieSource.h"
+#include "sources/slideshow/SlideShow.h"
 #include "sources/testpattern/TestPatternSource.h"
 #include "sources/webcam/CamSource.h"
 
@@ -14,4 +17,7 @@ void LVRegisterAllKinds()
     LVRegisterTestPatternSource();
     LVRegisterDesktopKinds();
     LVRegisterPipeWireKinds();
+    LVRegisterMovieKinds();
+    LVRegisterSlideShowKinds();
+    LVRegisterFlickrKinds();
 }

@@ -38,6 +38,21 @@ QString LVColorText(const QColor& color)
     return QStringLiteral("%1, %2% opaque").arg(rgb).arg(qRound(color.alphaF() * 100));
 }
 
+namespace {
+
+QHash<QString, LVSettingsPanel::InspectorFactory>& inspectorFactories()
+{
+    static QHash<QString, LVSettingsPanel::InspectorFactory> factories;
+    return factories;
+}
+
+} // namespace
+
+void LVSettingsPanel::registerInspector(const QString& className, InspectorFactory factory)
+{
+    inspectorFactories().insert(className, std::move(factory));
+}
+
 LVSettingsPanel::LVSettingsPanel(QWidget* parent)
     : QWidget(parent), pending_(std::make_shared<QHash<QString, QVariant>>())
 {
@@ -89,6 +104,9 @@ void LVSettingsPanel::setEffect(const LVEffectRef& effect)
     title_->setText(!holder && effect->effectProperties().empty() ? tr("%1 has no settings").arg(effect->displayName())
                                                                   : effect->displayName());
     body_ = holder ? makeOtherSourceTabs(effect, holder->getOtherEffect()) : makeForm(*effect);
+    const auto inspector = inspectorFactories().constFind(effect->descriptor().className);
+    if (!holder && inspector != inspectorFactories().constEnd())
+        static_cast<QFormLayout*>(body_->layout())->addRow((*inspector)(effect, body_));
     layout_->insertWidget(2, body_);
 }
 

@@ -8,6 +8,7 @@
 #include <QVariant>
 #include <QWidget>
 
+#include <functional>
 #include <memory>
 
 class Lumaveil;
@@ -31,6 +32,9 @@ public:
     // "<source> Settings".
     void setEffect(const LVEffectRef& effect);
     LVEffectRef effect() const { return effect_.lock(); }
+    // Kinds with lists of their own (playlists, slides) add a widget under their editors.
+    using InspectorFactory = std::function<QWidget*(const LVEffectRef& effect, QWidget* parent)>;
+    static void registerInspector(const QString& className, InspectorFactory factory);
     // The editor made for a parameter, by its user-facing name (tests, accessibility).
     QWidget* editorFor(const QString& name) const { return editors_.value(name); }
     // The picture-in-picture's tabs, none for other effects.

@@ -1,0 +1,95 @@
+// The real lumaveil executable playing generated clips: `--play` gives a Movie playlist whose
+// pictures are published in order, and a saved setup in loop mode 3 plays the list round again.
+#include "LVMovieTestSupport.h"
+
+#include "core/LVEffect.h"
+#include "tests/support/LVTestSupport.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace {
+
+class LVMoviePlayProcessTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        lvEnsureApplication();
+        ASSERT_TRUE(home.isValid());
+        QString error;
+        for (const char* colour : {"red", "lime", "blue"})
+            ASSERT_TRUE(lvMakeSolidMovie(colour, 1.0, clip(colour), &error)) << error.toStdString();
+    }
+    void TearDown() override { lvUnlinkFrameSegments(); }
+
+    QString clip(const char* colour) const { return home.filePath(QLatin1String(colour) + QStringLiteral(".mp4")); }
+
+    // The colours the published frames show, repeats folded, until `wanted` is seen or the run ends.
+    std::string watch(const QStringList& arguments, const std::string& wanted)
+    {
+        QProcess process;
+        process.setProcessEnvironment(lvPrivateEnvironment(home));
+        process.setProgram(LV_LUMAVEIL_BINARY);
+        process.setArguments(QStringList{"--headless", "--video-size", "64x48", "--fps", "15", "--frames", "400"} + arguments);
+        const uint64_t started = LVShmem::currentHostTime();
+        process.start();
+        EXPECT_TRUE(process.waitForStarted());
+        std::string seen;
+        lvWatchFrames(process, started, [&](const LVShmemReadResult& r, const uint8_t* argb) {
+            const size_t at = (size_t(r.height / 2) * size_t(r.width) + size_t(r.width / 2)) * 4;
+            const char colour = lvColourName(qRgb(argb[at + 1], argb[at + 2], argb[at + 3]));
+            if (colour != 'k' && colour != '?' && (seen.empty() || seen.back() != colour)) seen += colour;
+            return seen.find(wanted) != std::string::npos;
+        }, std::chrono::seconds(40));
+        process.terminate();
+        if (!process.waitForFinished(10000)) process.kill();
+        log = process.readAllStandardError().toStdString();
+        return seen;
+    }
+
+    QTemporaryDir home;
+    std::string log;
+};
+
+TEST_F(LVMoviePlayProcessTest, PlayPublishesEachClipInOrder)
+{
+    const std::string seen = watch({"--play", clip("red"), clip("lime"), clip("blue")}, "rgb");
+    EXPECT_EQ(seen.substr(0, 3), "rgb") << log;
+}
+
+TEST_F(LVMoviePlayProcessTest, SetupInLoopModeThreePlaysTwoRounds)
+{
+    QJsonArray playlist;
+    for (const char* colour : {"red", "lime", "blue"}) playlist.append(QJsonObject{{"class", "LVMovieFile"}, {"path", clip(colour)}});
+    const QJsonObject movie{{"class", "MovieSource"}, {"enabled", true}, {"loopMode", 3}, {"playlist", playlist}};
+    const QByteArray encoded = QJsonDocument(movie).toJson(QJsonDocument::Compact).toBase64();
+    QFile setup(home.filePath("rounds.json"));
+    ASSERT_TRUE(setup.open(QIODevice::WriteOnly));
+    setup.write(QJsonDocument(QJsonObject{{"encoded", QJsonArray{QString::fromLatin1(encoded)}}}).toJson());
+    setup.close();
+    const std::string seen = watch({"--setup", setup.fileName()}, "rgbrgb");
+    EXPECT_EQ(seen.substr(0, 6), "rgbrgb") << log;
+}
+
+TEST_F(LVMoviePlayProcessTest, PlayRefusesWhatItCannotPlay)
+{
+    const struct {
+        QStringList arguments;
+        const char* message;
+    } cases[] = {
+        {{"--play"}, "--play needs at least one file"},
+        {{"--play", "/no/such/clip.mp4"}, "file /no/such/clip.mp4 does not exist"},
+        {{"--play", "/tmp"}, "/tmp is not a regular file"},
+        {{"--play", "--source", "Movie", "x.mp4"}, "--play cannot be combined"},
+    };
+    for (const auto& c : cases) {
+        const LVProcessRun run = lvRunServed(LV_LUMAVEIL_BINARY, QStringList{"--headless", "--frames", "1"} + c.arguments,
+                                             lvPrivateEnvironment(home));
+        EXPECT_NE(run.status, 0) << c.message;
+        EXPECT_TRUE(run.err.contains(QLatin1String(c.message))) << run.err.toStdString();
+    }
+}
+
+} // namespace

@@ -1,0 +1,367 @@
+// The Movie source on real generated clips: loop modes, shuffle, the time overlay, the
+// at-end timeline, the hot folder and the archive with its older forms.
+#include "LVMovieTestSupport.h"
+
+#include "sources/movie/MovieSource.h"
+#include "tests/support/LVTestSupport.h"
+
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QGuiApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTimer>
+
+#include <set>
+
+namespace {
+
+class MovieSourceTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        lvEnsureApplication<QGuiApplication>();
+        LVRegisterMovieKinds();
+        folder = new QTemporaryDir;
+        QString error;
+        for (const char* colour : {"red", "lime", "blue"})
+            ASSERT_TRUE(lvMakeSolidMovie(colour, 0.3, path(colour), &error)) << error.toStdString();
+        ASSERT_TRUE(lvMakeQuarterMovie(path("quarters"), &error)) << error.toStdString();
+    }
+    static void TearDownTestSuite()
+    {
+        delete folder;
+        folder = nullptr;
+    }
+    static QString path(const char* name) { return folder->filePath(QLatin1String(name) + QStringLiteral(".mp4")); }
+
+    void SetUp() override
+    {
+        QString error;
+        context = LVContext::create(QSize(64, 48), &error);
+        ASSERT_TRUE(context) << error.toStdString();
+    }
+
+    std::unique_ptr<MovieSource> makeSource(const QStringList& files)
+    {
+        auto source = std::make_unique<MovieSource>();
+        source->initWithContext(context.get());
+        for (const QString& file : files) source->addMoviePathToPlayList(file);
+        return source;
+    }
+
+    LVEffectRef decode(QJsonObject archive)
+    {
+        archive.insert(QStringLiteral("class"), QStringLiteral("MovieSource"));
+        archive.insert(QStringLiteral("enabled"), true);
+        return LVEffect::effectFromData(QJsonDocument(archive).toJson(), context.get());
+    }
+
+    // Plays the current entry to its end and lets the source handle it.
+    void playToEnd(MovieSource& source)
+    {
+        ASSERT_TRUE(source.player());
+        ASSERT_TRUE(source.player()->waitForEnd(10000));
+        source.doit();
+    }
+
+    char shown(MovieSource& source)
+    {
+        if (source.player()) source.player()->waitUntilReady(10000);
+        context->reset(false);
+        source.doit();
+        return lvColourName(lvCentrePixel(*context));
+    }
+
+    static QTemporaryDir* folder;
+    std::unique_ptr<LVContext> context;
+};
+
+QTemporaryDir* MovieSourceTest::folder = nullptr;
+
+TEST_F(MovieSourceTest, EachLoopModeDoesItsThingAtTheEndOfAnEntry)
+{
+    const struct {
+        int32_t mode;
+        int64_t start;
+        int64_t after;
+        bool playing;
+        char colour;
+    } cases[] = {
+        {0, 0, 1, true, 'g'},  {0, 2, 2, false, 'b'}, {1, 1, 1, true, 'g'}, {2, 1, 1, false, 'g'},
+        {3, 2, 0, true, 'r'},  {3, 0, 1, true, 'g'},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "mode " << c.mode << " from " << c.start);
+        auto source = makeSource({path("red"), path("lime"), path("blue")});
+        source->setLoopMode(c.mode);
+        source->setMode(LVModeLive);
+        source->playFromPlaylist(c.start);
+        playToEnd(*source);
+        EXPECT_EQ(source->playlistFile(), c.after);
+        EXPECT_EQ(source->isPlaying(), c.playing);
+        EXPECT_EQ(shown(*source), c.colour);
+        if (!c.playing) {
+            EXPECT_LE(source->player()->getMoviePosition(), 10) << "rewound to the in point";
+        }
+        source->destruct();
+    }
+}
+
+TEST_F(MovieSourceTest, ShuffleReplaysASingleEntryAndWalksAPermutation)
+{
+    auto single = makeSource({path("red")});
+    single->setLoopMode(4);
+    single->setMode(LVModeLive);
+    playToEnd(*single);
+    EXPECT_EQ(single->playlistFile(), 0);
+    EXPECT_TRUE(single->isPlaying());
+
+    auto several = makeSource({path("red"), path("lime"), path("blue")});
+    several->setLoopMode(4);
+    several->setMode(LVModeLive);
+    playToEnd(*several);
+    const std::vector<int64_t> order = several->shuffleOrder();
+    ASSERT_EQ(order.size(), 3u);
+    EXPECT_EQ(std::set<int64_t>(order.begin(), order.end()), (std::set<int64_t>{0, 1, 2}));
+    const size_t at = size_t(std::find(order.begin(), order.end(), 0) - order.begin());
+    EXPECT_EQ(several->playlistFile(), order[(at + 1) % 3]);
+
+    // A new entry makes a new order at the next end.
+    several->addMoviePathToPlayList(path("quarters"));
+    playToEnd(*several);
+    EXPECT_EQ(several->shuffleOrder().size(), 4u);
+}
+
+TEST_F(MovieSourceTest, TimeTextShowsHoursOnlyFromTheFirstHourOn)
+{
+    const struct {
+        int64_t seconds;
+        const char* text;
+    } cases[] = {{0, "00:00"}, {59, "00:59"}, {61, "01:01"}, {3599, "59:59"}, {3600, "01:00:00"}, {3661, "01:01:01"}, {86399, "23:59:59"}};
+    for (const auto& c : cases) EXPECT_EQ(MovieSource::timeString(c.seconds), QLatin1String(c.text)) << c.seconds;
+}
+
+TEST_F(MovieSourceTest, OverlaysSitFivePointsFromTheEdges)
+{
+    const struct {
+        int position, width, frame, x;
+    } cases[] = {{1, 40, 320, 5}, {2, 40, 320, 140}, {3, 40, 320, 275}, {2, 41, 320, 139}};
+    for (const auto& c : cases) EXPECT_EQ(MovieSource::overlayX(c.position, c.width, c.frame), c.x) << c.position;
+}
+
+TEST_F(MovieSourceTest, TimeCountsUpOrDownInWholeSeconds)
+{
+    for (const auto& [direction, text] : {std::pair{0, "00:00"}, std::pair{1, "00:02"}}) {
+        auto source = makeSource({path("quarters")});
+        source->setParameterValue(QStringLiteral("timePosition"), 1);
+        source->setParameterValue(QStringLiteral("timeDirection"), direction);
+        source->selectMovieFromPlaylist(0);
+        ASSERT_TRUE(source->player()->waitUntilReady(10000));
+        source->doit();
+        EXPECT_EQ(source->timeText(), QLatin1String(text)) << direction;
+        // A second on, counting either way.
+        source->player()->setMoviePosition(600);
+        ASSERT_TRUE(source->player()->waitUntilReady(10000));
+        source->doit();
+        EXPECT_EQ(source->timeText(), QLatin1String(direction == 0 ? "00:01" : "00:01"));
+    }
+}
+
+TEST_F(MovieSourceTest, AtEndTimelineFiresOnceInModeZeroAndEveryFrameInModeTwo)
+{
+    const struct {
+        int32_t mode;
+        int afterTwoFrames; // runs asked for after two frames past the point
+    } cases[] = {{0, 1}, {2, 2}, {1, 0}};
+    for (const auto& c : cases) {
+        int runs = 0;
+        MovieSource::setTimeLineRunner([&](const QString& name) {
+            EXPECT_EQ(name, QStringLiteral("Wrap Up"));
+            ++runs;
+            return true;
+        });
+        auto source = makeSource({path("quarters")});
+        source->setLoopMode(c.mode);
+        source->setParameterValue(QStringLiteral("atEndTimeOffset"), 1);
+        source->setParameterValue(QStringLiteral("autoPlay"), false);
+        source->setAtEndTimeLine(QStringLiteral("Wrap Up"));
+        source->setMode(LVModeLive);
+        source->selectMovieFromPlaylist(0);
+        ASSERT_TRUE(source->player()->waitUntilReady(10000));
+        source->doit();
+        EXPECT_EQ(runs, 0) << "two seconds before the end";
+        source->player()->setMoviePosition(800);
+        ASSERT_TRUE(source->player()->waitUntilReady(10000));
+        source->doit();
+        source->doit();
+        EXPECT_EQ(runs, c.afterTwoFrames) << "mode " << c.mode;
+        if (c.mode == 0) {
+            // Back before the point clears the mark; past it again fires again.
+            source->player()->setMoviePosition(0);
+            ASSERT_TRUE(source->player()->waitUntilReady(10000));
+            source->doit();
+            source->player()->setMoviePosition(800);
+            ASSERT_TRUE(source->player()->waitUntilReady(10000));
+            source->doit();
+            EXPECT_EQ(runs, 2);
+        }
+    }
+    MovieSource::setTimeLineRunner(nullptr);
+}
+
+TEST_F(MovieSourceTest, ArchiveKeepsEveryKeyAndReadsTheOlderForms)
+{
+    const QString red = path("red"), lime = path("lime");
+    const QJsonObject entry{{"path", red}, {"inPoint", 100}, {"outPoint", 900}, {"caption", "Opening"}};
+    const struct {
+        const char* what;
+        QJsonObject archive;
+        int32_t loopMode;
+        QStringList paths;
+    } cases[] = {
+        {"nothing", {}, 0, {}},
+        {"old loop on", {{"loop", true}}, 1, {}},
+        {"old loop off", {{"loop", false}}, 0, {}},
+        {"loopMode wins", {{"loop", true}, {"loopMode", 3}}, 3, {}},
+        {"old single movie", {{"movie", red}}, 0, {red}},
+        {"movie already listed", {{"movie", red}, {"playlist", QJsonArray{entry}}}, 0, {red}},
+        {"movie after the list", {{"movie", lime}, {"playlist", QJsonArray{entry}}}, 0, {red, lime}},
+        {"entry without path", {{"playlist", QJsonArray{QJsonObject{{"caption", "x"}}, entry}}}, 0, {red}},
+    };
+    for (const auto& c : cases) {
+        const LVEffectRef decoded = decode(c.archive);
+        ASSERT_TRUE(decoded) << c.what;
+        auto& source = static_cast<MovieSource&>(*decoded);
+        EXPECT_EQ(source.loopMode(), c.loopMode) << c.what;
+        QStringList paths;
+        for (const LVMovieFile& file : source.playlist()) paths << file.path;
+        EXPECT_EQ(paths, c.paths) << c.what;
+        EXPECT_EQ(source.playlistFile(), c.paths.isEmpty() ? MovieSource::kNoEntry : 0) << "first entry selected: " << c.what;
+    }
+
+    // Everything written comes back as it was.
+    auto source = makeSource({});
+    LVMovieFile first = *LVMovieFile::decode(entry);
+    LVMovieFile second;
+    second.path = lime;
+    source->setPlaylist({first, second});
+    source->setLoopMode(4);
+    source->setParameterValue("autoStop", false);
+    source->setParameterValue("hideWhenStopped", true);
+    source->setParameterValue("volume", 0.25);
+    source->setParameterValue("captionPosition", 3);
+    source->setParameterValue("captionSize", 40);
+    source->setAtEndTimeLine("Wrap Up");
+    const QByteArray data = LVEffect::dataFromEffect(*source);
+    const LVEffectRef back = LVEffect::effectFromData(data, context.get());
+    ASSERT_TRUE(back);
+    auto& restored = static_cast<MovieSource&>(*back);
+    EXPECT_EQ(LVEffect::dataFromEffect(restored), data);
+    ASSERT_EQ(restored.playlist().size(), 2u);
+    EXPECT_EQ(restored.playlist()[0].caption(), "Opening");
+    EXPECT_EQ(restored.playlist()[0].inPoint, 100);
+    EXPECT_EQ(restored.playlist()[0].outPoint, 900);
+    EXPECT_EQ(restored.playlist()[1].caption(), "lime.mp4") << "no caption reads as the file name";
+    EXPECT_EQ(restored.atEndTimeLine(), "Wrap Up");
+    EXPECT_EQ(restored.captionText(), "Opening");
+    source->destruct();
+}
+
+TEST_F(MovieSourceTest, HotFolderFollowsTheFolderAndKeepsInAndOutPoints)
+{
+    QTemporaryDir hot;
+    const auto put = [&](const char* from, const char* name) { return QFile::copy(path(from), hot.filePath(QLatin1String(name))); };
+    ASSERT_TRUE(put("red", "a.mp4") && put("lime", "b.mp4"));
+    auto source = makeSource({});
+    source->setHotFolder(hot.path());
+    ASSERT_EQ(source->playlist().size(), 2u);
+    std::vector<LVMovieFile> files = source->playlist();
+    files[0].inPoint = 200;
+    files[0].outPoint = 800;
+    source->setPlaylist(files);
+    source->setMode(LVModeLive);
+    source->playFromPlaylist(1);
+
+    // A new file arrives: the watcher tells the source.
+    ASSERT_TRUE(put("blue", "c.mp4"));
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (source->playlist().size() == 3) loop.quit();
+    });
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+    poll.start(20);
+    loop.exec();
+    ASSERT_EQ(source->playlist().size(), 3u);
+    EXPECT_EQ(source->playlist()[0].inPoint, 200);
+    EXPECT_EQ(source->playlist()[0].outPoint, 800);
+    EXPECT_EQ(source->playlistFile(), 1);
+
+    // The playing entry keeps playing at its new index.
+    ASSERT_TRUE(QFile::remove(hot.filePath("a.mp4")));
+    source->hotFolderChanged();
+    EXPECT_EQ(source->playlistFile(), 0);
+    EXPECT_EQ(QFileInfo(source->player()->path()).fileName(), "b.mp4");
+    // When it is gone, playback starts at the first entry.
+    ASSERT_TRUE(QFile::remove(hot.filePath("b.mp4")));
+    source->hotFolderChanged();
+    ASSERT_EQ(source->playlist().size(), 1u);
+    EXPECT_EQ(source->playlistFile(), 0);
+    EXPECT_EQ(QFileInfo(source->player()->path()).fileName(), "c.mp4");
+    EXPECT_TRUE(source->isPlaying());
+    source->destruct();
+}
+
+TEST_F(MovieSourceTest, BadAndVanishedEntriesAreSkippedAndTheSourceGoesOn)
+{
+    QTemporaryDir scratch;
+    const QString garbage = scratch.filePath("garbage.mp4");
+    QFile file(garbage);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QByteArray(2048, 'x'));
+    file.close();
+    auto source = makeSource({garbage, scratch.filePath("vanished.mp4"), path("blue")});
+    source->setMode(LVModeLive);
+    ASSERT_EQ(source->playlistFile(), 0);
+    EXPECT_FALSE(source->player()->waitUntilReady(10000));
+    EXPECT_EQ(source->getMovieTitle(), "Unknown title");
+    EXPECT_EQ(source->statusNote(), "garbage.mp4 cannot be played");
+    EXPECT_EQ(shown(*source), 'k') << "nothing drawn";
+    EXPECT_EQ(source->playlistFile(), 2) << "the vanished file is passed over in the same frame";
+    EXPECT_EQ(shown(*source), 'b');
+
+    // A playlist of nothing playable is given up, not reopened every frame.
+    auto hopeless = makeSource({garbage});
+    hopeless->setLoopMode(3);
+    hopeless->setMode(LVModeLive);
+    playToEnd(*hopeless);
+    EXPECT_FALSE(hopeless->player());
+    source->destruct();
+}
+
+TEST_F(MovieSourceTest, ModesFollowAutoPlayAutoStopAndMutedInPreview)
+{
+    auto source = makeSource({path("quarters")});
+    source->setParameterValue("mutedInPreview", true);
+    EXPECT_FALSE(source->player());
+    source->setMode(LVModeLive);
+    ASSERT_TRUE(source->player()) << "program starts the first entry";
+    EXPECT_TRUE(source->isPlaying());
+    EXPECT_FALSE(source->player()->isMuted());
+    source->setMode(LVModePreview);
+    EXPECT_FALSE(source->isPlaying()) << "auto-stop";
+    EXPECT_TRUE(source->player()->isMuted());
+    source->setMode(LVModeTransition);
+    EXPECT_TRUE(source->isPlaying());
+    EXPECT_FALSE(source->player()->isMuted());
+    source->setMode(LVModeOff);
+    EXPECT_FALSE(source->isPlaying());
+    EXPECT_EQ(source->playlistFile(), 0);
+    source->selectMovieFromPlaylist(5);
+    EXPECT_FALSE(source->player()) << "past the end clears the movie";
+    EXPECT_EQ(source->getMovieTitle(), "- no movie selected -");
+}
+
+} // namespace
