@@ -192,8 +192,23 @@ void LVEffect::setParameterValue(const QString& key, const QVariant& value)
 {
     const auto parameter = parameterForKey(key);
     if (!parameter) return;
-    parameterValues_.insert(key, parameter->clamp(value));
-    parameterChanged(key);
+    storeParameterValue(*parameter, value);
+    const QVariantMap preset = parameter->presets.value(parameterValue(key).toInt());
+    for (auto it = preset.constBegin(); it != preset.constEnd(); ++it) {
+        // One level only: a preset never chains into another choice's preset.
+        if (const auto target = parameterForKey(it.key())) storeParameterValue(*target, it.value());
+    }
+}
+
+void LVEffect::restoreParameterValue(const QString& key, const QVariant& value)
+{
+    if (const auto parameter = parameterForKey(key)) storeParameterValue(*parameter, value);
+}
+
+void LVEffect::storeParameterValue(const LVParameter& parameter, const QVariant& value)
+{
+    parameterValues_.insert(parameter.key, parameter.clamp(value));
+    parameterChanged(parameter.key);
 }
 
 void LVEffect::remapEffect(const QString& archivedClassName, const QString& className)

@@ -101,7 +101,8 @@ public:
     void setEffectProperty(const QVariantMap& scriptArguments);
     void setEffectEnabled(const QVariantMap& scriptArguments);
 
-    // Parameter values by key (archive key), clamped to the declared range.
+    // Parameter values by key (archive key), clamped to the declared range. Setting a choice
+    // also sets the values its preset names.
     QVariant parameterValue(const QString& key) const;
     void setParameterValue(const QString& key, const QVariant& value);
 
@@ -119,9 +120,12 @@ public:
 protected:
     // Hook for kinds that react to a parameter change.
     virtual void parameterChanged(const QString& key) { (void)key; }
+    // A value as archived: no preset applies, so a saved custom value survives its choice.
+    void restoreParameterValue(const QString& key, const QVariant& value);
 
 private:
     std::optional<LVParameter> parameterForKey(const QString& key) const;
+    void storeParameterValue(const LVParameter& parameter, const QVariant& value);
 
     LVContext* context_ = nullptr;
     int32_t lvemode_ = LVModeOff;

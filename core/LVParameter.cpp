@@ -218,42 +218,42 @@ QVariant LVParameter::fromJson(const QJsonValue& json) const
 LVParameter LVFloatParameter(const QString& key, const QString& name, double defaultValue, double minimum,
                              double maximum)
 {
-    return {key, name, LVParameterType::Float, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}};
+    return {key, name, LVParameterType::Float, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}, {}};
 }
 
 LVParameter LVIntegerParameter(const QString& key, const QString& name, int defaultValue, int minimum, int maximum)
 {
-    return {key, name, LVParameterType::Integer, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}};
+    return {key, name, LVParameterType::Integer, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}, {}};
 }
 
 LVParameter LVBoolParameter(const QString& key, const QString& name, bool defaultValue)
 {
-    return {key, name, LVParameterType::Bool, defaultValue, {}, {}, {}, {}, LVParameterEditor::Standard, {}};
+    return {key, name, LVParameterType::Bool, defaultValue, {}, {}, {}, {}, LVParameterEditor::Standard, {}, {}};
 }
 
 LVParameter LVTextParameter(const QString& key, const QString& name, const QString& defaultValue)
 {
-    return {key, name, LVParameterType::Text, defaultValue, {}, {}, {}, {}, LVParameterEditor::Standard, {}};
+    return {key, name, LVParameterType::Text, defaultValue, {}, {}, {}, {}, LVParameterEditor::Standard, {}, {}};
 }
 
 LVParameter LVImageParameter(const QString& key, const QString& name)
 {
-    return {key, name, LVParameterType::Image, QString(), {}, {}, {}, {}, LVParameterEditor::Standard, {}};
+    return {key, name, LVParameterType::Image, QString(), {}, {}, {}, {}, LVParameterEditor::Standard, {}, {}};
 }
 
 LVParameter LVColorParameter(const QString& key, const QString& name, const QVariant& defaultColor)
 {
-    return {key, name, LVParameterType::Color, defaultColor, {}, {}, {}, {}, LVParameterEditor::Standard, {}};
+    return {key, name, LVParameterType::Color, defaultColor, {}, {}, {}, {}, LVParameterEditor::Standard, {}, {}};
 }
 
 LVParameter LVPointParameter(const QString& key, const QString& name, QPointF defaultValue, QPointF minimum,
                              QPointF maximum)
 {
-    return {key, name, LVParameterType::Point2D, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}};
+    return {key, name, LVParameterType::Point2D, defaultValue, minimum, maximum, {}, {}, LVParameterEditor::Standard, {}, {}};
 }
 
 LVParameter LVChoiceParameter(const QString& key, const QString& name, int defaultValue, const QStringList& labels,
                               const QList<int>& values)
 {
-    return {key, name, LVParameterType::Choice, defaultValue, {}, {}, labels, values, LVParameterEditor::Standard, {}};
+    return {key, name, LVParameterType::Choice, defaultValue, {}, {}, labels, values, LVParameterEditor::Standard, {}, {}};
 }

@@ -2,6 +2,7 @@
 // One adjustable parameter of an effect kind. Declared once per kind; the settings
 // editors, the archive, MIDI and scripting all read the same list.
 #include <QJsonValue>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -40,6 +41,9 @@ struct LVParameter {
     QList<int> choiceValues;
     LVParameterEditor editor = LVParameterEditor::Standard;
     QString pairedKey; // XYPad: the key of the Y parameter
+    // Choice: what choosing a value also sets, by the other parameters' keys, so the
+    // editors of those parameters show what the choice stands for.
+    QMap<int, QVariantMap> presets;
 
     // The value brought into the declared type and range; an unusable value gives the default.
     QVariant clamp(const QVariant& value) const;

@@ -93,47 +93,44 @@ void BM_CatAllSetups(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * c.totalBytes);
 }
 
-// What start-up does: the folder scan, every file read and checked, sets restored.
-void BM_ScanSetups(benchmark::State& state)
+// What start-up does: the folder scan, every file read and checked, sets restored; then
+// whatever the caller shows of the catalogue.
+template <class Show>
+void scanSetups(benchmark::State& state, Show show)
 {
     Catalogue& c = catalogue();
     LVDefaults defaults(c.dir.filePath("prefs.json"));
     for (auto _ : state) {
         LVSetupManager manager(defaults, nullptr, c.setupDir);
         manager.startup();
-        benchmark::DoNotOptimize(manager.allSetups().size());
+        show(manager);
     }
     state.SetBytesProcessed(state.iterations() * c.totalBytes);
+}
+
+void BM_ScanSetups(benchmark::State& state)
+{
+    scanSetups(state, [](LVSetupManager& manager) { benchmark::DoNotOptimize(manager.allSetups().size()); });
 }
 
 // What a user waits for: the scan, then the saved-setups window drawn with its icons.
 void BM_ScanAndShowSetupsWindow(benchmark::State& state)
 {
-    Catalogue& c = catalogue();
-    LVDefaults defaults(c.dir.filePath("prefs.json"));
-    for (auto _ : state) {
-        LVSetupManager manager(defaults, nullptr, c.setupDir);
-        manager.startup();
+    scanSetups(state, [](LVSetupManager& manager) {
         LVSavedSetupsWindow window(manager, LVSetupsHost{});
         window.resize(420, 720);
         benchmark::DoNotOptimize(window.grab().isNull());
-    }
-    state.SetBytesProcessed(state.iterations() * c.totalBytes);
+    });
 }
 
 // The worst case: the scan, the list in order and every icon decoded.
 void BM_ScanAndListWithIcons(benchmark::State& state)
 {
-    Catalogue& c = catalogue();
-    LVDefaults defaults(c.dir.filePath("prefs.json"));
-    for (auto _ : state) {
-        LVSetupManager manager(defaults, nullptr, c.setupDir);
-        manager.startup();
+    scanSetups(state, [](LVSetupManager& manager) {
         auto shown = manager.currentSet()->setups();
         std::sort(shown.begin(), shown.end(), [](const auto& a, const auto& b) { return LVSavedSetup::lessThan(a, b); });
         for (const auto& setup : shown) benchmark::DoNotOptimize(setup->icon().constBits());
-    }
-    state.SetBytesProcessed(state.iterations() * c.totalBytes);
+    });
 }
 
 void BM_CatOneSetup(benchmark::State& state)

@@ -85,39 +85,10 @@ void BM_FrameMemcpy(benchmark::State& state)
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(from.size()));
 }
 
-// One refresh: the grabber reads the whole display through shared memory, then the render
-// thread uploads it.
-void BM_CaptureAndUpload(benchmark::State& state)
-{
-    Setup& s = setup();
-    if (!s.grabber || !s.ctx) {
-        state.SkipWithError("no X server or no GL");
-        return;
-    }
-    LVDesktopGrabber& grabber = *s.grabber;
-    grabber.setMinimumFrameTime(0ns);
-    grabber.start();
-    LVDesktopDrawer drawer;
-    s.ctx->makeCurrent();
-    double uploadSeconds = 0;
-    for (auto _ : state) {
-        const uint64_t reads = grabber.readCount();
-        grabber.refresh();
-        grabber.waitFor([&] { return grabber.readCount() > reads; }, 5s);
-        const auto t0 = std::chrono::steady_clock::now();
-        drawer.update(grabber.last());
-        glFinish();
-        uploadSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-    }
-    grabber.stop();
-    drawer.release(s.ctx.get());
-    state.counters["upload_ms"] = benchmark::Counter(uploadSeconds * 1e3 / double(state.iterations()));
-    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 4);
-}
-
-// A 64x64 change inside the whole-display rectangle: the read is still whole, the upload only
-// the change.
-void BM_SmallChangeCaptureAndUpload(benchmark::State& state)
+// Each iteration makes a change, waits for the grabber to read it and uploads the picture on
+// the render thread; the upload's share goes into "upload_ms".
+template <class Change>
+void captureAndUpload(benchmark::State& state, Change change)
 {
     Setup& s = setup();
     if (!s.grabber || !s.ctx) {
@@ -132,11 +103,9 @@ void BM_SmallChangeCaptureAndUpload(benchmark::State& state)
     grabber.waitFor([&] { return grabber.last() != nullptr; }, 5s);
     drawer.update(grabber.last());
     double uploadSeconds = 0;
-    int frame = 0;
-    for (auto _ : state) {
+    for (int frame = 1; auto _ : state) {
         const uint64_t reads = grabber.readCount();
-        ++frame;
-        s.client->fill(s.window, QRect(100 + (frame % 16) * 64, 300, 64, 64), uint32_t(0x0A0B0C * (frame % 20)));
+        change(frame++);
         grabber.waitFor([&] { return grabber.readCount() > reads; }, 5s);
         const auto t0 = std::chrono::steady_clock::now();
         drawer.update(grabber.last());
@@ -146,6 +115,23 @@ void BM_SmallChangeCaptureAndUpload(benchmark::State& state)
     grabber.stop();
     drawer.release(s.ctx.get());
     state.counters["upload_ms"] = benchmark::Counter(uploadSeconds * 1e3 / double(state.iterations()));
+}
+
+// One refresh: the grabber reads the whole display through shared memory, then the render
+// thread uploads it.
+void BM_CaptureAndUpload(benchmark::State& state)
+{
+    captureAndUpload(state, [](int) { setup().grabber->refresh(); });
+    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 4);
+}
+
+// A 64x64 change inside the whole-display rectangle: the read is still whole, the upload only
+// the change.
+void BM_SmallChangeCaptureAndUpload(benchmark::State& state)
+{
+    captureAndUpload(state, [](int frame) {
+        setup().client->fill(setup().window, QRect(100 + (frame % 16) * 64, 300, 64, 64), uint32_t(0x0A0B0C * (frame % 20)));
+    });
 }
 
 // A still screen with the grabber running: reads per second (aim 0) and the process's CPU.

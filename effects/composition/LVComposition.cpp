@@ -341,6 +341,13 @@ void LVComposition::parseHeader(const QJsonObject& header, const QString& folder
         }
         inputs_.push_back(in);
     }
+    for (LVISFInput& in : inputs_) {
+        const QString problem = parsePresets(in);
+        if (!problem.isEmpty()) {
+            fail(problem);
+            return;
+        }
+    }
 
     auto hasImage = [&](const QString& name) {
         const LVISFInput* in = input(name);
@@ -411,6 +418,45 @@ void LVComposition::parseHeader(const QJsonObject& header, const QString& folder
     }
 }
 
+QString LVComposition::parsePresets(LVISFInput& choice) const
+{
+    const QJsonValue declared = choice.json.value(QStringLiteral("PRESETS"));
+    if (declared.isUndefined()) return {};
+    const QString where = QStringLiteral("input \"%1\" PRESETS").arg(choice.name);
+    if (choice.type != LVISFInputType::Long || choice.values.isEmpty() || !declared.isObject())
+        return QStringLiteral("%1 needs a long input with VALUES and an object of values").arg(where);
+    const QJsonObject byValue = declared.toObject();
+    for (auto it = byValue.begin(); it != byValue.end(); ++it) {
+        bool isNumber = false;
+        const int value = it.key().toInt(&isNumber);
+        if (!isNumber || !choice.values.contains(value))
+            return QStringLiteral("%1 names \"%2\", which is not one of its VALUES").arg(where, it.key());
+        QVariantMap preset;
+        const QJsonObject targets = it.value().toObject();
+        for (auto target = targets.begin(); target != targets.end(); ++target) {
+            const LVISFInput* other = input(target.key());
+            QVariant v;
+            if (other && other != &choice) {
+                switch (other->type) {
+                case LVISFInputType::Bool: v = target.value().toBool(); break;
+                case LVISFInputType::Long: v = target.value().toInt(); break;
+                case LVISFInputType::Float: v = target.value().toDouble(); break;
+                case LVISFInputType::Point2D: v = pointFromJson(target.value()); break;
+                case LVISFInputType::Color: v = colorFromJson(target.value(), QVariant()); break;
+                case LVISFInputType::Text: v = target.value().toString(); break;
+                default: break;
+                }
+            }
+            if (!v.isValid())
+                return QStringLiteral("%1 cannot set \"%2\": no other input of a type a preset sets, or an unusable value")
+                    .arg(where, target.key());
+            preset.insert(target.key(), v);
+        }
+        choice.presets.insert(value, preset);
+    }
+    return {};
+}
+
 void LVComposition::analyse()
 {
     const QString code = stripComments(fragmentSource_);
@@ -477,7 +523,9 @@ LVParameterList LVComposition::parameters() const
         }
         case LVISFInputType::Long:
             if (!in.values.isEmpty()) {
-                list.push_back(LVChoiceParameter(in.name, in.label, in.defaultValue.toInt(), in.labels, in.values));
+                LVParameter p = LVChoiceParameter(in.name, in.label, in.defaultValue.toInt(), in.labels, in.values);
+                p.presets = in.presets;
+                list.push_back(p);
             } else {
                 LVParameter p = LVIntegerParameter(in.name, in.label, in.defaultValue.toInt(), 0, 0);
                 p.minimum = in.minimum;

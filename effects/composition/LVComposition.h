@@ -5,6 +5,7 @@
 #include "core/LVParameter.h"
 
 #include <QJsonObject>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -24,6 +25,7 @@ struct LVISFInput {
     QStringList labels;  // long: menu labels
     QList<int> values;   // long: menu values
     double fontScale = 1;  // text: size relative to "Font_Size"
+    QMap<int, QVariantMap> presets;  // long: "PRESETS", what choosing a value sets in other inputs
     QJsonObject json;
 };
 
@@ -94,6 +96,8 @@ public:
 
 private:
     void parseHeader(const QJsonObject& header, const QString& folder);
+    // A long input's "PRESETS": {"value": {"otherInput": value, ...}, ...}; empty when fine.
+    QString parsePresets(LVISFInput& choice) const;
     void analyse();
 
     QString path_;

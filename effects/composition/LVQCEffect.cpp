@@ -78,7 +78,7 @@ bool LVQCEffect::initWithCoder(LVKeyedUnarchiver& coder)
     for (const QString& key : std::as_const(patchAttributes_)) {
         if (!coder.containsValueForKey(key)) continue;
         for (const LVParameter& parameter : properties_) {
-            if (parameter.key == key) setParameterValue(key, parameter.fromJson(coder.decodeValue(key)));
+            if (parameter.key == key) restoreParameterValue(key, parameter.fromJson(coder.decodeValue(key)));
         }
     }
     makeInspector();

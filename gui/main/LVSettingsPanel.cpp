@@ -83,6 +83,7 @@ void LVSettingsPanel::setController(Lumaveil* controller)
 void LVSettingsPanel::setEffect(const LVEffectRef& effect)
 {
     editors_.clear();
+    showValue_.clear();
     if (body_) {
         // Deleted later: a button of the old page may be the one whose click got us here.
         body_->hide();
@@ -209,6 +210,15 @@ void LVSettingsPanel::changeValue(const QString& name, const QVariant& value)
     });
 }
 
+void LVSettingsPanel::showPreset(const LVParameter& choice, int value)
+{
+    const QVariantMap preset = choice.presets.value(value);
+    for (auto it = preset.constBegin(); it != preset.constEnd(); ++it) {
+        const auto show = showValue_.constFind(it.key());
+        if (show != showValue_.constEnd()) show.value()(it.value());
+    }
+}
+
 QWidget* LVSettingsPanel::makeXYPad(const LVParameter& x, const LVParameter& y, const LVEffect& effect)
 {
     const auto bound = [](const QVariant& v, double fallback) { return v.isValid() ? v.toDouble() : fallback; };
@@ -242,6 +252,10 @@ QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVarian
         auto* box = new QCheckBox(this);
         box->setChecked(value.toBool());
         connect(box, &QCheckBox::toggled, this, [this, name](bool on) { changeValue(name, on); });
+        showValue_.insert(parameter.key, [box](const QVariant& v) {
+            const QSignalBlocker block(box);
+            box->setChecked(v.toBool());
+        });
         return box;
     }
     case LVParameterType::Integer: {
@@ -250,6 +264,10 @@ QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVarian
                        parameter.maximum.isValid() ? parameter.maximum.toInt() : 1000000);
         spin->setValue(value.toInt());
         connect(spin, &QSpinBox::valueChanged, this, [this, name](int v) { changeValue(name, v); });
+        showValue_.insert(parameter.key, [spin](const QVariant& v) {
+            const QSignalBlocker block(spin);
+            spin->setValue(v.toInt());
+        });
         return spin;
     }
     case LVParameterType::Float: {
@@ -277,6 +295,11 @@ QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVarian
             slider->setValue(toSlider(v));
             changeValue(name, v);
         });
+        showValue_.insert(parameter.key, [spin, slider, toSlider](const QVariant& v) {
+            const QSignalBlocker blockSpin(spin), blockSlider(slider);
+            spin->setValue(v.toDouble());
+            slider->setValue(toSlider(v.toDouble()));
+        });
         row->addWidget(slider, 1);
         row->addWidget(spin);
         return box;
@@ -299,6 +322,11 @@ QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVarian
         const auto send = [this, name, x, y] { changeValue(name, QPointF(x->value(), y->value())); };
         connect(x, &QDoubleSpinBox::valueChanged, this, send);
         connect(y, &QDoubleSpinBox::valueChanged, this, send);
+        showValue_.insert(parameter.key, [x, y](const QVariant& v) {
+            const QSignalBlocker blockX(x), blockY(y);
+            x->setValue(v.toPointF().x());
+            y->setValue(v.toPointF().y());
+        });
         row->addWidget(x);
         row->addWidget(y);
         return box;
@@ -320,11 +348,13 @@ QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVarian
             paint(chosen);
             changeValue(name, chosen);
         });
+        showValue_.insert(parameter.key, [paint](const QVariant& v) { paint(v.value<QColor>()); });
         return button;
     }
     case LVParameterType::Text: {
         auto* line = new QLineEdit(value.toString(), this);
         connect(line, &QLineEdit::textEdited, this, [this, name](const QString& text) { changeValue(name, text); });
+        showValue_.insert(parameter.key, [line](const QVariant& v) { line->setText(v.toString()); });
         return line;
     }
     case LVParameterType::Image: {
@@ -351,8 +381,14 @@ QWidget* LVSettingsPanel::makeEditor(const LVParameter& parameter, const QVarian
             combo->addItem(parameter.choiceLabels[i], parameter.choiceValues[i]);
         }
         combo->setCurrentIndex(std::max(0, combo->findData(value.toInt())));
-        connect(combo, &QComboBox::currentIndexChanged, this,
-                [this, name, combo](int) { changeValue(name, combo->currentData()); });
+        connect(combo, &QComboBox::currentIndexChanged, this, [this, parameter, combo](int) {
+            changeValue(parameter.name, combo->currentData());
+            showPreset(parameter, combo->currentData().toInt());
+        });
+        showValue_.insert(parameter.key, [combo](const QVariant& v) {
+            const QSignalBlocker block(combo);
+            combo->setCurrentIndex(std::max(0, combo->findData(v.toInt())));
+        });
         return combo;
     }
     case LVParameterType::Event: {

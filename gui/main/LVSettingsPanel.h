@@ -49,6 +49,8 @@ private:
     QWidget* makeForm(const LVEffect& effect);
     QWidget* makeOtherSourceTabs(const LVEffectRef& effect, const LVEffectRef& other);
     void changeValue(const QString& name, const QVariant& value);
+    // A choice's preset reaches the effect with the choice; its editors show it at once.
+    void showPreset(const LVParameter& choice, int value);
 
     std::weak_ptr<LVEffect> effect_;
     Lumaveil* controller_ = nullptr;
@@ -59,5 +61,7 @@ private:
     QLabel* title_ = nullptr;
     QLabel* note_ = nullptr;
     QHash<QString, QWidget*> editors_;
+    // By parameter key: puts a value into its editor without sending it back.
+    QHash<QString, std::function<void(const QVariant&)>> showValue_;
     std::shared_ptr<QHash<QString, QVariant>> pending_;
 };

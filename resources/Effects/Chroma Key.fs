@@ -5,7 +5,8 @@
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "keyMode", "LABEL": "Background", "TYPE": "long", "DEFAULT": 0, "VALUES": [0, 1, 2],
-         "LABELS": ["Green screen", "Blue screen", "Custom colour"]},
+         "LABELS": ["Green screen", "Blue screen", "Custom colour"],
+         "PRESETS": {"0": {"keyColor": [0.0, 1.0, 0.0, 1.0]}, "1": {"keyColor": [0.0, 0.0, 1.0, 1.0]}}},
         {"NAME": "keyColor", "LABEL": "Key colour (with Custom colour)", "TYPE": "color", "DEFAULT": [0.0, 1.0, 0.0, 1.0]},
         {"NAME": "similarity", "LABEL": "Similarity", "TYPE": "float", "DEFAULT": 0.4, "MIN": 0.0, "MAX": 1.0},
         {"NAME": "smoothness", "LABEL": "Edge smoothness", "TYPE": "float", "DEFAULT": 0.08, "MIN": 0.0, "MAX": 1.0},

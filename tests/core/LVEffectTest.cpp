@@ -43,16 +43,6 @@ TEST_F(EffectModel, DisplayNameCarriesTheSetupUntilRenamed)
     EXPECT_EQ(blur->displayName(), "Soft (Morning)");
 }
 
-TEST_F(EffectModel, SetModeAnswersWhetherItChanged)
-{
-    auto blur = newBlur();
-    EXPECT_EQ(blur->mode(), LVModeOff);
-    EXPECT_FALSE(blur->setMode(LVModeOff));
-    EXPECT_TRUE(blur->setMode(LVModeLive));
-    EXPECT_FALSE(blur->setMode(LVModeLive));
-    EXPECT_EQ(blur->mode(), LVModeLive);
-}
-
 TEST_F(EffectModel, EffectsOfTheSameNameShareOnePreferencesDictionary)
 {
     auto a = newBlur(), b = newBlur();
@@ -160,10 +150,6 @@ TEST_F(EffectModel, PropertyLookupByUserFacingName)
 
     blur->setEffectProperty(QVariantMap{{"property", "Radius"}, {"value", 3}});
     EXPECT_DOUBLE_EQ(blur->parameterValue("radius").toDouble(), 3.0);
-
-    testing::internal::CaptureStderr();
-    blur->setEffectEnabled({});
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "foo\n");
 }
 
 TEST_F(EffectModel, DestructRunsWhenTheLastHandleGoes)

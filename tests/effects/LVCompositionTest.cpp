@@ -72,6 +72,14 @@ TEST_F(LVEffectsTest, DamagedCompositionsAreReportedWithFileAndLine)
         {"/*{\"IMPORTED\": {\"pic\": {\"PATH\": \"missing.png\"}}}*/", "imported image \"pic\" not found", 1},
         {"/*{\"PASSES\": [{\"TARGET\": \"gain\"}], \"INPUTS\": [{\"NAME\": \"gain\", \"TYPE\": \"float\"}]}*/",
          "has the name of an input", 1},
+        {"/*{\"INPUTS\": [{\"NAME\": \"m\", \"TYPE\": \"float\", \"PRESETS\": {}}]}*/", "needs a long input with VALUES", 1},
+        {"/*{\"INPUTS\": [{\"NAME\": \"m\", \"TYPE\": \"long\", \"VALUES\": [0, 1], \"PRESETS\": {\"2\": {}}}]}*/",
+         "\"2\", which is not one of its VALUES", 1},
+        {"/*{\"INPUTS\": [{\"NAME\": \"m\", \"TYPE\": \"long\", \"VALUES\": [0], \"PRESETS\": {\"0\": {\"tint\": 1}}}]}*/",
+         "cannot set \"tint\"", 1},
+        {"/*{\"INPUTS\": [{\"NAME\": \"m\", \"TYPE\": \"long\", \"VALUES\": [0], \"PRESETS\": {\"0\": {\"c\": [1]}}},"
+         " {\"NAME\": \"c\", \"TYPE\": \"color\"}]}*/",
+         "cannot set \"c\"", 1},
     };
     for (const auto& c : cases) {
         const QString path = write(QStringLiteral("Broken.fs"), c.text);

@@ -33,14 +33,11 @@
 
 namespace {
 
-class LVMainWindowTest : public ::testing::Test {
+class LVMainWindowTest : public LVWindowTest {
 protected:
     static void SetUpTestSuite()
     {
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QApplication::instance()) new QApplication(argc, argv);
+        LVWindowTest::SetUpTestSuite();
         LVRegisterTestKinds();
         registerSettingsKind();
     }
@@ -65,15 +62,8 @@ protected:
 
     void SetUp() override
     {
-        ASSERT_TRUE(dir.isValid());
-        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
-        lvStartMainWindow(*defaults, dir.filePath(QStringLiteral("none")), app, window);
-    }
-
-    void TearDown() override
-    {
-        window.reset();
-        app.reset();
+        LVWindowTest::SetUp();
+        start(dir.filePath(QStringLiteral("none")));
     }
 
     QStringList chainTexts() const
@@ -83,11 +73,6 @@ protected:
         for (int row = 0; row < model->rowCount(); ++row) names.append(model->index(row).data().toString());
         return names;
     }
-
-    QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<Lumaveil> app;
-    std::unique_ptr<LVMainWindow> window;
 };
 
 } // namespace

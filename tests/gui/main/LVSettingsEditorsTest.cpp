@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QFile>
 #include <QFontDatabase>
@@ -24,6 +25,7 @@
 #include <QJsonObject>
 #include <QLabel>
 #include <QListView>
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -47,22 +49,19 @@ const QByteArray kLabels = R"(/*{
 void main() { gl_FragColor = IMG_THIS_PIXEL(inputImage); }
 )";
 
-class LVSettingsEditorsTest : public ::testing::Test {
+class LVSettingsEditorsTest : public LVWindowTest {
 protected:
     static void SetUpTestSuite()
     {
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QApplication::instance()) new QApplication(argc, argv);
+        LVWindowTest::SetUpTestSuite();
         LVRegisterEffectKinds();
     }
 
     void SetUp() override
     {
-        ASSERT_TRUE(dir.isValid());
+        LVWindowTest::SetUp();
         ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("Effects")));
-        for (const char* bundled : {"Clock.fs", "Lower Third.fs", "Image Overlay.fs"}) {
+        for (const char* bundled : {"Clock.fs", "Lower Third.fs", "Image Overlay.fs", "Chroma Key.fs"}) {
             ASSERT_TRUE(QFile::copy(QStringLiteral(LV_TEST_BUNDLED_EFFECTS "/") + QLatin1String(bundled),
                                     dir.filePath(QStringLiteral("Effects/")) + QLatin1String(bundled)));
         }
@@ -70,18 +69,11 @@ protected:
         ASSERT_TRUE(labels.open(QIODevice::WriteOnly));
         labels.write(kLabels);
         labels.close();
-        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
         // Pictures taken out of archives land in the test's own data folder.
         qputenv("XDG_DATA_HOME", QFile::encodeName(dir.filePath(QStringLiteral("data"))));
     }
 
-    void start() { lvStartMainWindow(*defaults, dir.filePath(QStringLiteral("Effects")), app, window); }
-
-    void TearDown() override
-    {
-        window.reset();
-        app.reset();
-    }
+    void start() { LVWindowTest::start(dir.filePath(QStringLiteral("Effects"))); }
 
     // Adds the named effect and shows its settings.
     LVEffectRef select(const QString& name)
@@ -103,11 +95,6 @@ protected:
         auto* label = qobject_cast<QLabel*>(form->labelForField(editor));
         return label ? label->text() : QString();
     }
-
-    QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<Lumaveil> app;
-    std::unique_ptr<LVMainWindow> window;
 };
 
 } // namespace
@@ -226,6 +213,26 @@ TEST_F(LVSettingsEditorsTest, BundledOverlaysShowAPadAFontPickerAndTheirNotes)
         EXPECT_TRUE(qobject_cast<LVXYPad*>(panel()->editorFor(QStringLiteral("Position")))) << c.effect;
         EXPECT_EQ(panel()->findChildren<LVFontPicker*>().size(), c.font ? 1 : 0) << c.effect;
         EXPECT_EQ(panel()->findChildren<QLabel*>(QStringLiteral("inspectorNote")).size(), 2) << c.effect;
+    }
+}
+
+TEST_F(LVSettingsEditorsTest, ChoosingABackgroundShowsAndSetsItsKeyColour)
+{
+    start();
+    const LVEffectRef key = select(QStringLiteral("Chroma Key"));
+    auto* background = qobject_cast<QComboBox*>(panel()->editorFor(QStringLiteral("Background")));
+    auto* colour = qobject_cast<QPushButton*>(panel()->editorFor(QStringLiteral("Key colour (with Custom colour)")));
+    ASSERT_TRUE(background && colour);
+    const struct {
+        const char* choice;
+        const char* shown; // the colour editor's text, before and after the next frame
+    } steps[] = {{"Blue screen", "#0000FF"}, {"Custom colour", "#0000FF"}, {"Green screen", "#00FF00"}};
+    for (const auto& step : steps) {
+        background->setCurrentIndex(background->findText(QLatin1String(step.choice)));
+        EXPECT_EQ(colour->text(), QLatin1String(step.shown)) << step.choice;
+        KDDelayedDispatcher::flush();
+        EXPECT_EQ(LVColorText(key->parameterValue(QStringLiteral("keyColor")).value<QColor>()), QLatin1String(step.shown))
+            << step.choice;
     }
 }
 

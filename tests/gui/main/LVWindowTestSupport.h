@@ -4,9 +4,12 @@
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "gui/main/LVMainWindow.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
@@ -24,3 +27,28 @@ inline void lvStartMainWindow(LVDefaults& defaults, const QString& bundledEffect
     window->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
 }
+
+// A private folder with its preferences file; start() makes the controller and the window.
+class LVWindowTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { lvEnsureApplication<QApplication>(); }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
+    }
+
+    void TearDown() override
+    {
+        window.reset();
+        app.reset();
+    }
+
+    void start(const QString& bundledEffects) { lvStartMainWindow(*defaults, bundledEffects, app, window); }
+
+    QTemporaryDir dir;
+    std::unique_ptr<LVDefaults> defaults;
+    std::unique_ptr<Lumaveil> app;
+    std::unique_ptr<LVMainWindow> window;
+};

@@ -9,14 +9,13 @@
 #include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "sources/desktop/DesktopLion.h"
+#include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <QProcess>
 #include <QTemporaryDir>
 
-#include <chrono>
-#include <thread>
 
 namespace {
 
@@ -34,34 +33,25 @@ protected:
         client_.fill(window_, QRect(320, 0, 320, 480), kBlue);
     }
 
-    // Runs lumaveil until a published 320x240 frame shows left and right as given (A,R,G,B rows).
+    // Runs lumaveil until a published 320x240 frame shows left and right as given.
     bool publishes(const QStringList& arguments, uint32_t left, uint32_t right, QString* log)
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("XDG_CONFIG_HOME", home_.filePath("config"));
-        environment.insert("XDG_DATA_HOME", home_.filePath("data"));
+        QProcessEnvironment environment = lvPrivateEnvironment(home_);
         environment.insert("DISPLAY", server_.name());
         QProcess process;
         process.setProcessEnvironment(environment);
-        process.setProgram(LV_LUMAVEIL_BINARY);
-        process.setArguments(QStringList{"--headless", "--video-size", "320x240", "--fps", "15", "--frames", "150"} + arguments);
-        LVShmem reader(LVShmemRole::Reader);
         const uint64_t started = LVShmem::currentHostTime();
-        process.start();
+        process.start(LV_LUMAVEIL_BINARY,
+                      QStringList{"--headless", "--video-size", "320x240", "--fps", "15", "--frames", "150"} + arguments);
         if (!process.waitForStarted()) return false;
         const auto rgb = [](const uint8_t* px) { return uint32_t(px[1]) << 16 | uint32_t(px[2]) << 8 | px[3]; };
-        std::unique_ptr<uint8_t[]> data;
-        uint64_t length = 0, last = 0;
-        bool seen = false;
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!seen && std::chrono::steady_clock::now() < until && process.state() != QProcess::NotRunning) {
-            const LVShmemReadResult r = reader.getData(data, length, last);
-            if (r.status == 0 && r.timestamp > started && r.width == 320 && r.height == 240) {
-                last = r.timestamp;
-                seen = rgb(data.get() + (120 * 320 + 10) * 4) == left && rgb(data.get() + (120 * 320 + 310) * 4) == right;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+        const bool seen = lvWatchFrames(
+            process, started,
+            [&](const LVShmemReadResult& r, const uint8_t* argb) {
+                return r.width == 320 && r.height == 240 && rgb(argb + (120 * 320 + 10) * 4) == left &&
+                       rgb(argb + (120 * 320 + 310) * 4) == right;
+            },
+            std::chrono::seconds(20));
         process.terminate();
         if (!process.waitForFinished(10000)) process.kill();
         *log = QString::fromLocal8Bit(process.readAllStandardError());
