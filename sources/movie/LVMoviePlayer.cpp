@@ -266,13 +266,16 @@ void LVMoviePlayer::handleMessage(GstMessage* message)
     case GST_MESSAGE_ASYNC_DONE:
         if (GST_MESSAGE_SRC(message) != GST_OBJECT(pipeline_)) break;
         seeking_ = false;
+        startSeek_ = false;
         if (!prerolled_) {
             prerolled_ = true;
             durationNs_ = -1;
             if (pendingPosition_ || outPoint_ < 1000 || rate_ != 1.0f) {
                 seekTo(unitsToNs(pendingPosition_.value_or(0)));
+                startSeek_ = seeking_;
                 pendingPosition_.reset();
             }
+            if (playing_ && rate_ != 0) gst_element_set_state(pipeline_, GST_STATE_PLAYING);
         }
         break;
     default:
@@ -318,6 +321,8 @@ void LVMoviePlayer::seekTo(int64_t positionNs)
 
 std::shared_ptr<const LVCamPicture> LVMoviePlayer::lastImage() const
 {
+    // The file's first picture is not the in point's: nothing shows until that seek is done.
+    if (!prerolled_ || startSeek_) return nullptr;
     std::lock_guard lock(shared_->mutex);
     return shared_->last;
 }
@@ -338,7 +343,9 @@ void LVMoviePlayer::setPlaying(bool playing)
     poll();
     playing_ = playing;
     if (playing) started_ = true;
-    if (!pipeline_ || failed_) return;
+    // Before the first picture is ready, playing waits for the seek to the in point, so the
+    // start of the file never flashes by.
+    if (!pipeline_ || failed_ || !prerolled_) return;
     gst_element_set_state(pipeline_, playing && rate_ != 0 ? GST_STATE_PLAYING : GST_STATE_PAUSED);
 }
 
@@ -359,7 +366,7 @@ void LVMoviePlayer::setRate(float rate)
         return;
     }
     seekTo(positionNs());
-    if (playing_ && pipeline_ && !failed_) gst_element_set_state(pipeline_, GST_STATE_PLAYING);
+    if (playing_ && prerolled_ && pipeline_ && !failed_) gst_element_set_state(pipeline_, GST_STATE_PLAYING);
 }
 
 void LVMoviePlayer::setVolume(float volume)

@@ -33,7 +33,7 @@ public:
 
     static constexpr const char* kUnknownTitle = "Unknown title";
 
-    // The newest decoded picture, or none yet.
+    // The newest decoded picture, or none yet (bus messages are read by the other calls).
     std::shared_ptr<const LVCamPicture> lastImage() const;
     // How many pictures have reached the GPU (benchmarks).
     uint64_t picturesDecoded() const;
@@ -97,6 +97,7 @@ private:
     bool failed_ = false;
     bool prerolled_ = false;
     bool seeking_ = false;
+    bool startSeek_ = false; // the seek to the in point after opening
     int32_t outPoint_ = 1000;
     std::optional<int32_t> pendingPosition_;
     int64_t durationNs_ = -1;

@@ -109,6 +109,29 @@ TEST_F(MovieSourceTest, EachLoopModeDoesItsThingAtTheEndOfAnEntry)
     }
 }
 
+TEST_F(MovieSourceTest, AutoPlayFromAnInPointNeverShowsTheStartOfTheFile)
+{
+    for (int round = 0; round < 3; ++round) {
+        auto source = makeSource({});
+        LVMovieFile entry;
+        entry.path = path("quarters");
+        entry.inPoint = 600;
+        source->setPlaylist({entry});
+        source->setMode(LVModeLive);
+        std::string seen;
+        // Frame after frame from the open on, as the render loop would draw them.
+        for (int frame = 0; frame < 400 && seen.find('b') == std::string::npos; ++frame) {
+            context->reset(false);
+            source->doit();
+            const char colour = lvColourName(lvCentrePixel(*context));
+            if (colour != 'k' && (seen.empty() || seen.back() != colour)) seen += colour;
+            if (seen.empty()) source->player()->waitUntilReady(5);
+        }
+        EXPECT_EQ(seen.substr(0, 1), "b") << "round " << round << ": " << seen;
+        source->destruct();
+    }
+}
+
 TEST_F(MovieSourceTest, ShuffleReplaysASingleEntryAndWalksAPermutation)
 {
     auto single = makeSource({path("red")});
