@@ -9,22 +9,12 @@ const QString kKeyColor = QStringLiteral("keyColor");
 
 } // namespace
 
-class LVChoicePresetTest : public LVEffectsTest {
-protected:
-    void SetUp() override
-    {
-        LVEffectsTest::SetUp();
-        scan(bundledEffects());
-        key = make(QStringLiteral("Chroma Key"));
-        ASSERT_TRUE(key);
-        key->setParameterValue(QStringLiteral("spill"), 0.0);
-    }
-
-    LVEffectRef key;
-};
-
-TEST_F(LVChoicePresetTest, EachBackgroundSetsTheKeyColourItKeys)
+TEST_F(LVEffectsTest, EachBackgroundSetsTheKeyColourItKeys)
 {
+    scan(bundledEffects());
+    const LVEffectRef key = make(QStringLiteral("Chroma Key"));
+    ASSERT_TRUE(key);
+    key->setParameterValue(QStringLiteral("spill"), 0.0);
     // Choices in order, as a user, MIDI or the control socket would make them (by name).
     const struct {
         int background;
