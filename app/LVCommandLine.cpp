@@ -43,7 +43,7 @@ QString LVCommandLineUsage()
         "  --play FILE...        the source for these files: movies as a Movie playlist, images as a Slide Show\n"
         "  --no-publish          do not publish frames to the camera (for example beside another Lumaveil)\n"
         "  --studio              open the studio window; headless: run as a vision mixer from the current set\n"
-        "  --remote-control[=PORT]  serve remote control (WebSocket), on PORT instead of the preference's (headless)
+        "  --remote-control[=PORT]  serve remote control (WebSocket), on PORT instead of the preference's (headless)\n"
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n"
         "  --version             print the version and exit\n")

@@ -255,7 +255,7 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 1;
     }
-    app->setSecondOutput(std::make_unique<LVPipeWireSecondOutput>());
+    app->setSecondOutputMaker([] { return std::make_unique<LVPipeWireSecondOutput>(); });
     // Compositions compile beside the render loop; a benchmark times drawing, not compiling.
     if (!commandLine.bench) LVStartProgramBuilder();
     app->awakeFromNib();
@@ -307,7 +307,8 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVRemoteControlService::Options remoteOptions;
     remoteOptions.forceEnabled = commandLine.remoteControl;
     remoteOptions.port = commandLine.remoteControlPort;
-    const LVRemoteControlService remoteControl(*app, LVStudio::of(*app), remoteOptions);
+    LVRemoteControlService remoteControl(*app, LVStudio::of(*app), remoteOptions);
+    remoteControl.setHotkeys(&automation);
 
     qint64 firstFrameMs = -1;
     const qint64 limit = commandLine.frames.value_or(0);

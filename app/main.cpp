@@ -105,7 +105,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         std::fprintf(stderr, "lumaveil: %s\n", qPrintable(error));
         return 1;
     }
-    lumaveil->setSecondOutput(std::make_unique<LVPipeWireSecondOutput>());
+    lumaveil->setSecondOutputMaker([] { return std::make_unique<LVPipeWireSecondOutput>(); });
     LVStartProgramBuilder();
     LVSetupManager setupManager(defaults, lumaveil->context());
     setupManager.startup();
@@ -161,6 +161,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*lumaveil, LVStudio::of(*lumaveil));
     automation.addCommands(control->commands());
     LVRemoteControlService remoteControl(*lumaveil, LVStudio::of(*lumaveil), {});
+    remoteControl.setHotkeys(&automation);
     window.setRemoteControlStatus([&remoteControl] { return remoteControl.status(); });
     window.show();
     window.showBetaNagIfNeeded();

@@ -8,10 +8,10 @@ LVMonitorView::LVMonitorView(QWidget* parent) : LVPreviewWidget(parent)
     setMinimumSize(160, 90);
 }
 
-void LVMonitorView::drawIntoPreview(LVContext& context, bool mirrored)
+void LVMonitorView::showPicture(const LVFramePixelsRef& picture, bool mirrored)
 {
     blank_ = false;
-    LVPreviewWidget::drawIntoPreview(context, mirrored);
+    LVPreviewWidget::showPicture(picture, mirrored);
 }
 
 void LVMonitorView::setBlank()

@@ -8,7 +8,7 @@ class LVMonitorView : public LVPreviewWidget {
 public:
     explicit LVMonitorView(QWidget* parent = nullptr);
 
-    void drawIntoPreview(LVContext& context, bool mirrored) override;
+    void showPicture(const LVFramePixelsRef& picture, bool mirrored) override;
     // Nothing on this bus any more: back to the gradient until the next picture.
     void setBlank();
     bool isBlank() const { return blank_ || picture().isNull(); }
