@@ -23,7 +23,7 @@ public:
     // The programs it needs; the first one missing, or empty when all are there.
     static QString missingProgram()
     {
-        for (const char* program : {"pipewire", "wireplumber", "dbus-run-session"}) {
+        for (const char* program : {"pipewire", "wireplumber", "dbus-run-session", "pw-cli"}) {
             if (QStandardPaths::findExecutable(QLatin1String(program)).isEmpty()) return QLatin1String(program);
         }
         return {};
@@ -110,6 +110,23 @@ private:
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
+        // The session manager links readers to nodes; its "default" metadata says it is up.
+        while (!sessionManagerReady()) {
+            if (std::chrono::steady_clock::now() > until || process_.state() == QProcess::NotRunning) {
+                error_ = QStringLiteral("wireplumber did not come up");
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+
+    bool sessionManagerReady() const
+    {
+        QProcess list;
+        list.setProcessEnvironment(environment());
+        list.start(QStringLiteral("pw-cli"), {QStringLiteral("ls"), QStringLiteral("Metadata")});
+        if (!list.waitForFinished(5000)) return false;
+        return list.readAllStandardOutput().contains("metadata.name = \"default\"");
     }
 
     QTemporaryDir runtime_;
