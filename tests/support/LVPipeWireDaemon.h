@@ -102,7 +102,8 @@ private:
         }
         // Another process makes the socket; there is no event to wait on.
         const QString socket = runtime_.filePath(QStringLiteral("pipewire-0"));
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        // A loaded machine starts the session manager slowly.
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (!QFileInfo::exists(socket)) {
             if (std::chrono::steady_clock::now() > until || process_.state() == QProcess::NotRunning) {
                 error_ = QStringLiteral("pipewire made no socket in %1").arg(runtime_.path());
