@@ -35,7 +35,13 @@ public:
         qputenv("XDG_RUNTIME_DIR", runtime_.path().toUtf8());
         qputenv("PIPEWIRE_RUNTIME_DIR", runtime_.path().toUtf8());
         qunsetenv("PIPEWIRE_REMOTE");
-        start();
+        // Now and then the session manager never comes up; a second start does.
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            error_.clear();
+            start();
+            if (error_.isEmpty()) break;
+            stop();
+        }
     }
 
     ~LVPipeWireDaemon()
@@ -103,7 +109,7 @@ private:
         // Another process makes the socket; there is no event to wait on.
         const QString socket = runtime_.filePath(QStringLiteral("pipewire-0"));
         // A loaded machine starts the session manager slowly.
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(15);
         while (!QFileInfo::exists(socket)) {
             if (std::chrono::steady_clock::now() > until || process_.state() == QProcess::NotRunning) {
                 error_ = QStringLiteral("pipewire made no socket in %1").arg(runtime_.path());
