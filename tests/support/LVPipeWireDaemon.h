@@ -23,7 +23,7 @@ public:
     // The programs it needs; the first one missing, or empty when all are there.
     static QString missingProgram()
     {
-        for (const char* program : {"pipewire", "wireplumber", "dbus-run-session"}) {
+        for (const char* program : {"pipewire", "wireplumber", "dbus-run-session", "pw-cli"}) {
             if (QStandardPaths::findExecutable(QLatin1String(program)).isEmpty()) return QLatin1String(program);
         }
         return {};
@@ -35,7 +35,13 @@ public:
         qputenv("XDG_RUNTIME_DIR", runtime_.path().toUtf8());
         qputenv("PIPEWIRE_RUNTIME_DIR", runtime_.path().toUtf8());
         qunsetenv("PIPEWIRE_REMOTE");
-        start();
+        // Now and then the session manager never comes up; a second start does.
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            error_.clear();
+            start();
+            if (error_.isEmpty()) break;
+            stop();
+        }
     }
 
     ~LVPipeWireDaemon()
@@ -102,7 +108,8 @@ private:
         }
         // Another process makes the socket; there is no event to wait on.
         const QString socket = runtime_.filePath(QStringLiteral("pipewire-0"));
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        // A loaded machine starts the session manager slowly.
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(15);
         while (!QFileInfo::exists(socket)) {
             if (std::chrono::steady_clock::now() > until || process_.state() == QProcess::NotRunning) {
                 error_ = QStringLiteral("pipewire made no socket in %1").arg(runtime_.path());
@@ -110,6 +117,23 @@ private:
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
+        // The session manager links readers to nodes; its "default" metadata says it is up.
+        while (!sessionManagerReady()) {
+            if (std::chrono::steady_clock::now() > until || process_.state() == QProcess::NotRunning) {
+                error_ = QStringLiteral("wireplumber did not come up");
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+
+    bool sessionManagerReady() const
+    {
+        QProcess list;
+        list.setProcessEnvironment(environment());
+        list.start(QStringLiteral("pw-cli"), {QStringLiteral("ls"), QStringLiteral("Metadata")});
+        if (!list.waitForFinished(5000)) return false;
+        return list.readAllStandardOutput().contains("metadata.name = \"default\"");
     }
 
     QTemporaryDir runtime_;

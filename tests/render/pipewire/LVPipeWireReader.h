@@ -45,11 +45,17 @@ public:
                                     const std::function<void()>& feed, int limitMs = 10000)
     {
         const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+        auto started = std::chrono::steady_clock::now();
         while (std::chrono::steady_clock::now() < until) {
-            if (!pipeline_ || failed()) start();
+            // A reader whose link never came up is started again, as a user would.
+            if (!pipeline_ || failed() || std::chrono::steady_clock::now() - started > std::chrono::seconds(3)) {
+                start();
+                started = std::chrono::steady_clock::now();
+            }
             feed();
             GstSample* sample = gst_app_sink_try_pull_sample(GST_APP_SINK(sink_), 30 * GST_MSECOND);
             if (!sample) continue;
+            started = std::chrono::steady_clock::now();
             std::optional<LVReadFrame> frame = copy(sample);
             gst_sample_unref(sample);
             if (frame && accept(*frame)) return frame;
