@@ -35,7 +35,6 @@ void LVScriptInspector::compile()
 {
     const auto effect = effect_.lock();
     if (!effect) return;
-    effect->setScriptText(editor_->toPlainText());
     if (const std::optional<LVScriptError> error = effect->compile()) showError(*error);
 }
 
