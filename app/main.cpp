@@ -15,6 +15,7 @@
 #include "gui/automation/LVTimeLineWindow.h"
 #include "gui/automation/LVUserMenuWindow.h"
 #include "gui/main/LVMainWindow.h"
+#include "gui/script/LVScriptInspector.h"
 #include "gui/sources/LVPlaylistModel.h"
 #include "gui/studio/LVStudioController.h"
 #include "setups/model/LVSetupManager.h"
@@ -117,6 +118,7 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         }
     });
     LVRegisterSourceInspectors();
+    LVRegisterScriptInspector();
     // The timelines and the user menu outlive the windows that show them.
     LVAutomationParts automation(*lumaveil, defaults, setupManager);
     LVMainWindow window(*lumaveil);

@@ -102,11 +102,13 @@ void LVSettingsPanel::setEffect(const LVEffectRef& effect)
         return;
     }
     const auto* holder = dynamic_cast<const LVOtherSourceHolder*>(effect.get());
-    title_->setText(!holder && effect->effectProperties().empty() ? tr("%1 has no settings").arg(effect->displayName())
-                                                                  : effect->displayName());
-    body_ = holder ? makeOtherSourceTabs(effect, holder->getOtherEffect()) : makeForm(*effect);
     const auto inspector = inspectorFactories().constFind(effect->descriptor().className);
-    if (!holder && inspector != inspectorFactories().constEnd())
+    const bool hasInspector = inspector != inspectorFactories().constEnd();
+    title_->setText(!holder && !hasInspector && effect->effectProperties().empty()
+                        ? tr("%1 has no settings").arg(effect->displayName())
+                        : effect->displayName());
+    body_ = holder ? makeOtherSourceTabs(effect, holder->getOtherEffect()) : makeForm(*effect);
+    if (!holder && hasInspector)
         static_cast<QFormLayout*>(body_->layout())->addRow((*inspector)(effect, body_));
     layout_->insertWidget(2, body_);
 }
