@@ -360,3 +360,15 @@ void LVStudio::sampleFrameRate()
     sampleEndTime_ = now;
     frameCount_ = 0;
 }
+
+std::vector<LVStudioButton*> LVStudio::buttonsInGridOrder() const
+{
+    std::vector<LVStudioButton*> buttons;
+    for (const LVStudioButtonRef& button : allButtons_) buttons.push_back(button.get());
+    std::sort(buttons.begin(), buttons.end(), [](const LVStudioButton* a, const LVStudioButton* b) {
+        if (a->row() != b->row()) return a->row() < b->row();
+        if (a->col() != b->col()) return a->col() < b->col();
+        return a->name().compare(b->name(), Qt::CaseInsensitive) < 0;
+    });
+    return buttons;
+}

@@ -46,6 +46,8 @@ public:
     void populateStudio();
 
     const std::vector<LVStudioButtonRef>& studioButtons() const { return allButtons_; }
+    // Row by row, left to right (equal places by name): the order remote surfaces list them in.
+    std::vector<LVStudioButton*> buttonsInGridOrder() const;
     LVStudioButtonRef buttonHavingUID(const QString& uid) const;
     LVStudioButtonRef buttonHavingName(const QString& name) const;
     // A button for a new, empty setup named "Untitled" (or "Untitled 1", ...).

@@ -31,15 +31,8 @@ QStringList buttonActionNames()
 // Grid order, so a panel can lay the list out as it comes.
 QJsonArray buttonList(const LVStudio& studio)
 {
-    std::vector<LVStudioButton*> buttons;
-    for (const LVStudioButtonRef& button : studio.studioButtons()) buttons.push_back(button.get());
-    std::sort(buttons.begin(), buttons.end(), [](const LVStudioButton* a, const LVStudioButton* b) {
-        if (a->row() != b->row()) return a->row() < b->row();
-        if (a->col() != b->col()) return a->col() < b->col();
-        return a->name().compare(b->name(), Qt::CaseInsensitive) < 0;
-    });
     QJsonArray list;
-    for (const LVStudioButton* button : buttons) {
+    for (const LVStudioButton* button : studio.buttonsInGridOrder()) {
         list.append(QJsonObject{
             {QStringLiteral("name"), button->name()},
             {QStringLiteral("uid"), button->uid()},

@@ -35,18 +35,6 @@ QString key(const char* name)
     return QString::fromLatin1(name);
 }
 
-std::vector<LVStudioButton*> gridOrder(const LVStudio& studio)
-{
-    std::vector<LVStudioButton*> buttons;
-    for (const LVStudioButtonRef& button : studio.studioButtons()) buttons.push_back(button.get());
-    std::sort(buttons.begin(), buttons.end(), [](const LVStudioButton* a, const LVStudioButton* b) {
-        if (a->row() != b->row()) return a->row() < b->row();
-        if (a->col() != b->col()) return a->col() < b->col();
-        return a->name().compare(b->name(), Qt::CaseInsensitive) < 0;
-    });
-    return buttons;
-}
-
 QJsonValue nameOf(const LVStudioButton* button)
 {
     return button ? QJsonValue(button->name()) : QJsonValue(QJsonValue::Null);
@@ -328,7 +316,7 @@ QJsonArray LVRemoteRequests::sceneList() const
     QJsonArray scenes;
     if (!studio_) return scenes;
     int index = 0;
-    for (const LVStudioButton* button : gridOrder(*studio_)) {
+    for (const LVStudioButton* button : studio_->buttonsInGridOrder()) {
         scenes.append(QJsonObject{{key("sceneIndex"), index++},
                                   {key("sceneName"), button->name()},
                                   {key("sceneUuid"), button->uid()}});
