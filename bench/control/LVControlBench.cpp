@@ -4,6 +4,7 @@
 //   cut:       from sending "cut" to the first published frame that shows the new Program,
 //              against the frame period.
 // Prints one JSON object per figure.
+#include "bench/support/LVBenchApp.h"
 #include "control/midi/LVMIDIPort.h"
 #include "control/surface/LVControlSurface.h"
 #include "core/LVDefaults.h"
@@ -162,14 +163,8 @@ struct Rig {
         options.videoSize = QSize(1280, 720);
         options.frameRate = frameRate;
         options.startTimer = timer;
-        options.folders.bundled = options.folders.user = options.folders.system = dir.filePath("none");
-        QString error;
-        app = Lumaveil::create(*defaults, options, &error);
-        if (!app) {
-            std::fprintf(stderr, "bench_control: %s\n", qPrintable(error));
-            std::exit(1);
-        }
-        app->awakeFromNib();
+        app = lvStartBenchApp(*defaults, QDir(dir.path()), options, "bench_control");
+        if (!app) std::exit(1);
         setups = std::make_unique<LVSetupManager>(*defaults, app->context(), dir.filePath("Saved Setups"));
         setups->startup();
         app->setSetupCatalog(setups.get());

@@ -4,6 +4,7 @@
 //   frame-start lateness p50/p99 and frame interval p99 with the clients, against the same
 //   figures over an equal stretch without them;
 //   request round trip p50/p99 as the clients measure it.
+#include "bench/support/LVBenchApp.h"
 #include "control/websocket/LVRemoteControlService.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
@@ -183,14 +184,8 @@ int main(int argc, char** argv)
     LVLaunchOptions options;
     options.videoSize = QSize(1280, 720);
     options.frameRate = 30;
-    options.folders.bundled = options.folders.user = options.folders.system = dir.filePath("none");
-    QString error;
-    std::unique_ptr<Lumaveil> app = Lumaveil::create(defaults, options, &error);
-    if (!app) {
-        std::fprintf(stderr, "bench_remote_control: %s\n", qPrintable(error));
-        return 1;
-    }
-    app->awakeFromNib();
+    std::unique_ptr<Lumaveil> app = lvStartBenchApp(defaults, QDir(dir.path()), options, "bench_remote_control");
+    if (!app) return 1;
     auto setups = std::make_unique<LVSetupManager>(defaults, app->context(), dir.filePath("Saved Setups"));
     setups->startup();
     app->setSetupCatalog(setups.get());

@@ -2,6 +2,7 @@
 // against the main window's preview, the full-screen output and the second output all on.
 // Each iteration is one frame and the paints it causes, all on the main thread. The counter
 // "readbacks" is read-backs per frame. Run under the offscreen platform.
+#include "bench/support/LVBenchApp.h"
 #include "app/LVKindRegistration.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
@@ -49,16 +50,8 @@ struct Bench {
         options.startTimer = false;
         options.frameRate = 30;
         options.videoSize = QSize(1280, 720);
-        options.folders.bundled = QStringLiteral(LV_BENCH_BUNDLED_EFFECTS);
-        options.folders.user = dir.filePath("none");
-        options.folders.system = dir.filePath("none");
-        QString error;
-        app = Lumaveil::create(*defaults, options, &error);
-        if (!app) {
-            std::fprintf(stderr, "bench_outputs: %s\n", qPrintable(error));
-            return false;
-        }
-        app->awakeFromNib();
+        app = lvStartBenchApp(*defaults, QDir(dir.path()), options, "bench_outputs", QStringLiteral(LV_BENCH_BUNDLED_EFFECTS));
+        if (!app) return false;
         if (!app->setNamedSource(QStringLiteral("Test Pattern"))) {
             std::fprintf(stderr, "bench_outputs: no Test Pattern source\n");
             return false;

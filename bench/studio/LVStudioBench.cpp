@@ -5,6 +5,7 @@
 // CPU column is the whole rendering work, steadier than wall time on a busy machine.
 // `bench_studio --cut-latency` measures instead how long a cut takes to reach the published
 // frames with the render timer running.
+#include "bench/support/LVBenchApp.h"
 #include "app/LVKindRegistration.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
@@ -47,16 +48,8 @@ struct Studio {
         options.startTimer = timedRate > 0;
         if (timedRate > 0) options.frameRate = timedRate;
         options.videoSize = size;
-        options.folders.bundled = QStringLiteral(LV_BENCH_BUNDLED_EFFECTS);
-        options.folders.user = dir.filePath("none");
-        options.folders.system = dir.filePath("none");
-        QString error;
-        app = Lumaveil::create(*defaults, options, &error);
-        if (!app) {
-            std::fprintf(stderr, "bench_studio: %s\n", qPrintable(error));
-            return false;
-        }
-        app->awakeFromNib();
+        app = lvStartBenchApp(*defaults, QDir(dir.path()), options, "bench_studio", QStringLiteral(LV_BENCH_BUNDLED_EFFECTS));
+        if (!app) return false;
         manager = std::make_unique<LVSetupManager>(*defaults, app->context(), dir.filePath("setups"));
         manager->startup();
         app->setSetupCatalog(manager.get());
