@@ -8,23 +8,6 @@
 
 namespace {
 
-// Every capture thread and GStreamer's pooled streaming threads end before the process exits,
-// so the leak checker never meets a thread still running.
-class LVCamShutdownEnvironment : public ::testing::Environment {
-public:
-    void TearDown() override
-    {
-        LVCamGrabber::shutdown();
-        LVCamShutdownGStreamer();
-    }
-};
-
-const auto* const kShutdown = ::testing::AddGlobalTestEnvironment(new LVCamShutdownEnvironment);
-
-} // namespace
-
-namespace {
-
 std::atomic<int64_t> gSteppedNs{0};
 
 int64_t steppedNow()
