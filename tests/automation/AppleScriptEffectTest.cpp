@@ -65,16 +65,6 @@ protected:
     std::unique_ptr<LVDefaults> defaults;
 };
 
-TEST_F(AppleScriptEffectTest, RoleWordsByMode)
-{
-    const std::pair<int32_t, const char*> rows[] = {{0, "Idle"},       {1, "Program"}, {2, "Preview"},
-                                                    {3, "Transition"}, {4, "Unknown"}, {-1, "Unknown"}};
-    for (const auto& [mode, word] : rows) EXPECT_EQ(AppleScriptEffect::roleWord(mode), QString::fromLatin1(word));
-    EXPECT_EQ(AppleScriptEffect::classDescriptor().name, QStringLiteral("Script"));
-    EXPECT_EQ(AppleScriptEffect::classDescriptor().className, QStringLiteral("AppleScriptEffect"));
-    EXPECT_FALSE(AppleScriptEffect::classDescriptor().isSource());
-}
-
 TEST_F(AppleScriptEffectTest, RunsOncePerRealModeChangeAndLeavesNoZombie)
 {
     const QString log = dir.filePath(QStringLiteral("roles.txt"));

@@ -1,4 +1,4 @@
-// The control interface's timeline and user-menu commands, and how lumaveil-ctl spells them.
+// The control interface's timeline and user-menu commands.
 #include "automation/LVTimeLineManager.h"
 #include "control/remote/LVControlCommands.h"
 #include "control/usermenu/LVAutomationCommands.h"
@@ -6,7 +6,6 @@
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "tests/support/LVTestSupport.h"
-#include "tools/ctl/LVCtlRequest.h"
 
 #include <gtest/gtest.h>
 
@@ -72,37 +71,6 @@ TEST(LVAutomationCommandsTest, TimelinesAndTheUserMenuAreDrivenByName)
             continue;
         }
         EXPECT_EQ(compact(reply), QString::fromUtf8(row.reply)) << row.request;
-    }
-}
-
-TEST(LVAutomationCommandsTest, CtlSpellsTheNewCommands)
-{
-    const struct {
-        QStringList arguments;
-        const char* request; // null: refused with this error
-        const char* error;
-    } rows[] = {
-        {{"timelines"}, R"({"command":"timelines"})", nullptr},
-        {{"startTimeline", "Show"}, R"({"command":"startTimeline","name":"Show"})", nullptr},
-        {{"stopTimeline", "Show"}, R"({"command":"stopTimeline","name":"Show"})", nullptr},
-        {{"pauseTimeline", "My Show"}, R"({"command":"pauseTimeline","name":"My Show"})", nullptr},
-        {{"userMenu"}, R"({"command":"userMenu"})", nullptr},
-        {{"invokeUserMenu", "3"}, R"({"command":"invokeUserMenu","index":3})", nullptr},
-        {{"startTimeline"}, nullptr, "startTimeline takes one name"},
-        {{"userMenu", "x"}, nullptr, "userMenu takes no arguments"},
-        {{"invokeUserMenu", "first"}, nullptr, "invokeUserMenu takes an entry index (0, 1, ...), not \"first\""},
-        {{"invokeUserMenu", "-1"}, nullptr, "invokeUserMenu takes an entry index (0, 1, ...), not \"-1\""},
-    };
-    for (const auto& row : rows) {
-        QString error;
-        const auto invocation = LVCtlParseArguments(row.arguments, &error);
-        if (row.request) {
-            ASSERT_TRUE(invocation) << qPrintable(error);
-            EXPECT_EQ(compact(invocation->request), QString::fromUtf8(row.request));
-        } else {
-            EXPECT_FALSE(invocation) << qPrintable(row.arguments.join(' '));
-            EXPECT_EQ(error, QString::fromUtf8(row.error));
-        }
     }
 }
 

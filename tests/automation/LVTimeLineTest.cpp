@@ -129,30 +129,6 @@ TEST_F(LVTimeLineTest, StateTableWalkedEventByEvent)
     }
 }
 
-TEST_F(LVTimeLineTest, StatusIconAndDerivedFlagsFollowTheState)
-{
-    LVTimeLine* timeLine = makeTimeLine(QStringLiteral("Icons"), {QStringLiteral("Pause")});
-    const struct {
-        int32_t state;
-        const char* icon;
-        bool running;
-        bool paused;
-    } rows[] = {
-        {0, "", false, false},
-        {1, "timeline run.tif", true, false},
-        {2, "timeline run.tif", true, false},
-        {3, "timeline pause.tif", true, true},
-    };
-    for (const auto& row : rows) {
-        timeLine->setState(row.state);
-        EXPECT_EQ(timeLine->statusIcon(), QString::fromLatin1(row.icon)) << row.state;
-        EXPECT_EQ(timeLine->isRunning(), row.running) << row.state;
-        EXPECT_EQ(timeLine->isPaused(), row.paused) << row.state;
-        timeLine->setState(0);
-        settle();
-    }
-}
-
 TEST_F(LVTimeLineTest, ManyChangesInOnePassAreSavedOnce)
 {
     LVTimeLine* timeLine = makeTimeLine(QStringLiteral("Show"), {QStringLiteral("Timed pause"), QStringLiteral("Select Setup")});

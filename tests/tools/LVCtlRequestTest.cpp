@@ -36,6 +36,10 @@ TEST(LVCtlRequestTest, CommandLinesBecomeRequests)
         {{"cut"}, R"({"command":"cut"})", false},
         {{"studioDissolve", "--json"}, R"({"command":"studioDissolve"})", true},
         {{"button", "Intro", "punchToAir"}, R"({"action":"punchToAir","command":"button","name":"Intro"})", false},
+        {{"timelines"}, R"({"command":"timelines"})", false},
+        {{"pauseTimeline", "My Show"}, R"({"command":"pauseTimeline","name":"My Show"})", false},
+        {{"userMenu"}, R"({"command":"userMenu"})", false},
+        {{"invokeUserMenu", "3"}, R"({"command":"invokeUserMenu","index":3})", false},
     };
     for (const Case& c : cases) {
         QString error;
@@ -63,6 +67,9 @@ TEST(LVCtlRequestTest, WrongCommandLinesSayWhatIsWrong)
         {{"button", "Intro", "explode"},
          "unknown button action \"explode\"; one of: toggle, selectForAir, selectForOffAir, punchToAir, punchToOffAir"},
         {{"fade"}, "unknown command \"fade\""},
+        {{"startTimeline"}, "startTimeline takes one name"},
+        {{"userMenu", "x"}, "userMenu takes no arguments"},
+        {{"invokeUserMenu", "-1"}, "invokeUserMenu takes an entry index (0, 1, ...), not \"-1\""},
     };
     for (const Case& c : cases) {
         QString error;
