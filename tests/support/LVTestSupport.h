@@ -6,15 +6,19 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QEventLoop>
+#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <sys/mman.h>
 
 #include <chrono>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <thread>
+#include <utility>
 
 // GoogleTest's main makes no Qt application; event loops, sockets and timers need one.
 template <class Application = QCoreApplication>
@@ -61,6 +65,46 @@ inline LVProcessRun lvRunServed(const QString& program, const QStringList& argum
     loop.exec();
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+}
+
+// Writes each (name, contents) pair as a file in folder, making the folder first; false when
+// one cannot be written.
+inline bool lvWriteFiles(const QString& folder, std::initializer_list<std::pair<const char*, QByteArray>> files)
+{
+    if (!QDir().mkpath(folder)) return false;
+    for (const auto& [name, contents] : files) {
+        QFile file(folder + QLatin1Char('/') + QString::fromUtf8(name));
+        if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size()) return false;
+    }
+    return true;
+}
+
+// Starts a program and serves this thread's event loop until its stderr so far satisfies
+// seen(), it ends, or a minute passes; answers the stderr read by then.
+inline QString lvStartUntil(QProcess& process, const QString& program, const QStringList& arguments,
+                            const std::function<bool(const QString& stderrText)>& seen)
+{
+    QEventLoop loop;
+    QString text;
+    QObject::connect(&process, &QProcess::readyReadStandardError, &loop, [&] {
+        text += QString::fromUtf8(process.readAllStandardError());
+        if (seen(text)) loop.quit();
+    });
+    QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+    process.start(program, arguments);
+    loop.exec();
+    QObject::disconnect(&process, nullptr, &loop, nullptr);
+    return text;
+}
+
+// Asks a program to end (SIGTERM) and serves the event loop until it has.
+inline void lvTerminate(QProcess& process)
+{
+    QEventLoop loop;
+    QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+    process.terminate();
+    if (process.state() != QProcess::NotRunning) loop.exec();
 }
 
 // Polls the frames published after `since` (so none an earlier run left) until accept() takes

@@ -111,9 +111,7 @@ TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
         const QString path = dir.filePath(QStringLiteral("prefs.json"));
         QFile::remove(path);
         if (!c.prefs.isEmpty()) {
-            QFile file(path);
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(c.prefs);
+            ASSERT_TRUE(lvWriteFiles(dir.path(), {{"prefs.json", c.prefs}}));
         }
         LVShmem reader(LVShmemRole::Reader);
         RecordingOutput out;
@@ -288,60 +286,31 @@ TEST_F(LVVcamBridgeTest, StopsAfterTheRequestedFrameCount)
     EXPECT_EQ(out.frames.size(), 2u);
 }
 
-QString vcam()
-{
-    return QStringLiteral(LV_VCAM_PATH);
-}
-
-TEST(LVVcamToolTest, ExplainsHowToCreateALoopbackDevice)
+TEST(LVVcamToolTest, RefusalsSayWhyAndHowToGetACamera)
 {
     QTemporaryDir emptyDev;
-    QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("LUMAVEIL_DEV_DIR"), emptyDev.path());
-    p.setProcessEnvironment(env);
-    p.start(vcam(), {});
-    ASSERT_TRUE(p.waitForFinished(10000));
-    EXPECT_EQ(p.exitCode(), 1);
-    const QString err = QString::fromUtf8(p.readAllStandardError());
-    EXPECT_TRUE(err.startsWith(QStringLiteral("lumaveil-vcam: no v4l2loopback device found"))) << err.toStdString();
-    for (const char* hint : {"sudo modprobe v4l2loopback exclusive_caps=1 card_label=Lumaveil", "v4l2loopback-dkms",
-                             "--stdout"})
-        EXPECT_TRUE(err.contains(QLatin1String(hint))) << hint;
-}
-
-TEST(LVVcamToolTest, SaysWhenTheDeviceIsNoCameraInsteadOfARawIoctlError)
-{
-    QProcess p;
-    p.start(vcam(), {QStringLiteral("--device"), QStringLiteral("/dev/null")});
-    ASSERT_TRUE(p.waitForFinished(10000));
-    EXPECT_EQ(p.exitCode(), 1);
-    const QString err = QString::fromUtf8(p.readAllStandardError());
-    EXPECT_TRUE(err.startsWith(QStringLiteral("lumaveil-vcam: /dev/null is not a v4l2loopback camera device")))
-        << err.toStdString();
-    EXPECT_FALSE(err.contains(QStringLiteral("ioctl"))) << err.toStdString();
-    EXPECT_TRUE(err.contains(QStringLiteral("v4l2loopback-dkms")));
-}
-
-TEST(LVVcamToolTest, RejectsBadArgumentsWithTheReason)
-{
-    struct Case {
+    QProcessEnvironment noDevices = QProcessEnvironment::systemEnvironment();
+    noDevices.insert(QStringLiteral("LUMAVEIL_DEV_DIR"), emptyDev.path());
+    const struct {
         QStringList args;
-        const char* message;
+        const char* starts; // after "lumaveil-vcam: "
+        QStringList mentions;
+    } cases[] = {
+        {{}, "no v4l2loopback device found",
+         {"sudo modprobe v4l2loopback exclusive_caps=1 card_label=Lumaveil", "v4l2loopback-dkms", "--stdout"}},
+        // Not a raw ioctl error.
+        {{"--device", "/dev/null"}, "/dev/null is not a v4l2loopback camera device", {"v4l2loopback-dkms"}},
+        {{"--stdout", "--format", "rgb565"}, "unknown format \"rgb565\"", {}},
+        {{"--stdout", "--size", "12x"}, "bad size \"12x\"", {}},
+        {{"--stdout", "--rate", "0"}, "bad rate \"0\"", {}},
+        {{"--stdout", "--format", "i420", "--size", "641x480"}, "i420 needs an even width and height", {}},
     };
-    const Case cases[] = {
-        {{"--stdout", "--format", "rgb565"}, "unknown format \"rgb565\""},
-        {{"--stdout", "--size", "12x"}, "bad size \"12x\""},
-        {{"--stdout", "--rate", "0"}, "bad rate \"0\""},
-        {{"--stdout", "--format", "i420", "--size", "641x480"}, "i420 needs an even width and height"},
-    };
-    for (const Case& c : cases) {
-        QProcess p;
-        p.start(vcam(), c.args);
-        ASSERT_TRUE(p.waitForFinished(10000));
-        EXPECT_EQ(p.exitCode(), 1);
-        const QString err = QString::fromUtf8(p.readAllStandardError());
-        EXPECT_TRUE(err.startsWith(QStringLiteral("lumaveil-vcam: ") + QLatin1String(c.message))) << err.toStdString();
+    for (const auto& c : cases) {
+        const LVProcessRun run = lvRunServed(QStringLiteral(LV_VCAM_PATH), c.args, noDevices);
+        EXPECT_EQ(run.status, 1) << c.starts;
+        EXPECT_TRUE(run.err.startsWith(QStringLiteral("lumaveil-vcam: ") + QLatin1String(c.starts))) << run.err.toStdString();
+        EXPECT_FALSE(run.err.contains(QStringLiteral("ioctl"))) << run.err.toStdString();
+        for (const QString& mention : c.mentions) EXPECT_TRUE(run.err.contains(mention)) << mention.toStdString();
     }
 }
 
