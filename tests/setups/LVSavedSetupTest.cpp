@@ -202,58 +202,45 @@ TEST_F(SavedSetup, UnreadableFileIsNeverOverwrittenUnlessTheUserActs)
     EXPECT_EQ(readAll(path(".Still Broken.unreadable.1")), damaged) << "an earlier kept copy is not replaced";
 }
 
-struct RenameCase {
-    const char* label;
-    QString from;
-    QString to;
-    bool targetExists;
-};
-
-TEST_F(SavedSetup, RenameWritesTheNewFileAndDeletesTheOld)
+TEST_F(SavedSetup, RenameMovesTheFileOrKeepsNameAndFileWhenItCannot)
 {
-    const std::vector<RenameCase> cases = {
-        {"plain", "Morning", "Evening", false},
-        {"case only", "news", "News", false},
-        {"onto an existing file", "A", "B", true},
-        {"with spaces and accents", "Intro", "Café – Live", false},
+    const struct {
+        const char* label;
+        QString from, to;
+        bool targetExists, targetIsFolder, renamed;
+    } cases[] = {
+        {"plain", "Morning", "Evening", false, false, true},
+        {"case only", "news", "News", false, false, true},
+        {"onto an existing file", "A", "B", true, false, true},
+        {"with spaces and accents", "Intro", "Café – Live", false, false, true},
+        {"onto a folder", "Here", "Blocker", false, true, false},
+        {"its own name", "Here", "Here", false, false, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
         QDir(dir_.path()).removeRecursively();
         QDir().mkpath(dir_.path());
         if (c.targetExists) writeAll(path(c.to), "old bytes");
+        if (c.targetIsFolder) QDir(dir_.path()).mkdir(c.to);
         LVSavedSetup setup({newTestEffect(setupTestSource())}, path(c.from));
         setup.setMidiKey(60);
+        const QByteArray before = readAll(path(c.from));
         QSignalSpy renamed(&setup, &LVSavedSetup::nameChanged);
 
-        setup.setName(c.to);
-        EXPECT_EQ(renamed.count(), 1);
-        EXPECT_EQ(setup.name(), c.to);
-        EXPECT_EQ(setup.path(), path(c.to));
-        EXPECT_FALSE(QFile::exists(path(c.from)));
-        const LVSavedSetup reread(nullptr, path(c.to));
+        // Keeping its own name is no failure; a folder in the way is.
+        EXPECT_EQ(setup.setName(c.to), c.renamed || c.from == c.to);
+        EXPECT_EQ(renamed.count(), c.renamed ? 1 : 0);
+        const QString now = c.renamed ? c.to : c.from;
+        EXPECT_EQ(setup.name(), now);
+        EXPECT_EQ(setup.path(), path(now));
+        EXPECT_EQ(QFile::exists(path(c.from)), !c.renamed);
+        const LVSavedSetup reread(nullptr, path(now));
         EXPECT_EQ(reread.midiKey(), 60u);
         EXPECT_TRUE(reread.hasVideoSource());
+        if (!c.renamed) {
+            EXPECT_EQ(readAll(path(now)), before);
+        }
         EXPECT_EQ(QDir(dir_.path()).entryList(QDir::Files).size(), 1);
-    }
-}
-
-TEST_F(SavedSetup, RenamesThatCannotOrNeedNotHappenKeepNameAndFile)
-{
-    const struct {
-        const char* to;
-        bool succeeds;
-    } cases[] = {{"Blocker", false}, {"Here", true}};  // a folder cannot be replaced by a file; its own name
-    QDir(dir_.path()).mkdir("Blocker");
-    for (const auto& c : cases) {
-        LVSavedSetup setup({newTestEffect(setupTestEffect())}, path("Here"));
-        setup.persist();
-        const QByteArray before = readAll(path("Here"));
-        QSignalSpy renamed(&setup, &LVSavedSetup::nameChanged);
-        EXPECT_EQ(setup.setName(c.to), c.succeeds) << c.to;
-        EXPECT_EQ(renamed.count(), 0) << c.to;
-        EXPECT_EQ(setup.path(), path("Here")) << c.to;
-        EXPECT_EQ(readAll(path("Here")), before) << c.to;
     }
 }
 

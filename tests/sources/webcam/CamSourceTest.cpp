@@ -40,17 +40,6 @@ protected:
     std::unique_ptr<LVContext> context;
 };
 
-TEST_F(CamSourceTest, IsTheWebcamSourceAndANewOnePicksTheFirstCamera)
-{
-    const LVEffectDescriptor* kind = LVEffectClasses::classNamed("CamSource");
-    ASSERT_TRUE(kind);
-    EXPECT_EQ(kind->name, "Webcam");
-    EXPECT_TRUE(kind->isSource());
-    auto source = kind->make();
-    source->initWithContext(context.get());
-    EXPECT_EQ(static_cast<CamSource&>(*source).selectedCamera(), grabber(0));
-}
-
 TEST_F(CamSourceTest, ArchivedCameraIsFoundByIdentifierThenByName)
 {
     const struct {
@@ -148,6 +137,7 @@ TEST_F(CamSourceTest, SettingsPanelChoicesSelectCameraAndForcedSize)
 {
     CamSource source;
     source.initWithContext(context.get());
+    EXPECT_EQ(source.selectedCamera(), grabber(0)) << "a new source picks the first camera";
     const LVParameterList parameters = source.effectProperties();
     ASSERT_EQ(parameters.size(), 2u);
     EXPECT_EQ(parameters[0].choiceLabels, QStringList({"Fake Cam", "Fake Cam 2", "Other Cam"}));
