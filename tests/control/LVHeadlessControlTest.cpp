@@ -1,17 +1,12 @@
-// The headless job driven by lumaveil-ctl: real processes, a real socket, a killed
-// instance's socket taken over by the next one.
+// The headless job driven by lumaveil-ctl: real processes and a real socket.
 #include "control/socket/LVControlSocket.h"
 #include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
-#include <QTimer>
 
 #include <cstring>
 #include <memory>
@@ -34,34 +29,16 @@ protected:
     {
         auto process = std::make_unique<QProcess>();
         process->setProcessEnvironment(environment);
-        QEventLoop loop;
-        QString seen;
-        QObject::connect(process.get(), &QProcess::readyReadStandardError, &loop, [&] {
-            seen += QString::fromUtf8(process->readAllStandardError());
-            if (seen.contains(until)) loop.quit();
-        });
-        QObject::connect(process.get(), &QProcess::finished, &loop, &QEventLoop::quit);
-        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-        process->start(QStringLiteral(LV_LUMAVEIL_PATH),
-                       QStringList{"--headless", "--video-size", "64x48", "--fps", "30"} + extra);
-        loop.exec();
-        QObject::disconnect(process.get(), nullptr, &loop, nullptr);
-        stderrText = seen;
-        EXPECT_TRUE(seen.contains(until)) << qPrintable(seen);
+        stderrText = lvStartUntil(*process, QStringLiteral(LV_LUMAVEIL_PATH),
+                                  QStringList{"--headless", "--video-size", "64x48", "--fps", "30"} + extra,
+                                  [&](const QString& text) { return text.contains(until); });
+        EXPECT_TRUE(stderrText.contains(until)) << qPrintable(stderrText);
         return process;
     }
 
     LVProcessRun ctl(const QStringList& arguments) const
     {
         return lvRunServed(QStringLiteral(LV_CTL_PATH), arguments, environment);
-    }
-
-    static void stop(QProcess& process)
-    {
-        QEventLoop loop;
-        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-        process.terminate();
-        if (process.state() != QProcess::NotRunning) loop.exec();
     }
 
     QTemporaryDir dir;
@@ -101,40 +78,19 @@ TEST_F(LVHeadlessControlTest, CtlDrivesTheChainOfARunningHeadlessJob)
     // A second instance finds the socket taken and runs on without one.
     environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.b."));
     const auto second = startLumaveil(QStringLiteral("Control: no control socket: another Lumaveil already serves"));
-    stop(*second);
+    lvTerminate(*second);
     EXPECT_EQ(ctl({"get", "liveEffects"}).status, 0);
 
-    stop(*lumaveil);
+    lvTerminate(*lumaveil);
     EXPECT_FALSE(QFile::exists(socketPath));
     EXPECT_EQ(ctl({"cut"}).status, 2);
 }
 
-TEST_F(LVHeadlessControlTest, TheSocketOfAKilledInstanceIsTakenOver)
-{
-    environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.c."));
-    auto killed = startLumaveil(QStringLiteral("Control: serving"));
-    killed->kill();
-    killed->waitForFinished();
-    ASSERT_TRUE(QFile::exists(socketPath));
-    EXPECT_EQ(ctl({"cut"}).status, 2);
-
-    const auto next = startLumaveil(QStringLiteral("Control: serving"));
-    EXPECT_TRUE(stderrText.contains(QStringLiteral("Control: removed stale socket ") + socketPath)) << qPrintable(stderrText);
-    EXPECT_EQ(ctl({"get", "liveEffects"}).status, 0);
-    stop(*next);
-}
-
 TEST_F(LVHeadlessControlTest, AHeadlessStudioRunsAsAVisionMixerDrivenByCtl)
 {
-    const QString setups = dir.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
-    ASSERT_TRUE(QDir().mkpath(setups));
-    const char* const source = R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})";
-    const char* const files[][2] = {{"Intro", source}, {"Other", source}, {"Empty", R"({"encoded": [], "midiKey": 0})"}};
-    for (const auto& [name, contents] : files) {
-        QFile file(setups + QLatin1Char('/') + QString::fromLatin1(name));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(contents);
-    }
+    const QByteArray source = R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})";
+    ASSERT_TRUE(lvWriteFiles(dir.filePath(QStringLiteral("data/Lumaveil/Saved Setups")),
+                             {{"Intro", source}, {"Other", source}, {"Empty", R"({"encoded": [], "midiKey": 0})"}}));
     environment.insert(QStringLiteral("LUMAVEIL_SHM_PREFIX"), QStringLiteral("lvtest.headlessctl.d."));
     const auto lumaveil = startLumaveil(QStringLiteral("Control: serving"), {"--studio"});
     EXPECT_TRUE(stderrText.contains(QLatin1String("chain: studio with 3 buttons (set: all setups)"))) << qPrintable(stderrText);
@@ -173,7 +129,7 @@ TEST_F(LVHeadlessControlTest, AHeadlessStudioRunsAsAVisionMixerDrivenByCtl)
     EXPECT_EQ(transition, QStringLiteral("fraction=0 running=false"));
     EXPECT_EQ(read("studioProgramButtons"), QStringLiteral("Other"));
     EXPECT_EQ(read("studioPreviewButtons"), QString());
-    stop(*lumaveil);
+    lvTerminate(*lumaveil);
 }
 
 } // namespace

@@ -11,7 +11,6 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
-#include <QTimer>
 
 #include <algorithm>
 
@@ -27,17 +26,9 @@ protected:
     {
         ASSERT_TRUE(dir.isValid());
         environment = lvPrivateEnvironment(dir, true);
-        const QString setups = dir.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
-        ASSERT_TRUE(QDir().mkpath(setups));
-        const char* const files[][2] = {
-            {"Intro", R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})"},
-            {"Empty", R"({"encoded": [], "midiKey": 0})"},
-        };
-        for (const auto& [name, contents] : files) {
-            QFile file(setups + QLatin1Char('/') + QString::fromLatin1(name));
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(contents);
-        }
+        ASSERT_TRUE(lvWriteFiles(dir.filePath(QStringLiteral("data/Lumaveil/Saved Setups")),
+                                 {{"Intro", R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})"},
+                                  {"Empty", R"({"encoded": [], "midiKey": 0})"}}));
         const QString config = dir.filePath(QStringLiteral("config/lumaveil"));
         ASSERT_TRUE(QDir().mkpath(config));
         QFile prefs(config + QStringLiteral("/com.marrowkit.Lumaveil.json"));
@@ -50,26 +41,11 @@ protected:
     quint16 startLumaveil()
     {
         lumaveil.setProcessEnvironment(environment);
-        QEventLoop loop;
-        QString seen;
         const QRegularExpression serving(QStringLiteral("Remote control: serving ws://127\\.0\\.0\\.1:(\\d+)"));
-        quint16 port = 0;
-        QObject::connect(&lumaveil, &QProcess::readyReadStandardError, &loop, [&] {
-            seen += QString::fromUtf8(lumaveil.readAllStandardError());
-            const QRegularExpressionMatch match = serving.match(seen);
-            if (match.hasMatch()) {
-                port = quint16(match.captured(1).toUInt());
-                loop.quit();
-            }
-        });
-        QObject::connect(&lumaveil, &QProcess::finished, &loop, &QEventLoop::quit);
-        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-        lumaveil.start(QStringLiteral(LV_LUMAVEIL_PATH), {"--headless", "--studio", "--remote-control=0", "--video-size",
-                                                          "160x120", "--fps", "30"});
-        loop.exec();
-        QObject::disconnect(&lumaveil, nullptr, &loop, nullptr);
-        log = seen;
-        return port;
+        log = lvStartUntil(lumaveil, QStringLiteral(LV_LUMAVEIL_PATH),
+                           {"--headless", "--studio", "--remote-control=0", "--video-size", "160x120", "--fps", "30"},
+                           [&](const QString& text) { return serving.match(text).hasMatch(); });
+        return quint16(serving.match(log).captured(1).toUInt());
     }
 
     void TearDown() override

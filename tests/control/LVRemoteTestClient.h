@@ -130,7 +130,6 @@ public:
     }
     bool isClosed() const { return closed_; }
     const QJsonObject& hello() const { return hello_; }
-    QWebSocket& socket() { return socket_; }
 
     // Serves events until done() holds or 20 s pass.
     static bool wait(const std::function<bool()>& done, int limitMs = 20000)

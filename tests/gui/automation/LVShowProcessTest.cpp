@@ -15,8 +15,6 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
-#include <QEventLoop>
-#include <QFile>
 #include <QGroupBox>
 #include <QLineEdit>
 #include <QListWidget>
@@ -24,7 +22,6 @@
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 #include <optional>
 
@@ -75,19 +72,12 @@ protected:
     {
         ASSERT_TRUE(home.isValid());
         environment = lvPrivateEnvironment(home, true);
-        const QString setups = home.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
-        ASSERT_TRUE(QDir().mkpath(setups));
         ASSERT_TRUE(QDir().mkpath(home.filePath(QStringLiteral("config/lumaveil"))));
         // Two pictures told apart by the frame counter; "Wide" sits after "Close" in the grid.
-        const std::pair<const char*, const char*> files[] = {
-            {"Wide", R"({"encoded": [{"class": "TestPatternSource", "enabled": true, "moving": false, "showCounter": true}], "midiKey": 0})"},
-            {"Close", R"({"encoded": [{"class": "TestPatternSource", "enabled": true, "moving": false, "showCounter": false}], "midiKey": 0})"},
-        };
-        for (const auto& [name, contents] : files) {
-            QFile file(setups + QLatin1Char('/') + QString::fromLatin1(name));
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(contents);
-        }
+        ASSERT_TRUE(lvWriteFiles(
+            home.filePath(QStringLiteral("data/Lumaveil/Saved Setups")),
+            {{"Wide", R"({"encoded": [{"class": "TestPatternSource", "enabled": true, "moving": false, "showCounter": true}], "midiKey": 0})"},
+             {"Close", R"({"encoded": [{"class": "TestPatternSource", "enabled": true, "moving": false, "showCounter": false}], "midiKey": 0})"}}));
     }
 
     QString prefsPath() const { return home.filePath(QStringLiteral("config/lumaveil/com.marrowkit.Lumaveil.json")); }
@@ -96,28 +86,12 @@ protected:
     {
         auto process = std::make_unique<QProcess>();
         process->setProcessEnvironment(environment);
-        QEventLoop loop;
-        QString seen;
-        QObject::connect(process.get(), &QProcess::readyReadStandardError, &loop, [&] {
-            seen += QString::fromUtf8(process->readAllStandardError());
-            if (seen.contains(QLatin1String("Control: serving"))) loop.quit();
-        });
-        QObject::connect(process.get(), &QProcess::finished, &loop, &QEventLoop::quit);
-        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-        process->start(QStringLiteral(LV_LUMAVEIL_PATH),
-                       {"--headless", "--studio", "--video-size", QStringLiteral("%1x%2").arg(kWidth).arg(kHeight), "--fps", "15"});
-        loop.exec();
-        QObject::disconnect(process.get(), nullptr, &loop, nullptr);
+        const QString seen = lvStartUntil(
+            *process, QStringLiteral(LV_LUMAVEIL_PATH),
+            {"--headless", "--studio", "--video-size", QStringLiteral("%1x%2").arg(kWidth).arg(kHeight), "--fps", "15"},
+            [](const QString& text) { return text.contains(QLatin1String("Control: serving")); });
         EXPECT_TRUE(seen.contains(QLatin1String("Control: serving"))) << qPrintable(seen);
         return process;
-    }
-
-    static void stop(QProcess& process)
-    {
-        QEventLoop loop;
-        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-        process.terminate();
-        if (process.state() != QProcess::NotRunning) loop.exec();
     }
 
     LVProcessRun ctl(const QStringList& arguments) const { return lvRunServed(QStringLiteral(LV_CTL_PATH), arguments, environment); }
@@ -227,14 +201,14 @@ TEST_F(LVShowProcessTest, AShowMadeInTheWindowAlternatesThePictureAndSurvivesARe
     EXPECT_GE(watchAlternations(*studio, 3), 3);
     EXPECT_EQ(ctl({"pauseTimeline", "Show"}).out, QStringLiteral("name=Show state=3\n"));
     EXPECT_EQ(ctl({"stopTimeline", "Nope"}).status, 1);
-    stop(*studio);
+    lvTerminate(*studio);
 
     // Back after a restart, stopped, and it runs the same show again.
     studio = startStudio();
     EXPECT_EQ(ctl({"timelines"}).out, QStringLiteral("name=Show state=0\n"));
     ASSERT_EQ(ctl({"startTimeline", "Show"}).status, 0);
     EXPECT_GE(watchAlternations(*studio, 2), 2);
-    stop(*studio);
+    lvTerminate(*studio);
     lvUnlinkFrameSegments();
 }
 
