@@ -12,7 +12,6 @@
 #include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -57,6 +56,16 @@ protected:
         return QJsonDocument::fromJson(lines.last().toUtf8()).object();
     }
 
+    // Runs use the compositions given as (file name, text) from a folder of their own.
+    void useEffects(std::initializer_list<std::pair<const char*, QByteArray>> files)
+    {
+        const QString effects = home.filePath(QStringLiteral("effects"));
+        ASSERT_TRUE(lvWriteFiles(effects, files));
+        QProcessEnvironment environment = process.processEnvironment();
+        environment.insert(QStringLiteral("LUMAVEIL_EFFECTS_DIR"), effects);
+        process.setProcessEnvironment(environment);
+    }
+
     QStringList statusLines() const
     {
         QStringList lines;
@@ -74,10 +83,9 @@ protected:
 
 } // namespace
 
-TEST_F(LVHeadlessProcessTest, RendersTheAskedFramesAndSaysWhatItDoes)
+TEST_F(LVHeadlessProcessTest, RendersTheAskedFramesSaysWhatItDoesAndBenchesOnRequest)
 {
-    run({QStringLiteral("--headless"), QStringLiteral("--frames"), QStringLiteral("5"), QStringLiteral("--fps"),
-         QStringLiteral("60"), QStringLiteral("--video-size"), QStringLiteral("64x48")});
+    run({"--headless", "--frames", "5", "--fps", "60", "--video-size", "64x48"});
     ASSERT_EQ(process.exitCode(), 0) << err.toStdString();
     const QStringList status = statusLines();
     ASSERT_EQ(status.size(), 1) << err.toStdString();
@@ -89,6 +97,15 @@ TEST_F(LVHeadlessProcessTest, RendersTheAskedFramesAndSaysWhatItDoes)
     LVShmem reader(LVShmemRole::Reader);
     EXPECT_FALSE(reader.appRunning()) << "the producer is marked not running at exit";
     EXPECT_FALSE(reader.isAvailable()) << "and its segments are gone: no frame stays behind";
+
+    // --bench ends with one JSON object of timings.
+    run({"--headless", "--bench", "--frames", "20", "--video-size", "64x48"});
+    ASSERT_EQ(process.exitCode(), 0) << err.toStdString();
+    const QJsonObject result = lastJsonLine();
+    EXPECT_EQ(result.value(QStringLiteral("frames")).toInt(), 20);
+    for (const char* key : {"fps", "p50_ms", "p99_ms", "floor_p50_ms"}) {
+        EXPECT_GT(result.value(QString::fromLatin1(key)).toDouble(), 0.0) << key;
+    }
 }
 
 TEST_F(LVHeadlessProcessTest, VersionAndMissingDisplayAnswerWithoutStarting)
@@ -99,7 +116,7 @@ TEST_F(LVHeadlessProcessTest, VersionAndMissingDisplayAnswerWithoutStarting)
         int status;
         const char* says; // on standard output for status 0, on standard error otherwise
     } cases[] = {
-        {{QStringLiteral("--version")}, {}, 0, "lumaveil 0."},
+        {{"--version"}, {}, 0, "lumaveil 0."},
         {{}, {QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY")}, 2,
          "lumaveil: no display: use --headless"},
     };
@@ -115,41 +132,23 @@ TEST_F(LVHeadlessProcessTest, VersionAndMissingDisplayAnswerWithoutStarting)
     }
 }
 
-TEST_F(LVHeadlessProcessTest, BenchPrintsOneJsonObjectLast)
-{
-    run({QStringLiteral("--headless"), QStringLiteral("--bench"), QStringLiteral("--frames"), QStringLiteral("20"),
-         QStringLiteral("--video-size"), QStringLiteral("64x48")});
-    ASSERT_EQ(process.exitCode(), 0) << err.toStdString();
-    const QJsonObject result = lastJsonLine();
-    EXPECT_EQ(result.value(QStringLiteral("frames")).toInt(), 20);
-    for (const char* key : {"fps", "p50_ms", "p99_ms", "floor_p50_ms"}) {
-        EXPECT_GT(result.value(QString::fromLatin1(key)).toDouble(), 0.0) << key;
-    }
-}
-
 TEST_F(LVHeadlessProcessTest, RefusesBadInputBeforeStarting)
 {
     // JSON, but not a setup.
-    QFile other(home.filePath(QStringLiteral("other.json")));
-    ASSERT_TRUE(other.open(QIODevice::WriteOnly));
-    other.write(R"({"theme": "dark"})");
-    other.close();
+    ASSERT_TRUE(lvWriteFiles(home.path(), {{"other.json", R"({"theme": "dark"})"}}));
     struct Case {
         QStringList arguments;
         const char* says;
     };
-    for (const Case& c : {Case{{QStringLiteral("--headless"), QStringLiteral("--video-size"), QStringLiteral("1x1")},
-                               "from 16 to 4096"},
-                          Case{{QStringLiteral("--headless"), QStringLiteral("--fps"), QStringLiteral("0")}, "from 1 to 240"},
-                          Case{{QStringLiteral("--headless"), QStringLiteral("--effect"), QStringLiteral("No Such Effect")},
-                               "unknown effect \"No Such Effect\""},
-                          Case{{QStringLiteral("--headless"), QStringLiteral("--source"), QStringLiteral("webcam")},
-                               "did you mean: Webcam?"},
-                          Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), QStringLiteral("Nobody's Show")},
+    for (const Case& c : {Case{{"--headless", "--video-size", "1x1"}, "from 16 to 4096"},
+                          Case{{"--headless", "--fps", "0"}, "from 1 to 240"},
+                          Case{{"--headless", "--effect", "No Such Effect"}, "unknown effect \"No Such Effect\""},
+                          Case{{"--headless", "--source", "webcam"}, "did you mean: Webcam?"},
+                          Case{{"--headless", "--setup", "Nobody's Show"},
                                "no readable saved setup named \"Nobody's Show\""},
-                          Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), QStringLiteral("/missing/file.json")},
+                          Case{{"--headless", "--setup", "/missing/file.json"},
                                "setup file /missing/file.json does not exist"},
-                          Case{{QStringLiteral("--headless"), QStringLiteral("--setup"), home.filePath(QStringLiteral("other.json"))},
+                          Case{{"--headless", "--setup", home.filePath(QStringLiteral("other.json"))},
                                "holds no effects"}}) {
         run(c.arguments);
         EXPECT_EQ(process.exitCode(), 2) << c.says;
@@ -161,8 +160,7 @@ TEST_F(LVHeadlessProcessTest, RefusesBadInputBeforeStarting)
 TEST_F(LVHeadlessProcessTest, SignalsEndItCleanly)
 {
     for (int signalNumber : {SIGTERM, SIGINT}) {
-        process.setArguments({QStringLiteral("--headless"), QStringLiteral("--fps"), QStringLiteral("30"),
-                              QStringLiteral("--video-size"), QStringLiteral("64x48")});
+        process.setArguments({"--headless", "--fps", "30", "--video-size", "64x48"});
         LVShmem reader;
         process.start();
         ASSERT_TRUE(process.waitForStarted());
@@ -195,7 +193,7 @@ TEST_F(LVHeadlessProcessTest, ASecondInstanceSaysWhoPublishesAndRunsWithoutPubli
     QProcess first;
     first.setProcessEnvironment(process.processEnvironment());
     first.setProgram(process.program());
-    ASSERT_TRUE(startPublishing(first, {QStringLiteral("--headless"), QStringLiteral("--video-size"), QStringLiteral("64x48")}));
+    ASSERT_TRUE(startPublishing(first, {"--headless", "--video-size", "64x48"}));
     LVShmem reader(LVShmemRole::Reader); // opened on the segments the first one made
     const QString firstPid = QString::number(first.processId());
 
@@ -206,16 +204,15 @@ TEST_F(LVHeadlessProcessTest, ASecondInstanceSaysWhoPublishesAndRunsWithoutPubli
     };
     const Case cases[] = {
         {{}, 1, "another Lumaveil (pid %1) already publishes frames"},
-        {{QStringLiteral("--no-publish")},
-         0,
-         "frames to nowhere (Frames are not published: another Lumaveil (pid %1) publishes)"},
+        {{"--no-publish"},
+         0, "frames to nowhere (Frames are not published: another Lumaveil (pid %1) publishes)"},
     };
     for (const Case& c : cases) {
-        run(QStringList{QStringLiteral("--headless"), QStringLiteral("--frames"), QStringLiteral("3")} + c.extra);
+        run(QStringList{"--headless", "--frames", "3"} + c.extra);
         EXPECT_EQ(process.exitCode(), c.exitCode) << err.toStdString();
         EXPECT_TRUE(err.contains(QString::fromLatin1(c.says).arg(firstPid))) << err.toStdString();
         if (c.exitCode != 0) {
-            EXPECT_TRUE(err.contains(QStringLiteral("--no-publish"))) << "the way out is named";
+            EXPECT_TRUE(err.contains("--no-publish")) << "the way out is named";
         }
         // The first one still owns the camera.
         EXPECT_EQ(reader.otherLiveProducer(), uint32_t(first.processId()));
@@ -238,21 +235,11 @@ TEST_F(LVHeadlessProcessTest, AHugeShaderNeitherHoldsTheFramesNorTheQuit)
     for (int i = 0; shader.size() < 1000 * 1000; ++i)
         shader += QStringLiteral("    a += sin(a * %1.0 + isf_FragNormCoord.x);\n").arg(i % 97).toLatin1();
     shader += "    gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0) + 0.0 * a;\n}\n";
-    const QString effects = home.filePath(QStringLiteral("effects"));
-    QDir().mkpath(effects);
-    QFile file(effects + QStringLiteral("/Huge.fs"));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(shader);
-    file.close();
-    QProcessEnvironment environment = process.processEnvironment();
-    environment.insert(QStringLiteral("LUMAVEIL_EFFECTS_DIR"), effects);
-    process.setProcessEnvironment(environment);
+    useEffects({{"Huge.fs", shader}});
 
     std::vector<uint8_t> frame;
     ASSERT_TRUE(startPublishing(process,
-                                {QStringLiteral("--headless"), QStringLiteral("--source"), QStringLiteral("Test Pattern"),
-                                 QStringLiteral("--effect"), QStringLiteral("Huge"), QStringLiteral("--video-size"),
-                                 QStringLiteral("64x48")},
+                                {"--headless", "--source", "Test Pattern", "--effect", "Huge", "--video-size", "64x48"},
                                 &frame));
     // The first frame asks for the program and is published without waiting for it: the
     // test pattern, not yet the red.
@@ -278,7 +265,7 @@ TEST_F(LVHeadlessProcessTest, LoadsASavedSetupByNameOrFromAFile)
     folders.bundled = home.filePath(QStringLiteral("no-effects"));
     LVEffectRegistry registry(folders);
     registry.findEffects();
-    const LVEffectRef bars = registry.instantiateNamedSource(QStringLiteral("Test Pattern"), context.get());
+    const LVEffectRef bars = registry.instantiateNamedSource("Test Pattern", context.get());
     ASSERT_TRUE(bars);
     const QString setupDir = home.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
     {
@@ -289,7 +276,7 @@ TEST_F(LVHeadlessProcessTest, LoadsASavedSetupByNameOrFromAFile)
     }
 
     for (const QString& setup : {QStringLiteral("Bars Only"), setupDir + QStringLiteral("/Bars Only")}) {
-        run({QStringLiteral("--headless"), QStringLiteral("--frames"), QStringLiteral("2"), QStringLiteral("--setup"),
+        run({"--headless", "--frames", "2", "--setup",
              setup});
         EXPECT_EQ(process.exitCode(), 0) << err.toStdString();
         ASSERT_EQ(statusLines().size(), 1) << err.toStdString();
@@ -302,20 +289,10 @@ TEST_F(LVHeadlessProcessTest, LoadsASavedSetupByNameOrFromAFile)
 TEST_F(LVHeadlessProcessTest, TimeDrivenCompositionsAnimateFromTheFirstFrame)
 {
     // Red follows TIME through a second; a time base of zero would hold it still.
-    const QString effects = home.filePath(QStringLiteral("effects"));
-    ASSERT_TRUE(QDir().mkpath(effects));
-    QFile ramp(effects + QStringLiteral("/Time Ramp.fs"));
-    ASSERT_TRUE(ramp.open(QIODevice::WriteOnly));
-    ramp.write(R"(/*{ "INPUTS": [{"NAME": "inputImage", "TYPE": "image"}] }*/
+    useEffects({{"Time Ramp.fs", R"(/*{ "INPUTS": [{"NAME": "inputImage", "TYPE": "image"}] }*/
 void main() { gl_FragColor = vec4(fract(TIME), 0.0, 0.0, 1.0); }
-)");
-    ramp.close();
-    QProcessEnvironment environment = process.processEnvironment();
-    environment.insert(QStringLiteral("LUMAVEIL_EFFECTS_DIR"), effects);
-    process.setProcessEnvironment(environment);
-    process.setArguments({QStringLiteral("--headless"), QStringLiteral("--effect"), QStringLiteral("Time Ramp"),
-                          QStringLiteral("--fps"), QStringLiteral("30"), QStringLiteral("--video-size"),
-                          QStringLiteral("64x48")});
+)"}});
+    process.setArguments({"--headless", "--effect", "Time Ramp", "--fps", "30", "--video-size", "64x48"});
     process.start();
     ASSERT_TRUE(process.waitForStarted());
     std::set<int> reds;
