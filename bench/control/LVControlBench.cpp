@@ -4,21 +4,16 @@
 //   cut:       from sending "cut" to the first published frame that shows the new Program,
 //              against the frame period.
 // Prints one JSON object per figure.
-#include "bench/support/LVBenchApp.h"
+#include "bench/support/LVBenchFigures.h"
+#include "bench/support/LVBenchStudio.h"
 #include "control/midi/LVMIDIPort.h"
 #include "control/surface/LVControlSurface.h"
-#include "core/LVDefaults.h"
 #include "transport/LVShmem.h"
-#include "setups/model/LVSetupManager.h"
-#include "studio/LVStudio.h"
-#include "tests/app/LVTestKinds.h"
 
 #include <QEventLoop>
 #include <QFile>
 #include <QGuiApplication>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
 #include <algorithm>
 #include <chrono>
@@ -42,18 +37,6 @@ public:
 double msSince(Clock::time_point start)
 {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-double percentile(std::vector<double> samples, double fraction)
-{
-    if (samples.empty()) return 0;
-    std::sort(samples.begin(), samples.end());
-    return samples[std::min(samples.size() - 1, size_t(fraction * double(samples.size() - 1) + 0.5))];
-}
-
-double round3(double value)
-{
-    return double(qRound64(value * 1000.0)) / 1000.0;
 }
 
 int connectUnix(const QString& path)
@@ -146,54 +129,27 @@ void runWhileServing(Work work)
     client.join();
 }
 
-// A controller with a studio of setups on disk, served on a control socket.
-struct Rig {
-    QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<Lumaveil> app;
-    std::unique_ptr<LVSetupManager> setups;
-    LVStudio* studio = nullptr;
+// The studio served on a control socket.
+struct Rig : LVBenchStudio {
     std::unique_ptr<LVControlSurface> control;
 
     Rig(const std::vector<std::pair<QString, QString>>& namedKinds, bool timer, int frameRate)
+        : LVBenchStudio("bench_control", namedKinds, launchOptions(timer, frameRate), true)
     {
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
-        defaults = std::make_unique<LVDefaults>(dir.filePath("prefs.json"));
+        control = std::make_unique<LVControlSurface>(*app, studio, std::make_unique<LVSilentMIDIPort>(),
+                                                     dir.filePath("run/control.sock"));
+    }
+    ~Rig() { control.reset(); }
+
+    static LVLaunchOptions launchOptions(bool timer, int frameRate)
+    {
         LVLaunchOptions options;
         options.videoSize = QSize(1280, 720);
         options.frameRate = frameRate;
         options.startTimer = timer;
-        app = lvStartBenchApp(*defaults, QDir(dir.path()), options, "bench_control");
-        if (!app) std::exit(1);
-        setups = std::make_unique<LVSetupManager>(*defaults, app->context(), dir.filePath("Saved Setups"));
-        setups->startup();
-        app->setSetupCatalog(setups.get());
-        for (const auto& [name, className] : namedKinds) {
-            setups->newSavedSetupWithName(name, {makeTestEffect(className, app->context())});
-        }
-        auto owned = std::make_unique<LVStudio>(*app, *setups);
-        studio = owned.get();
-        app->setStudio(std::move(owned));
-        studio->startup();
-        control = std::make_unique<LVControlSurface>(*app, studio, std::make_unique<LVSilentMIDIPort>(),
-                                                     dir.filePath("run/control.sock"));
-    }
-
-    ~Rig()
-    {
-        control.reset();
-        app->applicationWillTerminate();
-        app->setStudio(nullptr);
-        setups.reset();
-        app.reset();
+        return options;
     }
 };
-
-void printJson(const QJsonObject& object)
-{
-    std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
-    std::fflush(stdout);
-}
 
 void benchRoundTrip(int count)
 {
@@ -224,19 +180,19 @@ void benchRoundTrip(int count)
         qsizetype echoBytes = 0;
         echo = roundTrips(echoPath, request, 100, count, &echoBytes);
     }
-    const double p99 = percentile(control, 0.99);
-    const double echoP99 = percentile(echo, 0.99);
-    printJson(QJsonObject{
+    const double p99 = lvPercentile(control, 0.99);
+    const double echoP99 = lvPercentile(echo, 0.99);
+    lvPrintJson(QJsonObject{
         {"figure", "get studioButtons round trip"},
         {"buttons", int(rig.studio->studioButtons().size())},
         {"reply_bytes", replyBytes},
         {"requests", count},
-        {"p50_ms", round3(percentile(control, 0.5))},
-        {"p99_ms", round3(p99)},
-        {"echo_p50_ms", round3(percentile(echo, 0.5))},
-        {"echo_p99_ms", round3(echoP99)},
-        {"p99_ratio_to_echo", round3(echoP99 > 0 ? p99 / echoP99 : 0)},
-        {"handling_p50_ms", round3(percentile(handling, 0.5))},
+        {"p50_ms", lvRound3(lvPercentile(control, 0.5))},
+        {"p99_ms", lvRound3(p99)},
+        {"echo_p50_ms", lvRound3(lvPercentile(echo, 0.5))},
+        {"echo_p99_ms", lvRound3(echoP99)},
+        {"p99_ratio_to_echo", lvRound3(echoP99 > 0 ? p99 / echoP99 : 0)},
+        {"handling_p50_ms", lvRound3(lvPercentile(handling, 0.5))},
     });
 }
 
@@ -299,18 +255,18 @@ void benchCutToFrame(int count, int frameRate)
         }
         ::close(fd);
     });
-    printJson(QJsonObject{
+    lvPrintJson(QJsonObject{
         {"figure", "cut request to first changed frame in shared memory"},
         {"size", "1280x720"},
         {"frame_rate", frameRate},
-        {"frame_period_ms", round3(periodMs)},
+        {"frame_period_ms", lvRound3(periodMs)},
         {"cuts", count},
-        {"reply_p50_ms", round3(percentile(toReply, 0.5))},
-        {"p50_ms", round3(percentile(toFrame, 0.5))},
-        {"p99_ms", round3(percentile(toFrame, 0.99))},
-        {"max_ms", round3(percentile(toFrame, 1.0))},
-        {"max_in_frame_periods", round3(percentile(toFrame, 1.0) / periodMs)},
-        {"measured_fps", round3(rig.app->measuredFps())},
+        {"reply_p50_ms", lvRound3(lvPercentile(toReply, 0.5))},
+        {"p50_ms", lvRound3(lvPercentile(toFrame, 0.5))},
+        {"p99_ms", lvRound3(lvPercentile(toFrame, 0.99))},
+        {"max_ms", lvRound3(lvPercentile(toFrame, 1.0))},
+        {"max_in_frame_periods", lvRound3(lvPercentile(toFrame, 1.0) / periodMs)},
+        {"measured_fps", lvRound3(rig.app->measuredFps())},
         // Frames published after the request was sent that still showed the old Program.
         {"old_frames_max", *std::max_element(staleFrames.begin(), staleFrames.end())},
     });

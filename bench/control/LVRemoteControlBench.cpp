@@ -4,19 +4,14 @@
 //   frame-start lateness p50/p99 and frame interval p99 with the clients, against the same
 //   figures over an equal stretch without them;
 //   request round trip p50/p99 as the clients measure it.
-#include "bench/support/LVBenchApp.h"
+#include "bench/support/LVBenchFigures.h"
+#include "bench/support/LVBenchStudio.h"
 #include "control/websocket/LVRemoteControlService.h"
-#include "core/LVDefaults.h"
-#include "core/Lumaveil.h"
-#include "setups/model/LVSetupManager.h"
-#include "studio/LVStudio.h"
-#include "tests/app/LVTestKinds.h"
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QGuiApplication>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -36,18 +31,6 @@ namespace {
 constexpr int kClients = 10;
 constexpr int kRequestsPerSecond = 100;
 const QString kPassword = QStringLiteral("bench password");
-
-double percentile(std::vector<double> samples, double fraction)
-{
-    if (samples.empty()) return 0;
-    std::sort(samples.begin(), samples.end());
-    return samples[std::min(samples.size() - 1, size_t(fraction * double(samples.size() - 1) + 0.5))];
-}
-
-double round3(double value)
-{
-    return double(qRound64(value * 1000.0)) / 1000.0;
-}
 
 // The clients' thread: identifies every client, then sends requests round-robin at the
 // total rate, timing each from send to answer.
@@ -179,23 +162,13 @@ int main(int argc, char** argv)
     const int seconds = argc > 1 ? std::max(2, atoi(argv[1])) : 10;
 
     qputenv("LUMAVEIL_SHM_PREFIX", QByteArray("lvbench.remote.") + QByteArray::number(QCoreApplication::applicationPid()) + '.');
-    LVDefaults defaults(dir.filePath("prefs.json"));
-    defaults.setValue("remoteControlPassword", kPassword);
     LVLaunchOptions options;
     options.videoSize = QSize(1280, 720);
     options.frameRate = 30;
-    std::unique_ptr<Lumaveil> app = lvStartBenchApp(defaults, QDir(dir.path()), options, "bench_remote_control");
-    if (!app) return 1;
-    auto setups = std::make_unique<LVSetupManager>(defaults, app->context(), dir.filePath("Saved Setups"));
-    setups->startup();
-    app->setSetupCatalog(setups.get());
-    for (const char* name : {"A", "B", "C"}) {
-        setups->newSavedSetupWithName(QString::fromLatin1(name), {makeTestEffect(QStringLiteral("RedSource"), app->context())});
-    }
-    auto owned = std::make_unique<LVStudio>(*app, *setups);
-    LVStudio* studio = owned.get();
-    app->setStudio(std::move(owned));
-    studio->startup();
+    LVBenchStudio rig("bench_remote_control", {{"A", "RedSource"}, {"B", "RedSource"}, {"C", "RedSource"}}, options);
+    rig.defaults->setValue("remoteControlPassword", kPassword);
+    Lumaveil* app = rig.app.get();
+    LVStudio* studio = rig.studio;
     studio->buttonHavingName("A")->punchToAir();
 
     int result = 0;
@@ -223,8 +196,8 @@ int main(int argc, char** argv)
         QObject::connect(&clients, &QThread::finished, &finishing, &QEventLoop::quit);
         if (!clients.isFinished()) finishing.exec();
 
-        const double quietP99 = percentile(quiet.lateness, 0.99);
-        const double busyP99 = percentile(busy.lateness, 0.99);
+        const double quietP99 = lvPercentile(quiet.lateness, 0.99);
+        const double busyP99 = lvPercentile(busy.lateness, 0.99);
         const QJsonObject figures{
             {"figure", "frame timer and request round trip with 10 remote-control clients"},
             {"size", "1280x720"},
@@ -234,24 +207,20 @@ int main(int argc, char** argv)
             {"seconds_each", seconds},
             {"requests_answered", qint64(clients.roundTripsMs.size())},
             {"requests_failed", clients.failures},
-            {"late_p50_ms_without_clients", round3(percentile(quiet.lateness, 0.5))},
-            {"late_p99_ms_without_clients", round3(quietP99)},
-            {"late_p50_ms_with_clients", round3(percentile(busy.lateness, 0.5))},
-            {"late_p99_ms_with_clients", round3(busyP99)},
-            {"late_p99_ratio", round3(quietP99 > 0 ? busyP99 / quietP99 : 0)},
-            {"interval_p99_ms_without_clients", round3(percentile(quiet.intervals, 0.99))},
-            {"interval_p99_ms_with_clients", round3(percentile(busy.intervals, 0.99))},
-            {"fps_without_clients", round3(quiet.intervals.empty() ? 0 : 1000.0 * double(quiet.intervals.size()) / (double(seconds) * 1000.0))},
-            {"fps_with_clients", round3(busy.intervals.empty() ? 0 : 1000.0 * double(busy.intervals.size()) / (double(seconds) * 1000.0))},
-            {"round_trip_p50_ms", round3(percentile(clients.roundTripsMs, 0.5))},
-            {"round_trip_p99_ms", round3(percentile(clients.roundTripsMs, 0.99))},
+            {"late_p50_ms_without_clients", lvRound3(lvPercentile(quiet.lateness, 0.5))},
+            {"late_p99_ms_without_clients", lvRound3(quietP99)},
+            {"late_p50_ms_with_clients", lvRound3(lvPercentile(busy.lateness, 0.5))},
+            {"late_p99_ms_with_clients", lvRound3(busyP99)},
+            {"late_p99_ratio", lvRound3(quietP99 > 0 ? busyP99 / quietP99 : 0)},
+            {"interval_p99_ms_without_clients", lvRound3(lvPercentile(quiet.intervals, 0.99))},
+            {"interval_p99_ms_with_clients", lvRound3(lvPercentile(busy.intervals, 0.99))},
+            {"fps_without_clients", lvRound3(quiet.intervals.empty() ? 0 : 1000.0 * double(quiet.intervals.size()) / (double(seconds) * 1000.0))},
+            {"fps_with_clients", lvRound3(busy.intervals.empty() ? 0 : 1000.0 * double(busy.intervals.size()) / (double(seconds) * 1000.0))},
+            {"round_trip_p50_ms", lvRound3(lvPercentile(clients.roundTripsMs, 0.5))},
+            {"round_trip_p99_ms", lvRound3(lvPercentile(clients.roundTripsMs, 0.99))},
         };
-        std::printf("%s\n", QJsonDocument(figures).toJson(QJsonDocument::Compact).constData());
+        lvPrintJson(figures);
         if (clients.identified != kClients) result = 1;
     }
-    app->applicationWillTerminate();
-    app->setStudio(nullptr);
-    setups.reset();
-    app.reset();
     return result;
 }

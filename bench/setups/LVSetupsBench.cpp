@@ -123,29 +123,11 @@ void BM_ScanAndShowSetupsWindow(benchmark::State& state)
     });
 }
 
-// The worst case: the scan, the list in order and every icon decoded.
-void BM_ScanAndListWithIcons(benchmark::State& state)
-{
-    scanSetups(state, [](LVSetupManager& manager) {
-        auto shown = manager.currentSet()->setups();
-        std::sort(shown.begin(), shown.end(), [](const auto& a, const auto& b) { return LVSavedSetup::lessThan(a, b); });
-        for (const auto& setup : shown) benchmark::DoNotOptimize(setup->icon().constBits());
-    });
-}
-
 void BM_CatOneSetup(benchmark::State& state)
 {
     Catalogue& c = catalogue();
     const QString command = "cat -- " + quoted(c.oneSetup);
     for (auto _ : state) benchmark::DoNotOptimize(readCommand(command));
-    state.SetBytesProcessed(state.iterations() * c.oneSetupBytes);
-}
-
-// In-process reference: the file's bytes with no parsing.
-void BM_ReadOneSetupBytes(benchmark::State& state)
-{
-    Catalogue& c = catalogue();
-    for (auto _ : state) benchmark::DoNotOptimize(readAll(c.oneSetup).size());
     state.SetBytesProcessed(state.iterations() * c.oneSetupBytes);
 }
 
@@ -159,25 +141,11 @@ void BM_LoadOneSetupIntoChain(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * c.oneSetupBytes);
 }
 
-// Loading from the catalogue (as loadNamedSetup does): the bytes are already in memory.
-void BM_LoadNamedSetupIntoChain(benchmark::State& state)
-{
-    Catalogue& c = catalogue();
-    LVDefaults defaults(c.dir.filePath("prefs.json"));
-    LVSetupManager manager(defaults, nullptr, c.setupDir);
-    manager.startup();
-    for (auto _ : state) benchmark::DoNotOptimize(manager.effectsOfNamedSetup("Setup 0500", nullptr)->size());
-    state.SetBytesProcessed(state.iterations() * c.oneSetupBytes);
-}
-
 BENCHMARK(BM_CatAllSetups)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ScanSetups)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ScanAndShowSetupsWindow)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_ScanAndListWithIcons)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_CatOneSetup)->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_ReadOneSetupBytes)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_LoadOneSetupIntoChain)->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_LoadNamedSetupIntoChain)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 } // namespace
 
