@@ -12,7 +12,8 @@ TEST(LVCamHeadless, WebcamSourcePublishesTheFirstCamerasPictures)
     ASSERT_TRUE(home.isValid());
     QProcessEnvironment environment = lvPrivateEnvironment(home);
     // Both show SMPTE bars; the second camera's wide picture would leave the top rows black.
-    environment.insert("LUMAVEIL_TEST_CAMERAS", "Bars Cam=video/x-raw,format=YUY2,width=320,height=240,framerate=15/1|"
+    environment.insert("LUMAVEIL_TEST_CAMERAS",
+                       "Bars Cam=video/x-raw,format=YUY2,width=320,height=240,framerate=15/1|"
                        "Wide Cam=video/x-raw,format=NV12,width=320,height=120,framerate=15/1");
     QProcess process;
     process.setProcessEnvironment(environment);
