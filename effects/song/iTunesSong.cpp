@@ -219,3 +219,13 @@ QString iTunesSong::statusNote() const
     if (!found) return chosen.isEmpty() ? QStringLiteral("No media player found") : QStringLiteral("No player named %1").arg(chosen);
     return QStringLiteral("Nothing is playing");
 }
+
+QStringList iTunesSong::inspectorNotes() const
+{
+    QStringList names;
+    if (watcher_) {
+        for (const auto& entry : watcher_->players()) names.append(LVMprisShortName(entry.first));
+    }
+    if (names.isEmpty()) return {QStringLiteral("Shows what a media player on the session bus plays.")};
+    return {QStringLiteral("Players: %1. Leave Player empty for the first one playing.").arg(names.join(QStringLiteral(", ")))};
+}

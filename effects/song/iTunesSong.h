@@ -40,6 +40,8 @@ public:
     void destruct() override;
     void doit() override;
     QString statusNote() const override;
+    // The players found, so a user knows what to type as the player.
+    QStringList inspectorNotes() const override;
 
     // The track drawn now; none when nothing plays.
     const std::optional<LVSongTrack>& shownTrack() const { return shown_; }

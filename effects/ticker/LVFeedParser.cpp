@@ -30,9 +30,9 @@ bool LVParseFeed(const QByteArray& bytes, LVFeed* feed, QString* error)
 {
     *feed = LVFeed();
     QXmlStreamReader reader(bytes);
+    // A document without a root element is an error to the reader, so it always says why.
     if (!reader.readNextStartElement()) {
-        *error = reader.hasError() ? QStringLiteral("line %1: %2").arg(reader.lineNumber()).arg(reader.errorString())
-                                   : QStringLiteral("empty document");
+        *error = QStringLiteral("line %1: %2").arg(reader.lineNumber()).arg(reader.errorString());
         return false;
     }
     const QString root = reader.name().toString();
@@ -60,7 +60,8 @@ bool LVParseFeed(const QByteArray& bytes, LVFeed* feed, QString* error)
             // Only an item's own title, and the channel's, not those of images or sources.
             const bool ownTitle = itemDepth ? depth == itemDepth + 1 && !itemHasTitle : feed->title.isEmpty();
             bool markup = false;
-            const QString text = cleanTitle(elementText(reader, &markup), markup);
+            const QString raw = elementText(reader, &markup);
+            const QString text = cleanTitle(raw, markup);
             --depth;  // readElementText consumed the end element
             if (!ownTitle) continue;
             if (!itemDepth) {

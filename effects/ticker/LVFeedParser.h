@@ -14,6 +14,6 @@ struct LVFeed {
 inline constexpr int kLVFeedItemLimit = 200;
 inline constexpr int kLVFeedTitleLimit = 300;
 
-// False, with error saying why ("line 3: Premature end of document", "not an RSS or Atom
+// False, with error saying why ("line 3: Premature end of document.", "not an RSS or Atom
 // feed (root element html)"), when the bytes are not a feed.
 bool LVParseFeed(const QByteArray& bytes, LVFeed* feed, QString* error);

@@ -22,7 +22,11 @@ LVFeedReader::LVFeedReader(QObject* parent)
 
 LVFeedReader::~LVFeedReader()
 {
-    if (reply_) reply_->abort();
+    // Quietly: the owner is going away and wants no answer.
+    if (reply_) {
+        reply_->disconnect(this);
+        reply_->abort();
+    }
     std::lock_guard lock(alive_->mutex);
     alive_->reader = nullptr;
 }

@@ -154,7 +154,8 @@ void NewsTicker::fetched(const LVFeed& feed)
 void NewsTicker::failed(const QString& error)
 {
     // Said once per run of failures: a feed that is down for a day gives one line, not 96.
-    if (lastError_.isEmpty()) LVLog("NewsTicker: %s; the last headlines stay", qPrintable(error));
+    if (lastError_.isEmpty())
+        LVLog("NewsTicker: %s%s", qPrintable(error), items_.isEmpty() ? "" : "; the last headlines stay");
     lastError_ = error;
 }
 
