@@ -43,8 +43,6 @@ TEST(LVMprisPlayers, MetadataBecomesATrack)
         {"text of the wrong type is left empty",
          {{"xesam:title", 42}, {"xesam:album", QStringList{"x"}}, {"xesam:artist", 7}},
          {}},
-        {"surrounding blanks go", {{"xesam:title", "  Padded \n"}}, {"Padded", {}, {}, {}}},
-        {"nothing", {}, {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -129,68 +127,22 @@ LVSongStyle redStyle()
     return style;
 }
 
-int countPixels(const QImage& image, QRgb colour)
-{
-    int n = 0;
-    for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x) n += image.pixel(x, y) == colour;
-    return n;
-}
-
-TEST(iTunesSongLayout, TheOverlayHoldsTheChosenLinesAndTheCover)
+TEST(iTunesSongLayout, TheOverlayHoldsTheChosenLinesBesideTheCover)
 {
     const LVSongTrack track{"Title", "Artist", "Album", ""};
     QImage cover(40, 40, QImage::Format_RGB32);
     cover.fill(Qt::green);
-    const LVSongStyle all = redStyle();
-    const QImage full = iTunesSong::composeOverlay(track, QImage(), all);
+    LVSongStyle style = redStyle();
+    const QImage full = iTunesSong::composeOverlay(track, QImage(), style);
     ASSERT_FALSE(full.isNull());
-
-    LVSongStyle titleOnly = all;
-    titleOnly.showArtist = titleOnly.showAlbum = false;
-    const QImage title = iTunesSong::composeOverlay(track, QImage(), titleOnly);
-    EXPECT_LT(title.height(), full.height()) << "fewer lines, lower picture";
-
-    LVSongStyle none = all;
-    none.showTitle = none.showArtist = none.showAlbum = false;
-    EXPECT_TRUE(iTunesSong::composeOverlay(track, cover, none).isNull()) << "a cover alone is not drawn";
-    EXPECT_TRUE(iTunesSong::composeOverlay(LVSongTrack{}, cover, all).isNull());
-
-    const QImage withCover = iTunesSong::composeOverlay(track, cover, all);
+    const QImage withCover = iTunesSong::composeOverlay(track, cover, style);
     EXPECT_EQ(withCover.height(), full.height());
-    EXPECT_GT(withCover.width(), full.width() + full.height() - 1) << "the cover sits beside the text, as tall as it";
-    EXPECT_EQ(withCover.pixel(1, withCover.height() / 2), QColor(Qt::green).rgba());
-    EXPECT_EQ(countPixels(full, QColor(Qt::green).rgba()), 0);
+    EXPECT_GE(withCover.width(), full.width() + full.height()) << "a square cover as tall as the text, beside it";
 
-    LVSongStyle coverOff = all;
-    coverOff.showCover = false;
-    EXPECT_EQ(iTunesSong::composeOverlay(track, cover, coverOff).size(), full.size());
-
-    // A very wide cover is scaled down to fit, not stretched.
-    QImage banner(400, 10, QImage::Format_RGB32);
-    banner.fill(Qt::green);
-    const QImage withBanner = iTunesSong::composeOverlay(track, banner, all);
-    EXPECT_LE(withBanner.width(), full.width() + 2 * full.height() + all.fontSize);
-}
-
-TEST(iTunesSongLayout, EachPositionKeepsTheOverlayInItsCorner)
-{
-    const QSize frame(300, 150), overlay(100, 40);
-    const int margin = 5;  // a thirtieth of the height
-    struct Case {
-        int position;
-        QPoint origin;
-    };
-    const Case cases[] = {
-        {0, {margin, margin}},
-        {1, {300 - margin - 100, margin}},
-        {2, {margin, 150 - margin - 40}},
-        {3, {300 - margin - 100, 150 - margin - 40}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.position);
-        EXPECT_EQ(iTunesSong::placement(c.position, overlay, frame), QRect(c.origin, overlay));
-    }
+    style.showArtist = style.showAlbum = false;
+    EXPECT_LT(iTunesSong::composeOverlay(track, QImage(), style).height(), full.height()) << "fewer lines, lower picture";
+    style.showTitle = false;
+    EXPECT_TRUE(iTunesSong::composeOverlay(track, cover, style).isNull()) << "a cover alone is not drawn";
 }
 
 class iTunesSongBusTest : public ::testing::Test {
@@ -254,9 +206,10 @@ TEST_F(iTunesSongBusTest, WithNothingPlayingItDrawsNothingAndSaysWhy)
     EXPECT_EQ(render().count(lvIsRed), 0);
 }
 
-TEST_F(iTunesSongBusTest, ThePlayingTrackIsDrawnWherePlacedAndFollowsEveryChange)
+TEST_F(iTunesSongBusTest, ThePlayingTrackIsDrawnWherePlacedAndFollowsThePlayer)
 {
-    LVFakeMprisPlayer player(QStringLiteral("alpha"));
+    auto owned = std::make_unique<LVFakeMprisPlayer>(QStringLiteral("alpha"));
+    LVFakeMprisPlayer& player = *owned;
     ASSERT_TRUE(player.isRegistered());
     player.play(QStringLiteral("Hello"), {QStringLiteral("Ann"), QStringLiteral("Bob")}, QStringLiteral("First"));
     ASSERT_TRUE(shows(QStringLiteral("Hello")));
@@ -285,15 +238,9 @@ TEST_F(iTunesSongBusTest, ThePlayingTrackIsDrawnWherePlacedAndFollowsEveryChange
     player.setStatus(QStringLiteral("Playing"));
     ASSERT_TRUE(shows(QStringLiteral("Next")));
     EXPECT_GT(render().count(lvIsRed), 20);
-}
 
-TEST_F(iTunesSongBusTest, APlayerThatLeavesTakesItsTrackAlong)
-{
-    auto player = std::make_unique<LVFakeMprisPlayer>(QStringLiteral("leaving"));
-    player->play(QStringLiteral("Gone Soon"), {}, QString());
-    ASSERT_TRUE(shows(QStringLiteral("Gone Soon")));
-    player.reset();
-    ASSERT_TRUE(lvWaitFor([&] { return !song->shownTrack(); }));
+    owned.reset();
+    ASSERT_TRUE(lvWaitFor([&] { return !song->shownTrack(); })) << "a player that leaves takes its track along";
     EXPECT_EQ(song->statusNote(), QStringLiteral("No media player found"));
     EXPECT_EQ(render().count(lvIsRed), 0);
 }
