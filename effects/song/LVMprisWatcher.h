@@ -8,6 +8,7 @@
 #include <QHash>
 #include <QObject>
 
+#include <functional>
 #include <map>
 
 class QDBusMessage;

@@ -158,6 +158,8 @@ protected:
 
     void TearDown() override
     {
+        // No layout may outlive the fonts of the application.
+        song->waitForOverlay();
         song.reset();
         ctx.reset();
     }

@@ -38,6 +38,8 @@ protected:
 
     void TearDown() override
     {
+        // No layout may outlive the fonts of the application.
+        ticker->waitForOverlay();
         ticker.reset();
         server.reset();
         ctx.reset();
@@ -235,6 +237,7 @@ TEST_F(NewsTickerTest, SettingsSurviveASavedSetupAndTheFeedIsReadAgain)
     auto* restored = dynamic_cast<NewsTicker*>(loaded.get());
     ASSERT_TRUE(restored);
     EXPECT_TRUE(lvWaitFor([&] { return restored->items() == QStringList{"Restored"}; })) << "a loaded ticker fetches at once";
+    restored->waitForOverlay();
 }
 
 } // namespace
