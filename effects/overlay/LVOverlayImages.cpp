@@ -1,6 +1,5 @@
 #include "effects/overlay/LVOverlayImages.h"
 
-#include <QRunnable>
 #include <QThreadPool>
 
 LVOverlayImages::LVOverlayImages() : mailbox_(std::make_shared<Mailbox>()) {}
@@ -22,21 +21,20 @@ void LVOverlayImages::render(Job job)
     });
 }
 
-bool LVOverlayImages::upload(LVContext& ctx)
+void LVOverlayImages::upload(LVContext& ctx)
 {
     std::optional<std::vector<QImage>> images;
     {
         std::lock_guard lock(mailbox_->mutex);
         images.swap(mailbox_->ready);
     }
-    if (!images) return false;
+    if (!images) return;
     release(&ctx);
     for (const QImage& image : *images) {
         LVTexture texture;
         if (!image.isNull()) texture.name = ctx.textureFromImage(image, &texture.width, &texture.height);
         textures_.push_back(texture);
     }
-    return true;
 }
 
 void LVOverlayImages::release(LVContext* ctx)

@@ -29,13 +29,12 @@ public:
     // so a quick succession of changes never shows an outdated picture.
     void render(Job job);
     // Render thread: takes a finished set and uploads it (freeing the textures it replaces).
-    // Answers whether the textures changed.
-    bool upload(LVContext& ctx);
+    void upload(LVContext& ctx);
     // What the last finished job made, in its order; a null image gives an empty texture.
     const std::vector<LVTexture>& textures() const { return textures_; }
     // Frees the textures; ctx is the context they were made in.
     void release(LVContext* ctx);
-    // Blocks until every job started so far has finished (tests, shutdown).
+    // Blocks until every job started so far has finished (tests).
     void waitUntilIdle() const;
 
 private:
