@@ -81,6 +81,7 @@ void LVMprisWatcher::nameOwnerChanged(const QString& name, const QString& oldOwn
     if (LVMprisShortName(name).isEmpty()) return;
     if (!oldOwner.isEmpty()) {
         busNameByOwner_.remove(oldOwner);
+        signalsApplied_.remove(name);
         if (players_.erase(name)) emit changed();
     }
     if (!newOwner.isEmpty()) addPlayer(name, newOwner);
@@ -96,13 +97,17 @@ void LVMprisWatcher::fetchPlayer(const QString& busName)
 {
     QDBusMessage call = QDBusMessage::createMethodCall(busName, kPlayerPath, kPropertiesInterface, QStringLiteral("GetAll"));
     call << kPlayerInterface;
-    whenFinished(bus_.asyncCall(call), [this, busName](const QDBusMessage& reply) {
+    whenFinished(bus_.asyncCall(call), [this, busName, seen = signalsApplied_.value(busName)](const QDBusMessage& reply) {
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
             LVLog("iTunesSong: GetAll of %s: %s", qPrintable(busName), qPrintable(reply.errorMessage()));
             return;
         }
         // The player may have left while the call was under way.
         if (busNameByOwner_.key(busName).isEmpty()) return;
+        if (signalsApplied_.value(busName) != seen) {
+            fetchPlayer(busName);
+            return;
+        }
         if (applyProperties(busName, toVariantMap(reply.arguments().constFirst()))) emit changed();
     });
 }
@@ -117,6 +122,7 @@ void LVMprisWatcher::propertiesChanged(const QString& interface, const QVariantM
         fetchPlayer(busName);
         return;
     }
+    ++signalsApplied_[busName];
     if (applyProperties(busName, changedProperties)) emit changed();
 }
 

@@ -45,4 +45,7 @@ private:
     QDBusConnection bus_;
     std::map<QString, LVMprisPlayer> players_;
     QHash<QString, QString> busNameByOwner_;  // unique name (":1.42") -> bus name
+    // Signals applied per bus name. Qt may hand over a call's reply after a signal the player
+    // sent later, so a reply that was overtaken is stale and asked for again.
+    QHash<QString, quint64> signalsApplied_;
 };
