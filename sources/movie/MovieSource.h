@@ -5,7 +5,7 @@
 #include "core/LVControllerInterfaces.h"
 #include "core/LVEffect.h"
 #include "render/LVGL.h"
-#include "sources/movie/KDCoreImageText.h"
+#include "core/util/KDCoreImageText.h"
 #include "sources/movie/LVMovieFile.h"
 #include "sources/movie/LVMoviePlayer.h"
 

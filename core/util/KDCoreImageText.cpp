@@ -1,4 +1,4 @@
-#include "sources/movie/KDCoreImageText.h"
+#include "core/util/KDCoreImageText.h"
 
 #include <QFont>
 #include <QFontMetrics>
