@@ -33,7 +33,7 @@ class Browser:
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.socket = None
         self.next_id = 0
-        self.events = {}
+        self.seen_events = set()
 
     async def attach(self):
         # Chromium writes its DevTools port into this file once it listens; nothing to wait on.
@@ -63,10 +63,20 @@ class Browser:
                 if "error" in message:
                     raise RuntimeError(f"{method}: {message['error'].get('message')}")
                 return message.get("result", {})
+            if "method" in message:
+                self.seen_events.add(message["method"])
             if message.get("method") == "Runtime.exceptionThrown":
                 details = message["params"]["exceptionDetails"]
                 print(json.dumps({"pageError": details.get("exception", {}).get("description", details.get("text"))}),
                       file=sys.stderr, flush=True)
+
+    async def navigate(self, url):
+        self.seen_events.discard("Page.loadEventFired")
+        await self.send("Page.navigate", {"url": url})
+        while "Page.loadEventFired" not in self.seen_events:
+            message = json.loads(await self.socket.recv())
+            if "method" in message:
+                self.seen_events.add(message["method"])
 
     async def evaluate(self, expression):
         result = await self.send("Runtime.evaluate", {"expression": expression, "awaitPromise": True,
@@ -106,7 +116,7 @@ async def run(chromium, workdir):
                     browser = Browser(chromium, os.path.join(workdir, command[1]))
                     browsers[command[1]] = browser
                     await browser.attach()
-                    await browser.send("Page.navigate", {"url": command[2]})
+                    await browser.navigate(command[2])
                 elif kind == "eval":
                     value = await browsers[command[1]].evaluate(command[2])
                 elif kind == "wait":
