@@ -138,7 +138,7 @@ bool LVRemoteWebFront::handleRequest(const QHttpServerRequest& request, QTcpSock
     // Taken, yet unanswered: the HTTP server then upgrades the socket for the remote control.
     if (isWebSocketUpgrade(request)) return true;
     QHttpServerResponder responder = makeResponder(request, socket);
-    if (request.method() != QHttpServerRequest::Method::Get && request.method() != QHttpServerRequest::Method::Head) {
+    if (request.method() != QHttpServerRequest::Method::Get) {
         const Reply refused = textReply(405, "Only GET is served");
         responder.write(refused.body, refused.contentType, QHttpServerResponder::StatusCode::MethodNotAllowed);
         return true;
