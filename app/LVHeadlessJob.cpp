@@ -6,6 +6,7 @@
 #include "app/LVRestart.h"
 #include "control/surface/LVControlSurface.h"
 #include "control/websocket/LVRemoteControlService.h"
+#include "control/websocket/LVRemoteWebFront.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/util/LVLog.h"
@@ -307,6 +308,7 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVRemoteControlService::Options remoteOptions;
     remoteOptions.forceEnabled = commandLine.remoteControl;
     remoteOptions.port = commandLine.remoteControlPort;
+    remoteOptions.pagesFolder = LVRemoteWebFront::standardFolder();
     LVRemoteControlService remoteControl(*app, LVStudio::of(*app), remoteOptions);
     remoteControl.setHotkeys(&automation);
 

@@ -8,6 +8,7 @@
 #include "app/LVRestart.h"
 #include "control/surface/LVControlSurface.h"
 #include "control/websocket/LVRemoteControlService.h"
+#include "control/websocket/LVRemoteWebFront.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
@@ -162,9 +163,12 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVStudioController::addMenuEntry(window, openStudio);
     const std::unique_ptr<LVControlSurface> control = LVControlSurface::start(*lumaveil, LVStudio::of(*lumaveil));
     automation.addCommands(control->commands());
-    LVRemoteControlService remoteControl(*lumaveil, LVStudio::of(*lumaveil), {});
+    LVRemoteControlService::Options remoteOptions;
+    remoteOptions.pagesFolder = LVRemoteWebFront::standardFolder();
+    LVRemoteControlService remoteControl(*lumaveil, LVStudio::of(*lumaveil), remoteOptions);
     remoteControl.setHotkeys(&automation);
     window.setRemoteControlStatus([&remoteControl] { return remoteControl.status(); });
+    window.setRemoteControlLink([&remoteControl] { return remoteControl.accessLink(); });
     window.show();
     window.showBetaNagIfNeeded();
     if (commandLine.studio) openStudio();

@@ -14,7 +14,7 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Lumaveil developers <lumaveil@localhost>")
 set(CPACK_DEBIAN_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-libav, libegl-mesa0, libgl1-mesa-dri, fonts-dejavu-core")
+    "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-libav, libegl-mesa0, libgl1-mesa-dri, fonts-dejavu-core, libqt6httpserver6, libqrencode4")
 # The camera device for video-call programs, PipeWire cameras, Wayland desktops.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "v4l2loopback-dkms, gstreamer1.0-pipewire, gstreamer1.0-plugins-bad, pipewire, qt6-wayland")
 include(CPack)

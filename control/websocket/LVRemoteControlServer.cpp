@@ -1,6 +1,7 @@
 #include "control/websocket/LVRemoteControlServer.h"
 
 #include "control/websocket/LVRemoteRequests.h"
+#include "control/websocket/LVRemoteWebFront.h"
 #include "core/Lumaveil.h"
 #include "core/util/LVLog.h"
 
@@ -21,6 +22,7 @@ namespace {
 constexpr int kMaxSleepMillis = 50000;
 constexpr int kMaxSleepFrames = 10000;
 constexpr size_t kMaxRememberedAddresses = 4096;
+constexpr size_t kMaxAccessTokens = 64;
 
 QString key(const char* name)
 {
@@ -80,6 +82,17 @@ LVRemoteControlServer::~LVRemoteControlServer()
 bool LVRemoteControlServer::listen(const QHostAddress& address, quint16 port, QString* error)
 {
     close();
+    if (!pagesFolder_.isEmpty()) {
+        web_ = std::make_unique<LVRemoteWebFront>(
+            pagesFolder_, [this](const QString& token, const QString& from) { return redeemAccessToken(token, from); },
+            [this](QWebSocket* socket) { adopt(socket); });
+        if (!web_->listen(address, port, error)) {
+            web_.reset();
+            return false;
+        }
+        if (salt_.isEmpty()) salt_ = randomToken();
+        return true;
+    }
     server_ = std::make_unique<QWebSocketServer>(QStringLiteral("Lumaveil"), QWebSocketServer::NonSecureMode);
     server_->setSupportedSubprotocols({key(jsonSubprotocol)});
     server_->setHandshakeTimeout(10000);
@@ -110,6 +123,7 @@ void LVRemoteControlServer::close(bool exiting)
     const bool hadClients = !sessions_.empty();
     sessions_.clear();
     server_.reset();
+    web_.reset();
     if (frameConnection_) disconnect(frameConnection_);
     frameConnection_ = {};
     if (hadClients) emit clientCountChanged(0);
@@ -117,17 +131,54 @@ void LVRemoteControlServer::close(bool exiting)
 
 bool LVRemoteControlServer::isListening() const
 {
+    if (web_) return web_->isListening();
     return server_ && server_->isListening();
+}
+
+bool LVRemoteControlServer::servesPages() const
+{
+    return web_ != nullptr;
 }
 
 quint16 LVRemoteControlServer::port() const
 {
+    if (web_) return web_->port();
     return server_ ? server_->serverPort() : 0;
 }
 
 QHostAddress LVRemoteControlServer::address() const
 {
+    if (web_) return web_->address();
     return server_ ? server_->serverAddress() : QHostAddress();
+}
+
+QString LVRemoteControlServer::makeAccessToken()
+{
+    if (password_.isEmpty()) return {};
+    const qint64 now = nowMs();
+    std::erase_if(accessTokens_, [now](const auto& entry) { return entry.second <= now; });
+    if (accessTokens_.size() >= kMaxAccessTokens) {
+        accessTokens_.erase(std::min_element(accessTokens_.begin(), accessTokens_.end(),
+                                             [](const auto& a, const auto& b) { return a.second < b.second; }));
+    }
+    // URL-safe, so the link needs no escaping.
+    const QString token = QString::fromLatin1(QByteArray::fromBase64(randomToken()).toBase64(
+        QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
+    accessTokens_[token] = now + accessTokenLifetimeMs;
+    return token;
+}
+
+std::optional<QString> LVRemoteControlServer::redeemAccessToken(const QString& token, const QString& address)
+{
+    const auto found = accessTokens_.find(token);
+    if (found == accessTokens_.end() || found->second <= nowMs() || password_.isEmpty()) {
+        if (found != accessTokens_.end()) accessTokens_.erase(found);
+        LVLog("Web remote: %s opened a used, expired or unknown access link", qPrintable(address));
+        return std::nullopt;
+    }
+    accessTokens_.erase(found);
+    LVLog("Web remote: %s opened an access link", qPrintable(address));
+    return password_;
 }
 
 void LVRemoteControlServer::setPassword(const QString& password)
@@ -193,45 +244,50 @@ void LVRemoteControlServer::acceptConnections()
     while (server_ && server_->hasPendingConnections()) {
         QWebSocket* socket = server_->nextPendingConnection();
         if (!socket) break;
-        if (clientCount() >= limits_.maxClients) {
-            socket->close(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("too many remote-control clients"));
-            socket->deleteLater();
-            continue;
-        }
-        auto session = std::make_unique<Session>();
-        Session* raw = session.get();
-        session->socket.reset(socket);
-        session->address = addressKey(socket->peerAddress());
-        session->challenge = randomToken();
-        socket->setMaxAllowedIncomingMessageSize(quint64(limits_.maxMessageBytes));
-        socket->setMaxAllowedIncomingFrameSize(quint64(limits_.maxMessageBytes));
-        connect(socket, &QWebSocket::textMessageReceived, this, [this, raw](const QString& text) { received(raw, text); });
-        connect(socket, &QWebSocket::binaryMessageReceived, this, [this, raw](const QByteArray&) {
-            closeSession(raw, MessageDecodeError, QStringLiteral("Lumaveil speaks JSON in text messages only."));
-        });
-        connect(socket, &QWebSocket::bytesWritten, this,
-                [raw](qint64 bytes) { raw->queuedBytes = std::max<qint64>(0, raw->queuedBytes - bytes); });
-        connect(socket, &QWebSocket::disconnected, this, [this, raw] { dropSession(raw, nullptr); });
-        session->identifyTimer.setSingleShot(true);
-        connect(&session->identifyTimer, &QTimer::timeout, this, [this, raw] {
-            if (!raw->identified && !raw->identifyHeld) closeSession(raw, NotIdentified, QStringLiteral("No Identify in time."));
-        });
-        session->identifyTimer.start(limits_.identifyTimeoutMs);
-        session->holdTimer.setSingleShot(true);
-        connect(&session->holdTimer, &QTimer::timeout, this, [this, raw] {
-            raw->identifyHeld = false;
-            schedulePump();
-        });
-        sessions_.push_back(std::move(session));
-
-        QJsonObject hello{{key("obsWebSocketVersion"), key(protocolVersion)}, {key("rpcVersion"), rpcVersion}};
-        if (!password_.isEmpty()) {
-            hello.insert(key("authentication"), QJsonObject{{key("challenge"), QString::fromLatin1(raw->challenge)},
-                                                            {key("salt"), QString::fromLatin1(salt_)}});
-        }
-        send(raw, message(Hello, hello));
-        emit clientCountChanged(clientCount());
+        adopt(socket);
     }
+}
+
+void LVRemoteControlServer::adopt(QWebSocket* socket)
+{
+    if (clientCount() >= limits_.maxClients) {
+        socket->close(QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("too many remote-control clients"));
+        socket->deleteLater();
+        return;
+    }
+    auto session = std::make_unique<Session>();
+    Session* raw = session.get();
+    session->socket.reset(socket);
+    session->address = addressKey(socket->peerAddress());
+    session->challenge = randomToken();
+    socket->setMaxAllowedIncomingMessageSize(quint64(limits_.maxMessageBytes));
+    socket->setMaxAllowedIncomingFrameSize(quint64(limits_.maxMessageBytes));
+    connect(socket, &QWebSocket::textMessageReceived, this, [this, raw](const QString& text) { received(raw, text); });
+    connect(socket, &QWebSocket::binaryMessageReceived, this, [this, raw](const QByteArray&) {
+        closeSession(raw, MessageDecodeError, QStringLiteral("Lumaveil speaks JSON in text messages only."));
+    });
+    connect(socket, &QWebSocket::bytesWritten, this,
+            [raw](qint64 bytes) { raw->queuedBytes = std::max<qint64>(0, raw->queuedBytes - bytes); });
+    connect(socket, &QWebSocket::disconnected, this, [this, raw] { dropSession(raw, nullptr); });
+    session->identifyTimer.setSingleShot(true);
+    connect(&session->identifyTimer, &QTimer::timeout, this, [this, raw] {
+        if (!raw->identified && !raw->identifyHeld) closeSession(raw, NotIdentified, QStringLiteral("No Identify in time."));
+    });
+    session->identifyTimer.start(limits_.identifyTimeoutMs);
+    session->holdTimer.setSingleShot(true);
+    connect(&session->holdTimer, &QTimer::timeout, this, [this, raw] {
+        raw->identifyHeld = false;
+        schedulePump();
+    });
+    sessions_.push_back(std::move(session));
+
+    QJsonObject hello{{key("obsWebSocketVersion"), key(protocolVersion)}, {key("rpcVersion"), rpcVersion}};
+    if (!password_.isEmpty()) {
+        hello.insert(key("authentication"), QJsonObject{{key("challenge"), QString::fromLatin1(raw->challenge)},
+                                                        {key("salt"), QString::fromLatin1(salt_)}});
+    }
+    send(raw, message(Hello, hello));
+    emit clientCountChanged(clientCount());
 }
 
 void LVRemoteControlServer::received(Session* session, const QString& text)

@@ -15,8 +15,10 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 
 class LVRemoteRequests;
+class LVRemoteWebFront;
 class Lumaveil;
 class QWebSocket;
 class QWebSocketServer;
@@ -59,6 +61,17 @@ public:
     // Empty: clients need no password. A new password applies to the next Identify.
     void setPassword(const QString& password);
 
+    // A folder with the web remote's page: the next listen serves it over HTTP on the same
+    // port, and WebSocket clients upgrade from there. Empty: WebSocket only.
+    void setPagesFolder(const QString& folder) { pagesFolder_ = folder; }
+    bool servesPages() const;
+    // A token that hands the password to the one browser opening the link first, within
+    // accessTokenLifetimeMs; an empty string unless a password is set.
+    QString makeAccessToken();
+    static constexpr qint64 accessTokenLifetimeMs = 10 * 60 * 1000;
+    // Serves a socket that finished its WebSocket handshake elsewhere; takes it over.
+    void adopt(QWebSocket* socket);
+
     int clientCount() const;
     int identifiedClientCount() const;
     // How long the next Identify from this address waits before it is checked, in ms.
@@ -100,11 +113,16 @@ private:
     qint64 nowMs() const;
     Failures* failuresFor(const QString& address);
     void noteFailure(const QString& address);
+    std::optional<QString> redeemAccessToken(const QString& token, const QString& address);
 
     LVRemoteRequests& requests_;
     Lumaveil* app_;
     LVRemoteControlLimits limits_;
     std::unique_ptr<QWebSocketServer> server_;
+    QString pagesFolder_;
+    std::unique_ptr<LVRemoteWebFront> web_;
+    // Unused access tokens and when each expires.
+    std::map<QString, qint64> accessTokens_;
     QString password_;
     QByteArray salt_;
     std::list<std::unique_ptr<Session>> sessions_;

@@ -5,6 +5,7 @@
 #include "core/util/LVLog.h"
 
 #include <QCoreApplication>
+#include <QNetworkInterface>
 #include <QRandomGenerator>
 #include <QTimer>
 
@@ -26,6 +27,8 @@ LVRemoteControlService::LVRemoteControlService(Lumaveil& app, LVStudio* studio, 
         {key(passwordKey), QString()},
         {key(allInterfacesKey), false},
     });
+    server_.setPagesFolder(options_.pagesFolder);
+    requests_.setThumbnails(&thumbnails_);
     requests_.setEventSink([this](const QString& type, uint32_t intent, const QJsonObject& data) {
         server_.broadcast(type, intent, data);
     });
@@ -44,6 +47,23 @@ LVRemoteControlService::~LVRemoteControlService()
     server_.close();
 }
 
+QString LVRemoteControlService::accessLink()
+{
+    if (!server_.isListening() || !server_.servesPages()) return {};
+    const QString token = server_.makeAccessToken();
+    if (token.isEmpty()) return {};
+    QString host = QStringLiteral("127.0.0.1");
+    if (server_.address() != QHostAddress(QHostAddress::LocalHost)) {
+        for (const QHostAddress& address : QNetworkInterface::allAddresses()) {
+            if (!address.isLoopback() && address.protocol() == QAbstractSocket::IPv4Protocol) {
+                host = address.toString();
+                break;
+            }
+        }
+    }
+    return QStringLiteral("http://%1:%2/?token=%3").arg(host).arg(server_.port()).arg(token);
+}
+
 QString LVRemoteControlService::makePassword()
 {
     static const char alphabet[] = "abcdefghijkmnopqrstuvwxyzABCDEFGHJKLMNPQRSTUVWXYZ23456789";
@@ -57,7 +77,9 @@ QString LVRemoteControlService::status() const
     if (!problem_.isEmpty()) return QStringLiteral("Not serving: %1").arg(problem_);
     if (!server_.isListening()) return QStringLiteral("Off");
     const int clients = server_.identifiedClientCount();
-    return QStringLiteral("Serving ws://%1 to %2 %3").arg(listeningOn_).arg(clients).arg(clients == 1 ? "client" : "clients");
+    QString line = QStringLiteral("Serving ws://%1 to %2 %3").arg(listeningOn_).arg(clients).arg(clients == 1 ? "client" : "clients");
+    if (server_.servesPages()) line += QStringLiteral(", and the web remote at http://%1/").arg(listeningOn_);
+    return line;
 }
 
 void LVRemoteControlService::scheduleApply()
@@ -115,6 +137,10 @@ void LVRemoteControlService::apply()
         requested_ = where;
         listeningOn_ = QStringLiteral("%1:%2").arg(address.toString()).arg(server_.port());
         LVLog("Remote control: serving ws://%s (the password is the preference \"%s\")", qPrintable(listeningOn_), passwordKey);
+        if (server_.servesPages()) {
+            LVLog("Remote control: the web remote is at http://%s/ (its page from %s)", qPrintable(listeningOn_),
+                  qPrintable(options_.pagesFolder));
+        }
     } else {
         requested_.clear();
         listeningOn_.clear();

@@ -5,6 +5,7 @@
 // server when they change, and tells clients ExitStarted when the application quits.
 #include "control/websocket/LVRemoteControlServer.h"
 #include "control/websocket/LVRemoteRequests.h"
+#include "control/websocket/LVRemoteThumbnails.h"
 
 #include <QObject>
 #include <QString>
@@ -31,6 +32,8 @@ public:
         bool forceEnabled = false;
         // This run's port instead of the preference's.
         std::optional<quint16> port;
+        // The web remote's page folder, served on the same port; empty: WebSocket only.
+        QString pagesFolder;
         LVRemoteControlLimits limits;
     };
 
@@ -48,6 +51,10 @@ public:
     // One line for the settings window: where it serves and to how many clients, why it
     // does not, or that it is off.
     QString status() const;
+    // A link that opens the web remote already signed in, once, within ten minutes; empty
+    // when the page is not served. The host is this machine's first network address when
+    // other computers may connect, else 127.0.0.1.
+    QString accessLink();
 
 signals:
     void statusChanged();
@@ -58,6 +65,7 @@ private:
 
     Lumaveil& app_;
     Options options_;
+    LVRemoteThumbnails thumbnails_;
     LVRemoteRequests requests_;
     LVRemoteControlServer server_;
     // The address and port asked for, and the ones really served (port 0 asks for any).

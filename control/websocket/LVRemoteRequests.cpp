@@ -1,5 +1,6 @@
 #include "control/websocket/LVRemoteRequests.h"
 
+#include "control/websocket/LVRemoteFields.h"
 #include "control/websocket/LVRemoteHotkeys.h"
 #include "core/Lumaveil.h"
 #include "studio/LVStudio.h"
@@ -21,6 +22,10 @@
 #include <unistd.h>
 
 using LVRemote::Response;
+using LVRemote::isBool;
+using LVRemote::isNumber;
+using LVRemote::isString;
+using LVRemote::requireField;
 
 namespace {
 
@@ -49,27 +54,6 @@ QJsonObject sceneObject(const LVStudioButton* button)
 {
     return {{key("sceneName"), nameOf(button)}, {key("sceneUuid"), uidOf(button)}};
 }
-
-// A required field of a type; a failure response when it is missing or of another type.
-template <class Check>
-bool requireField(const QJsonObject& data, const char* field, Check isType, const char* typeName, Response* failure)
-{
-    const QJsonValue value = data.value(key(field));
-    if (value.isUndefined() || value.isNull()) {
-        *failure = Response::failure(LVRemote::MissingRequestField, QStringLiteral("Your request is missing the `%1` field.").arg(key(field)));
-        return false;
-    }
-    if (!isType(value)) {
-        *failure = Response::failure(LVRemote::InvalidRequestFieldType,
-                                     QStringLiteral("The field `%1` must be %2.").arg(key(field), key(typeName)));
-        return false;
-    }
-    return true;
-}
-
-bool isString(const QJsonValue& value) { return value.isString(); }
-bool isNumber(const QJsonValue& value) { return value.isDouble(); }
-bool isBool(const QJsonValue& value) { return value.isBool(); }
 
 double processCpuSeconds()
 {
@@ -122,10 +106,12 @@ LVRemoteRequests::LVRemoteRequests(Lumaveil& app, LVStudio* studio) : app_(app),
         sceneListChanged();
     });
     connect(studio, &LVStudio::transitionStateChanged, this, &LVRemoteRequests::transitionStateChanged);
+    connect(studio, &LVStudio::swapModeChanged, this, &LVRemoteRequests::scheduleCheck);
     if (LVStudioButton* program = programScene()) lastProgramUid_ = program->uid();
     if (LVStudioButton* preview = previewScene()) lastPreviewUid_ = preview->uid();
     lastTransitionName_ = studio->namedTransition();
     lastDurationMs_ = transitionDurationMs();
+    lastStudioState_ = studioState();
 }
 
 LVRemoteRequests::~LVRemoteRequests() = default;
@@ -134,6 +120,8 @@ void LVRemoteRequests::follow(LVStudioButton* button)
 {
     buttonNames_[button] = button->name();
     connect(button, &LVStudioButton::stateChanged, this, [this] { scheduleCheck(); });
+    connect(button, &LVStudioButton::locationChanged, this, [this] { scheduleCheck(); });
+    connect(button->setup().get(), &LVSavedSetup::iconChanged, this, [this] { scheduleCheck(); });
     connect(button, &LVStudioButton::nameChanged, this, [this](LVStudioButton* renamed) {
         QString& known = buttonNames_[renamed];
         const QString oldName = known;
@@ -191,6 +179,12 @@ void LVRemoteRequests::checkChanges()
         emitEvent(key("CurrentSceneTransitionDurationChanged"), LVRemote::SubscribeTransitions,
                   {{key("transitionDuration"), duration}});
     }
+    QJsonObject state = studioState();
+    if (state != lastStudioState_) {
+        lastStudioState_ = state;
+        emitEvent(key("VendorEvent"), LVRemote::SubscribeVendors,
+                  {{key("vendorName"), key(vendorName)}, {key("eventType"), key("StudioStateChanged")}, {key("eventData"), state}});
+    }
 }
 
 void LVRemoteRequests::transitionStateChanged()
@@ -247,6 +241,8 @@ const std::map<QString, LVRemoteRequests::Handler>& LVRemoteRequests::handlers()
         {key("GetHotkeyList"), &LVRemoteRequests::getHotkeyList},
         {key("TriggerHotkeyByName"), &LVRemoteRequests::triggerHotkeyByName},
         {key("Sleep"), &LVRemoteRequests::sleepOutsideBatch},
+        {key("GetSourceScreenshot"), &LVRemoteRequests::getSourceScreenshot},
+        {key("CallVendorRequest"), &LVRemoteRequests::callVendorRequest},
     };
     return table;
 }
@@ -280,7 +276,7 @@ Response LVRemoteRequests::getVersion(const QJsonObject&)
         {key("obsWebSocketVersion"), key(LVRemote::protocolVersion)},
         {key("rpcVersion"), LVRemote::rpcVersion},
         {key("availableRequests"), QJsonArray::fromStringList(requestTypes())},
-        {key("supportedImageFormats"), QJsonArray()},
+        {key("supportedImageFormats"), QJsonArray{key("jpeg"), key("jpg"), key("png")}},
         {key("platform"), key("linux")},
         {key("platformDescription"), QSysInfo::prettyProductName()},
     });

@@ -16,6 +16,7 @@
 #include <optional>
 
 class LVRemoteHotkeys;
+class LVRemoteThumbnails;
 class LVStudio;
 class LVStudioButton;
 class Lumaveil;
@@ -35,6 +36,8 @@ public:
 
     // null means no hotkeys.
     void setHotkeys(LVRemoteHotkeys* hotkeys) { hotkeys_ = hotkeys; }
+    // Where Program pictures come from; null: GetSourceScreenshot answers NotReady.
+    void setThumbnails(LVRemoteThumbnails* thumbnails) { thumbnails_ = thumbnails; }
     // Where events go; each is sent once per change, after the burst that made it.
     void setEventSink(EventSink sink) { sink_ = std::move(sink); }
 
@@ -42,6 +45,9 @@ public:
 
     // A transition's stable uuid, made from its name.
     static QString transitionUuid(const QString& name);
+
+    // The vendor name of Lumaveil's own requests and events (CallVendorRequest, VendorEvent).
+    static constexpr const char* vendorName = "lumaveil";
 
 private:
     using Handler = LVRemote::Response (LVRemoteRequests::*)(const QJsonObject&);
@@ -67,6 +73,14 @@ private:
     LVRemote::Response getHotkeyList(const QJsonObject&);
     LVRemote::Response triggerHotkeyByName(const QJsonObject&);
     LVRemote::Response sleepOutsideBatch(const QJsonObject&);
+    LVRemote::Response getSourceScreenshot(const QJsonObject&);
+    LVRemote::Response callVendorRequest(const QJsonObject&);
+
+    // The studio as a remote panel draws it: the buttons (with their colours), the buses' names
+    // and the swap mode; sent whole in the vendor event "StudioStateChanged" when it changes.
+    QJsonObject studioState() const;
+    LVRemote::Response vendorButtonAction(const QJsonObject& data);
+    LVRemote::Response vendorButtonIcon(const QJsonObject& data);
 
     // The scene a request names by sceneUuid or sceneName; a failure response otherwise.
     LVStudioButton* sceneNamed(const QJsonObject& data, LVRemote::Response* failure) const;
@@ -88,6 +102,8 @@ private:
     Lumaveil& app_;
     QPointer<LVStudio> studio_;
     LVRemoteHotkeys* hotkeys_ = nullptr;
+    LVRemoteThumbnails* thumbnails_ = nullptr;
+    QJsonObject lastStudioState_;
     EventSink sink_;
     bool checkScheduled_ = false;
     QString lastProgramUid_;

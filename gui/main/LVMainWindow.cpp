@@ -343,6 +343,7 @@ void LVMainWindow::showRemoteControlWindow()
 {
     if (!remoteControlWindow_) {
         remoteControlWindow_ = new LVRemoteControlWindow(lumaveil_.defaults(), remoteControlStatus_, this);
+        remoteControlWindow_->setAccessLinkSource(remoteControlLink_);
     }
     remoteControlWindow_->show();
     remoteControlWindow_->raise();

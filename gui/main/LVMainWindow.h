@@ -54,6 +54,7 @@ public:
     void setRestartHandler(std::function<void()> restart) { restart_ = std::move(restart); }
     // The remote control's one-line state, shown in its window (File > Remote Control...).
     void setRemoteControlStatus(std::function<QString()> status) { remoteControlStatus_ = std::move(status); }
+    void setRemoteControlLink(std::function<QString()> link) { remoteControlLink_ = std::move(link); }
     void showRemoteControlWindow();
 
     // The close button of a chain row: removes that row.
@@ -108,5 +109,6 @@ private:
     QActionGroup* sizeGroup_ = nullptr;
     std::function<void()> restart_;
     std::function<QString()> remoteControlStatus_;
+    std::function<QString()> remoteControlLink_;
     LVRemoteControlWindow* remoteControlWindow_ = nullptr;
 };

@@ -2,6 +2,7 @@
 
 #include "control/websocket/LVRemoteControlService.h"
 #include "core/LVDefaults.h"
+#include "gui/remote/LVQRCode.h"
 
 #include <QCheckBox>
 #include <QFormLayout>
@@ -28,7 +29,7 @@ LVRemoteControlWindow::LVRemoteControlWindow(LVDefaults& defaults, std::function
     : QWidget(parent, Qt::Window), defaults_(defaults), statusSource_(std::move(status)),
       enabled_(new QCheckBox(tr("Let control surfaces and apps drive Lumaveil"))), port_(new QSpinBox),
       allInterfaces_(new QCheckBox(tr("Accept connections from other computers"))), password_(new QLineEdit),
-      status_(new QLabel), statusTimer_(new QTimer(this))
+      status_(new QLabel), linkCode_(new QLabel), link_(new QLabel), statusTimer_(new QTimer(this))
 {
     setWindowTitle(tr("Remote Control"));
     setObjectName(QStringLiteral("remoteControlWindow"));
@@ -47,6 +48,16 @@ LVRemoteControlWindow::LVRemoteControlWindow(LVDefaults& defaults, std::function
     form->addRow(tr("Password:"), passwordRow);
     form->addRow(allInterfaces_);
     form->addRow(status_);
+    auto* showLink = new QPushButton(tr("Link for a Phone"));
+    showLink->setObjectName(QStringLiteral("showAccessLink"));
+    showLink->setToolTip(tr("A link that opens the web remote signed in, once, within ten minutes"));
+    link_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    link_->setWordWrap(true);
+    linkCode_->setAlignment(Qt::AlignCenter);
+    form->addRow(showLink);
+    form->addRow(linkCode_);
+    form->addRow(link_);
+    connect(showLink, &QPushButton::clicked, this, &LVRemoteControlWindow::showAccessLink);
 
     connect(enabled_, &QCheckBox::toggled, this, [this](bool on) { defaults_.setValue(kEnabled, on); });
     connect(allInterfaces_, &QCheckBox::toggled, this, [this](bool on) { defaults_.setValue(kAllInterfaces, on); });
@@ -71,6 +82,18 @@ void LVRemoteControlWindow::refresh()
     if (!port_->hasFocus()) port_->setValue(port >= 1 && port <= 65535 ? port : kDefaultPort);
     if (!password_->hasFocus()) password_->setText(defaults_.stringForKey(kPassword));
     refreshStatus();
+}
+
+void LVRemoteControlWindow::showAccessLink()
+{
+    const QString link = linkSource_ ? linkSource_() : QString();
+    if (link.isEmpty()) {
+        linkCode_->clear();
+        link_->setText(tr("Turn the remote control on first; the link opens the web remote it serves."));
+        return;
+    }
+    linkCode_->setPixmap(QPixmap::fromImage(LVQRCodeImage(link)));
+    link_->setText(link);
 }
 
 void LVRemoteControlWindow::refreshStatus()
