@@ -1,16 +1,43 @@
 #include "core/LVKeyedArchive.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonParseError>
 
+namespace {
+
+// One value as compact JSON text, escaped as the JSON writer escapes it.
+QByteArray jsonText(const QJsonValue& value)
+{
+    const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    return array.mid(1, array.size() - 2);
+}
+
+} // namespace
+
+void LVKeyedArchiver::encodeValue(const QString& key, const QJsonValue& value)
+{
+    if (!object_.contains(key)) order_.append(key);
+    object_.insert(key, value);
+}
+
 void LVKeyedArchiver::encodeData(const QString& key, const QByteArray& value)
 {
-    object_.insert(key, QString::fromLatin1(value.toBase64()));
+    encodeValue(key, QString::fromLatin1(value.toBase64()));
 }
 
 QByteArray LVKeyedArchiver::finishEncoding() const
 {
-    return QJsonDocument(object_).toJson(QJsonDocument::Compact);
+    // QJsonObject sorts its keys; the object is written by hand to keep the encoding order.
+    QByteArray bytes("{");
+    for (const QString& key : order_) {
+        if (bytes.size() > 1) bytes += ',';
+        bytes += jsonText(key);
+        bytes += ':';
+        bytes += jsonText(object_.value(key));
+    }
+    bytes += '}';
+    return bytes;
 }
 
 LVKeyedUnarchiver::LVKeyedUnarchiver(const QByteArray& data)

@@ -6,24 +6,29 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
+#include <QStringList>
 
 class LVContext;
 
 class LVKeyedArchiver {
 public:
-    void encodeValue(const QString& key, const QJsonValue& value) { object_.insert(key, value); }
-    void encodeString(const QString& key, const QString& value) { object_.insert(key, value); }
-    void encodeBool(const QString& key, bool value) { object_.insert(key, value); }
-    void encodeInt(const QString& key, qint64 value) { object_.insert(key, value); }
-    void encodeDouble(const QString& key, double value) { object_.insert(key, value); }
+    void encodeValue(const QString& key, const QJsonValue& value);
+    void encodeString(const QString& key, const QString& value) { encodeValue(key, value); }
+    void encodeBool(const QString& key, bool value) { encodeValue(key, value); }
+    void encodeInt(const QString& key, qint64 value) { encodeValue(key, value); }
+    void encodeDouble(const QString& key, double value) { encodeValue(key, value); }
     void encodeData(const QString& key, const QByteArray& value);
 
     const QJsonObject& object() const { return object_; }
-    // Finishes encoding: the compact JSON bytes.
+    // The keys in the order they were first encoded: the order they are written in.
+    const QStringList& keys() const { return order_; }
+    // Finishes encoding: the compact JSON bytes, keys in encoding order (a key encoded again
+    // keeps its first place), so a setup file reads in each kind's own order.
     QByteArray finishEncoding() const;
 
 private:
     QJsonObject object_;
+    QStringList order_;
 };
 
 class LVKeyedUnarchiver {

@@ -4,6 +4,7 @@
 #include "core/Lumaveil.h"
 #include "core/util/KDDelayedDispatcher.h"
 #include "core/util/LVLog.h"
+#include "effects/composition/LVISFProgram.h"
 #include "effects/composition/LVQCEffect.h"
 #include "setups/model/LVSetupManager.h"
 
@@ -177,8 +178,35 @@ void LVStudio::delayedStateChanged()
         previewBuffer_ = context->texture();
         context->reset(false);
     }
+    if (!programReadyToDraw()) {
+        // The old chain stays on air meanwhile; asked again on the next turn.
+        requestProgramRebuild();
+        return;
+    }
+    programWaitStart_.reset();
     app_.clearEffects(true);
     mainBus_->pushProgramEffects();
+}
+
+bool LVStudio::programReadyToDraw()
+{
+    bool ready = true;
+    for (const LVStudioButtonRef& button : mainBus_->programButtons()) {
+        for (const LVEffectRef& effect : button->effects()) {
+            // Asking for the program starts its compilation; a composition that failed to
+            // compile will never draw and is not waited for.
+            const auto* composition = dynamic_cast<const LVQCEffect*>(effect.get());
+            const SimpleQCRenderer* renderer = composition ? composition->renderer() : nullptr;
+            if (renderer && renderer->composition().isValid() && !renderer->isUsable() &&
+                LVISFProgramError(renderer->composition()).isEmpty())
+                ready = false;
+        }
+    }
+    if (ready) return true;
+    // A builder that never answers must not hold the cut for ever.
+    const double now = clock_.now();
+    if (!programWaitStart_) programWaitStart_ = now;
+    return now - *programWaitStart_ >= kProgramWaitSeconds;
 }
 
 void LVStudio::doit()

@@ -15,6 +15,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class LVEffectFactory;
@@ -127,6 +128,9 @@ signals:
 private:
     void stateChanged(LVStudioButton* button, uint32_t oldState, uint32_t newState);
     void requestProgramRebuild();
+    // Whether every composition of the new Program has its shaders: one still compiling
+    // would draw nothing (a black frame on air). Gives up waiting after kProgramWaitSeconds.
+    bool programReadyToDraw();
     void addStudioButton(const LVStudioButtonRef& button);
     void removeStudioButton(const LVStudioButtonRef& button);
     void sampleFrameRate();
@@ -135,6 +139,8 @@ private:
     Lumaveil& app_;
     LVSetupManager& setupManager_;
     LVClock& clock_;
+    static constexpr double kProgramWaitSeconds = 2.0;
+    std::optional<double> programWaitStart_; // when the rebuild began waiting for compositions
     std::unique_ptr<LVMEBus> mainBus_;
     std::vector<LVStudioButtonRef> allButtons_;
     std::vector<const LVEffectFactory*> transitions_;

@@ -1,6 +1,7 @@
-// A 1920x1080 H.264 file at 30 fps playing as the source of a 1280x720 chain: the CPU each
-// movie picture costs from the file to a texture, next to ffmpeg decoding the same file to
-// nothing in the same run; how old a picture is when the chain draws it; and how far the
+// A 1920x1080 H.264 file at 30 fps playing as the source of a 1280x720 chain, its pictures
+// converted at the movie's size and then at the chain's: how many the chain shows, the CPU each
+// costs from the file to a texture, next to ffmpeg decoding the same file to nothing in the
+// same run; how old a picture is when the chain draws it; and how far the
 // movie's clock has moved from the wall clock at the end (sound plays into nothing when the
 // machine has no sound output, so this is the pipeline clock's drift, not a speaker's).
 // Usage: bench_movie [seconds of movie, default 10]
@@ -17,6 +18,7 @@
 
 #include <gst/gst.h>
 #include <gst/video/video.h>
+#include <libyuv/scale.h>
 
 #include <sys/resource.h>
 
@@ -60,36 +62,114 @@ bool run(const QStringList& arguments, double* wallSeconds)
     return ok;
 }
 
-// Upload and conversion alone: a 1920x1080 I420 picture (what the decoder hands over) turned
-// into a texture, median of 30, on a context of its own as the player's streaming thread does.
-double convertMs()
+// Upload and conversion alone, median of 30 on a context of its own as the player's streaming
+// thread does: a 1920x1080 I420 picture (what the decoder hands over) turned into a texture
+// at its own size, scaled to the chain's 1280x720 in the conversion pass, or scaled first on
+// the CPU (libyuv, the alternative of scaling on the decoder's thread) and converted at 1280x720.
+struct ConvertCosts {
+    double fullMs = 0;
+    double gpuScaledMs = 0;
+    double cpuScaledMs = 0;
+};
+
+ConvertCosts convertCosts()
 {
-    double median = 0;
+    ConvertCosts costs;
     std::thread([&] {
         QString error;
         auto gl = LVGLContext::makeOffscreenGLContext(&error);
         if (!gl) return;
         gl->makeCurrent();
         auto converter = LVCamConverter::create();
-        GstVideoInfo info;
+        GstVideoInfo info, small;
         gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420, 1920, 1080);
+        gst_video_info_set_format(&small, GST_VIDEO_FORMAT_I420, 1280, 720);
         GstBuffer* buffer = gst_buffer_new_allocate(nullptr, info.size, nullptr);
+        GstBuffer* scaledBuffer = gst_buffer_new_allocate(nullptr, small.size, nullptr);
         gst_buffer_memset(buffer, 0, 0x80, info.size);
-        std::vector<double> samples;
-        for (int i = 0; converter && i < 31; ++i) {
-            GstVideoFrame frame;
-            if (!gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ)) break;
-            const auto t0 = Clock::now();
-            auto picture = converter->convert(frame, 0);
-            if (i > 0) samples.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
-            gst_video_frame_unmap(&frame);
-        }
+        const auto measure = [&](int outWidth, bool cpuScale) {
+            std::vector<double> samples;
+            converter->setOutputSize(outWidth, outWidth * 9 / 16);
+            for (int i = 0; converter && i < 31; ++i) {
+                GstVideoFrame frame, scaled;
+                if (!gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ)) break;
+                const auto t0 = Clock::now();
+                if (cpuScale && gst_video_frame_map(&scaled, &small, scaledBuffer, GST_MAP_WRITE)) {
+                    auto plane = [](GstVideoFrame& f, int i) { return static_cast<uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&f, i)); };
+                    auto stride = [](GstVideoFrame& f, int i) { return GST_VIDEO_FRAME_PLANE_STRIDE(&f, i); };
+                    libyuv::I420Scale(plane(frame, 0), stride(frame, 0), plane(frame, 1), stride(frame, 1), plane(frame, 2),
+                                      stride(frame, 2), 1920, 1080, plane(scaled, 0), stride(scaled, 0), plane(scaled, 1),
+                                      stride(scaled, 1), plane(scaled, 2), stride(scaled, 2), 1280, 720, libyuv::kFilterBilinear);
+                    auto picture = converter->convert(scaled, 0);
+                    gst_video_frame_unmap(&scaled);
+                } else {
+                    auto picture = converter->convert(frame, 0);
+                }
+                if (i > 0) samples.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
+                gst_video_frame_unmap(&frame);
+            }
+            return percentile(samples, 0.5);
+        };
+        costs.fullMs = measure(0, false);
+        costs.gpuScaledMs = measure(1280, false);
+        costs.cpuScaledMs = measure(0, true);
+        gst_buffer_unref(scaledBuffer);
         gst_buffer_unref(buffer);
-        median = percentile(samples, 0.5);
         converter.reset();
         gl->doneCurrent();
     }).join();
-    return median;
+    return costs;
+}
+
+struct Playback {
+    double pictures = 0;     // converted by the player
+    double shown = 0;        // different pictures the chain drew
+    double cpuMsPerPicture = 0;
+    double drawP50Ms = 0;
+    double ageP50Ms = 0;
+    double ageP99Ms = 0;
+    double wallS = 0;
+};
+
+// Plays the movie as the source of a 1280x720 chain at 30 fps: draws the newest picture into
+// the frame each period. outputWidth 0 converts at the movie's own size.
+bool play(const QString& movie, LVContext& context, int outputWidth, int seconds, Playback& result)
+{
+    LVMoviePlayer player(movie);
+    player.setOutputSize(outputWidth, outputWidth * 9 / 16);
+    if (!player.waitUntilReady(20000)) return false;
+    std::vector<double> drawMs, ageMs;
+    const double cpuBefore = cpuSeconds(RUSAGE_SELF);
+    const uint64_t picturesBefore = player.picturesDecoded();
+    const auto start = Clock::now();
+    player.setPlaying(true);
+    const LVCamPicture* last = nullptr;
+    auto next = start;
+    while (!player.isOver() && Clock::now() - start < std::chrono::seconds(seconds + 10)) {
+        next += std::chrono::microseconds(33333);
+        std::this_thread::sleep_until(next);
+        const auto t0 = Clock::now();
+        context.reset(false);
+        if (auto picture = player.lastImage()) {
+            context.framebuffer();
+            LVContext::drawPBuffer(picture->texture(), false, false);
+            if (picture.get() != last) {
+                last = picture.get();
+                result.shown += 1;
+                ageMs.push_back(double(std::chrono::duration_cast<std::chrono::nanoseconds>(t0.time_since_epoch()).count() -
+                                       picture->captureTimeNs()) / 1e6);
+            }
+        }
+        context.flush();
+        drawMs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
+    }
+    result.wallS = std::chrono::duration<double>(Clock::now() - start).count();
+    result.pictures = double(player.picturesDecoded() - picturesBefore);
+    result.cpuMsPerPicture = (cpuSeconds(RUSAGE_SELF) - cpuBefore) * 1000.0 / std::max(1.0, result.pictures);
+    result.drawP50Ms = percentile(drawMs, 0.5);
+    result.ageP50Ms = percentile(ageMs, 0.5);
+    result.ageP99Ms = percentile(ageMs, 0.99);
+    return true;
 }
 
 } // namespace
@@ -120,49 +200,36 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "%s\n", qPrintable(error));
         return 1;
     }
-    LVMoviePlayer player(movie);
-    if (!player.waitUntilReady(20000)) return 1;
-    std::vector<double> drawMs, ageMs;
-    const double cpuBefore = cpuSeconds(RUSAGE_SELF);
-    const uint64_t picturesBefore = player.picturesDecoded();
-    const auto start = Clock::now();
-    player.setPlaying(true);
-    // The chain at 30 fps: draw the newest picture fitted into the frame.
-    auto next = start;
-    while (!player.isOver() && Clock::now() - start < std::chrono::seconds(seconds + 10)) {
-        next += std::chrono::microseconds(33333);
-        std::this_thread::sleep_until(next);
-        const auto t0 = Clock::now();
-        context->reset(false);
-        if (auto picture = player.lastImage()) {
-            context->framebuffer();
-            LVContext::drawPBuffer(picture->texture(), false, false);
-            ageMs.push_back(double(std::chrono::duration_cast<std::chrono::nanoseconds>(t0.time_since_epoch()).count() -
-                                   picture->captureTimeNs()) / 1e6);
-        }
-        context->flush();
-        drawMs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
-    }
-    const double wall = std::chrono::duration<double>(Clock::now() - start).count();
-    const double cpu = cpuSeconds(RUSAGE_SELF) - cpuBefore;
-    const double pictures = double(player.picturesDecoded() - picturesBefore);
-
-    const double uploadMs = convertMs();
+    // Before: pictures converted at the movie's size; after: at the chain's.
+    Playback full, scaled;
+    if (!play(movie, *context, 0, seconds, full) || !play(movie, *context, 1280, seconds, scaled)) return 1;
+    const ConvertCosts costs = convertCosts();
+    const double ffmpegMs = ffmpegCpu * 1000.0 / frames;
+    const auto describe = [&](const Playback& p) {
+        return QJsonObject{
+            {"pictures_converted", p.pictures},
+            {"pictures_shown", p.shown},
+            {"pictures_shown_per_60s", round3(p.shown * 60.0 / std::max(1e-9, p.wallS))},
+            {"cpu_ms_per_picture", round3(p.cpuMsPerPicture)},
+            {"ratio_cpu_to_ffmpeg_decode", round3(p.cpuMsPerPicture / ffmpegMs)},
+            {"chain_draw_p50_ms", round3(p.drawP50Ms)},
+            {"picture_age_p50_ms", round3(p.ageP50Ms)},
+            {"picture_age_p99_ms", round3(p.ageP99Ms)},
+            {"playback_wall_s", round3(p.wallS)},
+            {"drift_end_ms", round3((p.wallS - double(seconds)) * 1000.0)},
+        };
+    };
     const QJsonObject result{
-        {"upload_convert_1080p_p50_ms", round3(uploadMs)},
-        {"ratio_upload_to_ffmpeg_decode", round3(uploadMs / (ffmpegCpu * 1000.0 / frames))},
         {"movie", QStringLiteral("1920x1080 H.264 30 fps, %1 s, AAC sound").arg(seconds)},
         {"chain", "1280x720 at 30 fps"},
-        {"pictures_decoded", pictures},
-        {"ours_cpu_ms_per_picture", round3(cpu * 1000.0 / std::max(1.0, pictures))},
-        {"ffmpeg_null_cpu_ms_per_frame", round3(ffmpegCpu * 1000.0 / frames)},
+        {"ffmpeg_null_cpu_ms_per_frame", round3(ffmpegMs)},
         {"ffmpeg_null_wall_ms_per_frame", round3(ffmpegWall * 1000.0 / frames)},
-        {"ratio_cpu_ours_to_ffmpeg", round3((cpu / std::max(1.0, pictures)) / (ffmpegCpu / frames))},
-        {"chain_draw_p50_ms", round3(percentile(drawMs, 0.5))},
-        {"picture_age_p50_ms", round3(percentile(ageMs, 0.5))},
-        {"picture_age_p99_ms", round3(percentile(ageMs, 0.99))},
-        {"playback_wall_s", round3(wall)},
-        {"drift_end_ms", round3((wall - double(seconds)) * 1000.0)},
+        {"convert_full_1080p_p50_ms", round3(costs.fullMs)},
+        {"convert_gpu_scaled_720p_p50_ms", round3(costs.gpuScaledMs)},
+        {"convert_libyuv_scaled_then_720p_p50_ms", round3(costs.cpuScaledMs)},
+        {"ratio_gpu_scaled_to_ffmpeg_decode", round3(costs.gpuScaledMs / ffmpegMs)},
+        {"converted_at_movie_size", describe(full)},
+        {"converted_at_chain_size", describe(scaled)},
     };
     std::printf("%s\n", QJsonDocument(result).toJson(QJsonDocument::Compact).constData());
     return 0;

@@ -1,6 +1,8 @@
 #include "gui/sources/LVPlaylistModel.h"
 
 #include "gui/main/LVSettingsPanel.h"
+#include "gui/sources/LVFlickrPhotoModel.h"
+#include "sources/flickr/FlickrSource.h"
 #include "sources/movie/MovieSource.h"
 #include "sources/slideshow/SlideShow.h"
 
@@ -255,4 +257,7 @@ void LVRegisterSourceInspectors()
 {
     LVSettingsPanel::registerInspector(MovieSource::classDescriptor().className, &movieInspector);
     LVSettingsPanel::registerInspector(SlideShow::classDescriptor().className, &slideInspector);
+    LVSettingsPanel::registerInspector(FlickrSource::classDescriptor().className, [](const LVEffectRef& effect, QWidget* parent) {
+        return LVMakeFlickrInspector(std::dynamic_pointer_cast<FlickrSource>(effect), parent);
+    });
 }

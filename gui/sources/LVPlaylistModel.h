@@ -50,5 +50,5 @@ private:
     std::weak_ptr<SlideShow> show_;
 };
 
-// Registers the playlist and slide list inspectors with the settings panel.
+// Registers the playlist, slide list and photo set inspectors with the settings panel.
 void LVRegisterSourceInspectors();

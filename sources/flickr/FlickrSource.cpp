@@ -111,9 +111,10 @@ void FlickrSource::encodeWithCoder(LVKeyedArchiver& coder) const
 {
     LVKeyedArchiver base;
     LVEffect::encodeWithCoder(base);
-    const QJsonObject& keys = base.object();
-    for (auto it = keys.begin(); it != keys.end(); ++it)
-        if (it.key() != kSetChoice) coder.encodeValue(it.key(), it.value());
+    // The common keys first, then the set's own in their order.
+    const QStringList own{kSetChoice, kDelay, kPaused, kSet, kEmail};
+    for (const QString& key : base.keys())
+        if (!own.contains(key)) coder.encodeValue(key, base.object().value(key));
     coder.encodeInt(kDelay, delay());
     coder.encodeInt(kPaused, isPaused() ? 1 : 0);
     coder.encodeString(kSet, setURL());
@@ -282,11 +283,13 @@ void FlickrSource::doProcessPhotoset(FlickrRequest* request)
     if (photoset)
         for (const LVXmlElement* photo : photoset->elementsForName(QStringLiteral("photo"))) photos_.push_back(LVFlickrPhoto::PhotoWithElement(*photo));
     selectedRow_ = photos_.empty() ? -1 : 0;
+    ++photosGeneration_;
 }
 
 void FlickrSource::doClear()
 {
     photos_.clear();
+    ++photosGeneration_;
     selectedRow_ = -1;
     if (currentImage_ && context()) {
         context()->makeCurrent();

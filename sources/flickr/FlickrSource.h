@@ -63,6 +63,8 @@ public:
     // The pop-up's lines: a message line ("title" only) first, then "setId"/"title" sets.
     const std::vector<QVariantMap>& sets() const { return sets_; }
     const std::vector<LVFlickrPhoto>& photos() const { return photos_; }
+    // Changes whenever the photo list is emptied or filled, so a table knows to re-read it.
+    uint64_t photosGeneration() const { return photosGeneration_; }
     size_t requestsInFlight() const { return requests_.size(); }
 
     // The pop-up's action: index into sets().
@@ -102,6 +104,7 @@ private:
     std::vector<std::unique_ptr<FlickrRequest>> requests_;
     std::vector<QVariantMap> sets_;
     std::vector<LVFlickrPhoto> photos_;
+    uint64_t photosGeneration_ = 0;
     int selectedRow_ = -1;
     int delay_ = 4;
     bool syncing_ = false;

@@ -63,6 +63,9 @@ struct LVMoviePlayer::Shared {
     int width = 0;
     int height = 0;
     std::atomic<uint64_t> frames{0};
+    // The size the chain draws at (0: the movie's own); read by the streaming thread.
+    std::atomic<int> outputWidth{0};
+    std::atomic<int> outputHeight{0};
     // Streaming thread only (one at a time: the sink's thread).
     std::unique_ptr<LVGLContext> gl;
     std::unique_ptr<LVCamConverter> converter;
@@ -79,6 +82,14 @@ struct LVMoviePlayer::Shared {
                 // The context is current only while converting: the sink's thread may change
                 // after a flush, and a context is current on one thread at a time.
                 gl->makeCurrent();
+                // Never larger than the chain: the chain stretches the picture over its
+                // frame anyway, and every pixel converted costs the GPU the render loop shares.
+                const int w = GST_VIDEO_INFO_WIDTH(&info), h = GST_VIDEO_INFO_HEIGHT(&info);
+                const int ow = outputWidth.load(std::memory_order_relaxed), oh = outputHeight.load(std::memory_order_relaxed);
+                if (ow > 0 && oh > 0)
+                    converter->setOutputSize(std::min(w, ow), std::min(h, oh));
+                else
+                    converter->setOutputSize(0, 0);
                 std::shared_ptr<const LVCamPicture> picture = converter->convert(frame, steadyNs());
                 gl->doneCurrent();
                 gst_video_frame_unmap(&frame);
@@ -194,7 +205,11 @@ void LVMoviePlayer::build(const QString& audioDevice)
     // pictures stay together; only the newest waits.
     // Late pictures are dropped (and the decoder told to skip), so a slow machine shows fewer
     // pictures rather than older ones.
-    g_object_set(sink, "caps", caps, "sync", TRUE, "qos", TRUE, "max-buffers", 1, "enable-last-sample", FALSE, nullptr);
+    // max-lateness as a video sink's: a picture due more than 20 ms ago is dropped before it
+    // is converted (the sink's default renders every late one, so a slow machine falls ever
+    // further behind).
+    g_object_set(sink, "caps", caps, "sync", TRUE, "qos", TRUE, "max-buffers", 1, "enable-last-sample", FALSE,
+                 "max-lateness", gint64(20 * GST_MSECOND), nullptr);
     gst_caps_unref(caps);
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = &Shared::newSample;
@@ -327,6 +342,12 @@ std::shared_ptr<const LVCamPicture> LVMoviePlayer::lastImage() const
     return shared_->last;
 }
 
+void LVMoviePlayer::setOutputSize(int width, int height)
+{
+    shared_->outputWidth.store(std::max(width, 0), std::memory_order_relaxed);
+    shared_->outputHeight.store(std::max(height, 0), std::memory_order_relaxed);
+}
+
 uint64_t LVMoviePlayer::picturesDecoded() const
 {
     return shared_->frames.load(std::memory_order_relaxed);
@@ -391,7 +412,9 @@ void LVMoviePlayer::setAudioDevice(const QString& device)
     const int32_t position = getMoviePosition();
     const bool wasPrerolled = prerolled_;
     teardown();
+    const int outputWidth = shared_->outputWidth, outputHeight = shared_->outputHeight;
     shared_ = std::make_shared<Shared>();
+    setOutputSize(outputWidth, outputHeight);
     prerolled_ = false;
     build(device);
     if (wasPrerolled) pendingPosition_ = position;

@@ -35,6 +35,8 @@ public:
 
     // The newest decoded picture, or none yet (bus messages are read by the other calls).
     std::shared_ptr<const LVCamPicture> lastImage() const;
+    // Pictures are converted at no more than this size (the chain's); 0 keeps the movie's own.
+    void setOutputSize(int width, int height);
     // How many pictures have reached the GPU (benchmarks).
     uint64_t picturesDecoded() const;
     // (0, 0, width, height) of the movie's pictures; empty before the first one.

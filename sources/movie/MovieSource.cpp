@@ -164,12 +164,27 @@ bool MovieSource::initWithCoder(LVKeyedUnarchiver& coder)
 
 void MovieSource::encodeWithCoder(LVKeyedArchiver& coder) const
 {
-    LVEffect::encodeWithCoder(coder);
-    QJsonArray playlist;
-    for (const LVMovieFile& file : files_) playlist.append(file.encode());
-    coder.encodeValue(kPlaylist, playlist);
-    if (!atEndTimeLine_.isEmpty()) coder.encodeString(kAtEndTimeLine, atEndTimeLine_);
-    if (!hotFolder_.isEmpty()) coder.encodeString(kHotFolder, hotFolder_);
+    LVKeyedArchiver base;
+    LVEffect::encodeWithCoder(base);
+    // The common keys first, then the movie's own in their order, settings and playlist mixed.
+    const QStringList own{kLoopMode, kAutoPlay, kAutoStop, kMutedInPreview, kHideWhenStopped, kVolume,
+                          kPlaylist, kAtEndTimeOffset, kCaptionPosition, kTimePosition, kTimeDirection, kCaptionSize,
+                          kCaptionFont, kCaptionColor, kCaptionShadowColor, kAtEndTimeLine, kHotFolder};
+    for (const QString& key : base.keys())
+        if (!own.contains(key)) coder.encodeValue(key, base.object().value(key));
+    for (const QString& key : own) {
+        if (key == kPlaylist) {
+            QJsonArray playlist;
+            for (const LVMovieFile& file : files_) playlist.append(file.encode());
+            coder.encodeValue(kPlaylist, playlist);
+        } else if (key == kAtEndTimeLine) {
+            if (!atEndTimeLine_.isEmpty()) coder.encodeString(kAtEndTimeLine, atEndTimeLine_);
+        } else if (key == kHotFolder) {
+            if (!hotFolder_.isEmpty()) coder.encodeString(kHotFolder, hotFolder_);
+        } else if (base.object().contains(key)) {
+            coder.encodeValue(key, base.object().value(key));
+        }
+    }
 }
 
 QStringList MovieSource::inspectorNotes() const
@@ -286,6 +301,7 @@ void MovieSource::setMovie(const LVMovieFile& entry)
 {
     captionText_.setText(entry.caption());
     player_ = std::make_unique<LVMoviePlayer>(entry.path, audioDevice_);
+    if (LVContext* ctx = context()) player_->setOutputSize(ctx->width(), ctx->height());
     player_->setMoviePosition(entry.inPoint);
     player_->stopAt(entry.outPoint);
     lastScaledTime_ = 0;

@@ -116,9 +116,10 @@ void SlideShow::encodeWithCoder(LVKeyedArchiver& coder) const
 {
     LVKeyedArchiver base;
     LVEffect::encodeWithCoder(base);
-    const QJsonObject& keys = base.object();
-    for (auto it = keys.begin(); it != keys.end(); ++it)
-        if (it.key() != kAlbum) coder.encodeValue(it.key(), it.value());
+    // The common keys first, then the show's own in their order.
+    const QStringList own{kAlbum, kInterval, kPaused, kAutoClear, kAlbumId, kFiles};
+    for (const QString& key : base.keys())
+        if (!own.contains(key)) coder.encodeValue(key, base.object().value(key));
     coder.encodeDouble(kInterval, interval_);
     coder.encodeInt(kPaused, isPaused() ? 1 : 0);
     coder.encodeBool(kAutoClear, autoClear());

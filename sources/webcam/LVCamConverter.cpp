@@ -45,12 +45,21 @@ uniform int height;
 uniform ivec2 chromaShift;
 uniform mat3 matrix;
 uniform vec3 offset;
+uniform vec2 outputSize;
+uniform ivec2 sourceSize;
 out vec4 color;
 void main()
 {
+#ifdef SCALED
+    // Where this output pixel falls in the frame, top down (0..1).
+    vec2 uv = vec2(gl_FragCoord.x / outputSize.x, 1.0 - gl_FragCoord.y / outputSize.y);
+    ivec2 p = ivec2(uv * vec2(sourceSize));
+    int row = p.y;
+#else
     ivec2 p = ivec2(gl_FragCoord.xy);
     // Camera rows run top down; the picture is stored the GL way up.
     int row = height - 1 - p.y;
+#endif
     vec3 yuv;
 #if LAYOUT == 0
     vec4 t = texelFetch(plane0, ivec2(p.x >> 1, row), 0);
@@ -58,13 +67,20 @@ void main()
 #elif LAYOUT == 1
     vec4 t = texelFetch(plane0, ivec2(p.x >> 1, row), 0);
     yuv = vec3((p.x & 1) == 0 ? t.g : t.a, t.r, t.b);
+#elif LAYOUT == 2 && defined(SCALED)
+    // Planes are filtered: each output pixel blends the frame's pixels around it.
+    yuv = vec3(texture(plane0, uv).r, texture(plane1, uv).rg);
 #elif LAYOUT == 2
     yuv = vec3(texelFetch(plane0, ivec2(p.x, row), 0).r, texelFetch(plane1, ivec2(p.x >> 1, row >> 1), 0).rg);
+#elif LAYOUT == 3 && defined(SCALED)
+    yuv = vec3(texture(plane0, uv).r, texture(plane1, uv).r, texture(plane2, uv).r);
 #elif LAYOUT == 3
     ivec2 c = ivec2(p.x >> chromaShift.x, row >> chromaShift.y);
     yuv = vec3(texelFetch(plane0, ivec2(p.x, row), 0).r, texelFetch(plane1, c, 0).r, texelFetch(plane2, c, 0).r);
 #endif
-#if LAYOUT == 4
+#if LAYOUT == 4 && defined(SCALED)
+    color = vec4(texture(plane0, uv).rgb, 1.0);
+#elif LAYOUT == 4
     color = vec4(texelFetch(plane0, ivec2(p.x, row), 0).rgb, 1.0);
 #else
     color = vec4(clamp(matrix * yuv + offset, 0.0, 1.0), 1.0);
@@ -119,20 +135,19 @@ LVTexture LVCamPicture::texture() const
     return {name_, width_, height_, shared_from_this()};
 }
 
-std::unique_ptr<LVCamConverter> LVCamConverter::create()
+bool LVCamConverter::buildPrograms(bool scaled)
 {
-    std::unique_ptr<LVCamConverter> c(new LVCamConverter);
-    c->pool_ = std::make_shared<LVCamPicture::Pool>();
     GLuint vs = LVCompileShader(GL_VERTEX_SHADER, kVertex, "camera conversion");
-    if (!vs) return nullptr;
+    if (!vs) return false;
     for (int layout = 0; layout < kLayouts; ++layout) {
-        const QByteArray prefix = QByteArrayLiteral("#version 330 core\n#define LAYOUT ") + QByteArray::number(layout) + '\n';
+        QByteArray prefix = QByteArrayLiteral("#version 330 core\n#define LAYOUT ") + QByteArray::number(layout) + '\n';
+        if (scaled) prefix += QByteArrayLiteral("#define SCALED\n");
         GLuint fs = LVCompileShader(GL_FRAGMENT_SHADER, kFragment, "camera conversion", prefix.constData());
         if (!fs) {
             glDeleteShader(vs);
-            return nullptr;
+            return false;
         }
-        Program& p = c->programs_[layout];
+        Program& p = programs_[scaled][layout];
         p.name = glCreateProgram();
         glAttachShader(p.name, vs);
         glAttachShader(p.name, fs);
@@ -145,7 +160,7 @@ std::unique_ptr<LVCamConverter> LVCamConverter::create()
             glGetProgramInfoLog(p.name, sizeof log, nullptr, log);
             LVLog("glLinkProgram(camera conversion): %s", log);
             glDeleteShader(vs);
-            return nullptr;
+            return false;
         }
         glUseProgram(p.name);
         glUniform1i(glGetUniformLocation(p.name, "plane0"), 0);
@@ -155,13 +170,30 @@ std::unique_ptr<LVCamConverter> LVCamConverter::create()
         p.chromaShift = glGetUniformLocation(p.name, "chromaShift");
         p.matrix = glGetUniformLocation(p.name, "matrix");
         p.offset = glGetUniformLocation(p.name, "offset");
+        p.outputSize = glGetUniformLocation(p.name, "outputSize");
+        p.sourceSize = glGetUniformLocation(p.name, "sourceSize");
     }
     glDeleteShader(vs);
     glUseProgram(0);
+    return true;
+}
+
+std::unique_ptr<LVCamConverter> LVCamConverter::create()
+{
+    std::unique_ptr<LVCamConverter> c(new LVCamConverter);
+    c->pool_ = std::make_shared<LVCamPicture::Pool>();
+    // The scaling programs are built on first use: cameras never need them.
+    if (!c->buildPrograms(false)) return nullptr;
     glGenVertexArrays(1, &c->vao_);
     glGenFramebuffers(1, &c->fbo_);
     if (!LVCheckGLError("LVCamConverter::create")) return nullptr;
     return c;
+}
+
+void LVCamConverter::setOutputSize(int width, int height)
+{
+    outputWidth_ = std::max(width, 0);
+    outputHeight_ = std::max(height, 0);
 }
 
 LVCamConverter::~LVCamConverter()
@@ -177,7 +209,8 @@ LVCamConverter::~LVCamConverter()
     }
     glDeleteFramebuffers(1, &fbo_);
     glDeleteVertexArrays(1, &vao_);
-    for (const Program& p : programs_) glDeleteProgram(p.name);
+    for (const auto& programs : programs_)
+        for (const Program& p : programs) glDeleteProgram(p.name);
 }
 
 bool LVCamConverter::supports(GstVideoFormat format)
@@ -213,8 +246,11 @@ void LVCamConverter::setPlane(int index, GLint internalFormat, GLenum format, GL
     if (!p.name) {
         glGenTextures(1, &p.name);
         glBindTexture(GL_TEXTURE_2D, p.name);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+        // Filtered for scaling; the same-size conversion reads texels directly.
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     } else {
         glBindTexture(GL_TEXTURE_2D, p.name);
     }
@@ -331,14 +367,21 @@ GLuint LVCamConverter::takeTexture(int width, int height)
 std::shared_ptr<const LVCamPicture> LVCamConverter::draw(int64_t captureTimeNs)
 {
     if (width_ <= 0 || height_ <= 0) return nullptr;
-    const GLuint target = takeTexture(width_, height_);
+    const int outWidth = outputWidth_ > 0 && outputHeight_ > 0 ? outputWidth_ : width_;
+    const int outHeight = outputWidth_ > 0 && outputHeight_ > 0 ? outputHeight_ : height_;
+    const bool scaled = outWidth != width_ || outHeight != height_;
+    if (scaled && !scalingBuilt_) scalingBuilt_ = buildPrograms(true); // tried once: a failure is logged once
+    if (scaled && !*scalingBuilt_) return nullptr;
+    const GLuint target = takeTexture(outWidth, outHeight);
     glBindFramebuffer(GL_FRAMEBUFFER, fbo_);
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, target, 0);
-    glViewport(0, 0, width_, height_);
+    glViewport(0, 0, outWidth, outHeight);
     glDisable(GL_BLEND);
-    const Program& program = programs_[layout_];
+    const Program& program = programs_[scaled][layout_];
     glUseProgram(program.name);
     glUniform1i(program.height, height_);
+    glUniform2f(program.outputSize, float(outWidth), float(outHeight));
+    glUniform2i(program.sourceSize, width_, height_);
     glUniform2i(program.chromaShift, chromaShift_[0], chromaShift_[1]);
     glUniformMatrix3fv(program.matrix, 1, GL_FALSE, matrix_);
     glUniform3fv(program.offset, 1, offset_);
@@ -357,7 +400,7 @@ std::shared_ptr<const LVCamPicture> LVCamConverter::draw(int64_t captureTimeNs)
         glDeleteTextures(1, &target);
         return nullptr;
     }
-    return std::make_shared<LVCamPicture>(target, width_, height_, captureTimeNs, pool_);
+    return std::make_shared<LVCamPicture>(target, outWidth, outHeight, captureTimeNs, pool_);
 }
 
 std::shared_ptr<const LVCamPicture> LVCamConverter::convert(const GstVideoFrame& frame, int64_t captureTimeNs)

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 // A finished camera picture: RGBA, stored the GL way up, sharable with every context.
@@ -54,6 +55,11 @@ public:
     // The formats an appsink should ask for, as a caps string.
     static const char* sinkCaps();
 
+    // Pictures come out at this size, scaled while converting (planes filtered), or at each
+    // frame's own size when either is 0 (the default). A movie far larger than the chain
+    // then costs the GPU only the chain's pixels.
+    void setOutputSize(int width, int height);
+
     // Uploads the frame's planes; false (logged once per format) when it cannot be shown.
     bool upload(const GstVideoFrame& frame);
     // Converts the last uploaded frame into a new picture and waits for the GPU to finish it,
@@ -65,6 +71,8 @@ public:
 
 private:
     LVCamConverter() = default;
+    // The five layouts' programs, converting at the frame's size or scaling.
+    bool buildPrograms(bool scaled);
     GLuint takeTexture(int width, int height);
     void setPlane(int index, GLint internalFormat, GLenum format, GLenum type, int width, int height, int rowPixels,
                   const void* data);
@@ -77,14 +85,17 @@ private:
     };
     struct Program {
         GLuint name = 0;
-        GLint height = -1, chromaShift = -1, matrix = -1, offset = -1;
+        GLint height = -1, chromaShift = -1, matrix = -1, offset = -1, outputSize = -1, sourceSize = -1;
     };
-    Program programs_[5]; // one per plane layout
+    Program programs_[2][5]; // [scaling][plane layout]
     GLuint vao_ = 0;
     GLuint fbo_ = 0;
     Plane planes_[3];
     int width_ = 0;
     int height_ = 0;
+    std::optional<bool> scalingBuilt_;
+    int outputWidth_ = 0;
+    int outputHeight_ = 0;
     int layout_ = 0;
     int chromaShift_[2] = {0, 0};
     float matrix_[9] = {};

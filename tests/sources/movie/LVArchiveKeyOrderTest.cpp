@@ -1,0 +1,130 @@
+// Archives are written with their keys in the order each kind lists them, and read back the
+// same whatever the order.
+#include "core/LVKeyedArchive.h"
+#include "core/LVDefaults.h"
+#include "render/LVContext.h"
+#include "sources/flickr/FlickrSource.h"
+#include "sources/movie/MovieSource.h"
+#include "sources/slideshow/SlideShow.h"
+#include "tests/support/LVTestSupport.h"
+
+#include <QGuiApplication>
+#include <QJsonArray>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+namespace {
+
+TEST(LVKeyedArchiverTest, KeysAreWrittenInTheOrderFirstEncoded)
+{
+    const struct {
+        std::function<void(LVKeyedArchiver&)> encode;
+        QByteArray bytes;
+    } cases[] = {
+        {[](LVKeyedArchiver&) {}, "{}"},
+        {[](LVKeyedArchiver& a) {
+             a.encodeInt("zeta", 1);
+             a.encodeBool("alpha", true);
+             a.encodeDouble("mid", 0.5);
+         },
+         R"({"zeta":1,"alpha":true,"mid":0.5})"},
+        // Encoding a key again replaces its value where it stands.
+        {[](LVKeyedArchiver& a) {
+             a.encodeInt("b", 1);
+             a.encodeInt("a", 2);
+             a.encodeInt("b", 3);
+         },
+         R"({"b":3,"a":2})"},
+        // Keys and strings are escaped like any JSON text; nested values stay whole.
+        {[](LVKeyedArchiver& a) {
+             a.encodeString("say \"hi\"", "line\nnext\\");
+             a.encodeValue("list", QJsonArray{1, "two", QJsonObject{{"k", false}}});
+             a.encodeData("blob", QByteArray("\x00\xff", 2));
+         },
+         R"({"say \"hi\"":"line\nnext\\","list":[1,"two",{"k":false}],"blob":"AP8="})"},
+    };
+    for (const auto& c : cases) {
+        LVKeyedArchiver archiver;
+        c.encode(archiver);
+        EXPECT_EQ(archiver.finishEncoding(), c.bytes);
+        // What is written reads back as what was encoded.
+        LVKeyedUnarchiver reader(archiver.finishEncoding());
+        ASSERT_TRUE(reader.isValid()) << reader.error().toStdString();
+        EXPECT_EQ(reader.object(), archiver.object());
+    }
+}
+
+class LVArchiveKeyOrderTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        lvEnsureApplication<QGuiApplication>();
+        ASSERT_TRUE(home.isValid());
+        defaults = std::make_unique<LVDefaults>(home.filePath("prefs.json"));
+        LVDefaults::setStandardUserDefaults(defaults.get());
+        QString error;
+        context = LVContext::create(QSize(32, 24), &error);
+        ASSERT_TRUE(context) << error.toStdString();
+    }
+    void TearDown() override { LVDefaults::setStandardUserDefaults(nullptr); }
+
+    QTemporaryDir home;
+    std::unique_ptr<LVDefaults> defaults;
+    std::unique_ptr<LVContext> context;
+};
+
+TEST_F(LVArchiveKeyOrderTest, EachSourceWritesItsKeysInItsListedOrder)
+{
+    const QString folder = home.path();
+    const struct {
+        const char* kind;
+        std::function<std::shared_ptr<LVEffect>(LVContext*)> make;
+        QStringList keys;
+    } cases[] = {
+        {"Movie",
+         [folder](LVContext* context) {
+             auto movie = std::make_shared<MovieSource>();
+             movie->initWithContext(context);
+             movie->addMoviePathToPlayList(folder + "/missing.mp4");
+             movie->setAtEndTimeLine("Closing");
+             movie->setHotFolder(folder);
+             return movie;
+         },
+         {"class", "enabled", "loopMode", "autoPlay", "autoStop", "mutedInPreview", "hideWhenStopped", "volume",
+          "playlist", "atEndTimeOffset", "captionPosition", "timePosition", "timeDirection", "captionSize",
+          "captionFont", "captionColor", "captionShadowColor", "atEndTimeLine", "hotFolder"}},
+        {"Slide Show",
+         [](LVContext* context) {
+             auto show = std::make_shared<SlideShow>();
+             show->initWithContext(context);
+             return show;
+         },
+         {"class", "enabled", "interval", "paused", "autoClear", "files"}},
+        {"Flickr Set",
+         [](LVContext* context) {
+             auto set = std::make_shared<FlickrSource>();
+             set->initWithContext(context);
+             return set;
+         },
+         {"class", "enabled", "delay", "paused", "set", "email"}},
+    };
+    for (const auto& c : cases) {
+        const std::shared_ptr<LVEffect> effect = c.make(context.get());
+        LVKeyedArchiver archiver;
+        effect->encodeWithCoder(archiver);
+        EXPECT_EQ(archiver.keys(), c.keys) << c.kind << ": " << archiver.keys().join(", ").toStdString();
+        // And the bytes follow that order.
+        const QByteArray bytes = archiver.finishEncoding();
+        qsizetype last = -1;
+        for (const QString& key : c.keys) {
+            const qsizetype at = bytes.indexOf("\"" + key.toUtf8() + "\":");
+            EXPECT_GT(at, last) << c.kind << ": " << key.toStdString();
+            last = at;
+        }
+    }
+}
+
+} // namespace
