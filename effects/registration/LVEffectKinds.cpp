@@ -2,13 +2,18 @@
 
 #include "core/LVEffectRegistry.h"
 #include "effects/composition/LVQCEffect.h"
+#include "effects/composition/LVQCSource.h"
 #include "effects/pip/PIPEffect.h"
 #include "effects/script/AppleScriptEffect.h"
+#include "effects/telestrator/Telestrator.h"
 
 void LVRegisterEffectKinds()
 {
     LVEffectClasses::registerClass(&LVQCEffect::classDescriptor());
     LVEffectClasses::registerClass(&PIPEffect::classDescriptor());
     LVRegisterScriptEffect();
+    LVRegisterTelestrator();
+    LVEffectClasses::registerClass(&LVQCSource::classDescriptor());
     LVQCEffectFactory::setCompositionEffectMaker(&LVQCEffect::makeForFile);
+    LVQCSourceFactory::setGeneratorSourceMaker(&LVQCSource::makeForFile);
 }
