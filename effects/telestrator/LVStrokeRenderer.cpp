@@ -132,10 +132,9 @@ bool LVStrokeRenderer::prepare(LVContext& ctx)
     return true;
 }
 
-void LVStrokeRenderer::draw(LVContext& ctx, const LVStrokeMesh& mesh)
+void LVStrokeRenderer::drawLayer(LVContext& ctx, const LVStrokeMesh& mesh)
 {
-    if (mesh.vertices.empty()) return;
-    // Whatever is pending in the frame is drawn first; the strokes go over it.
+    // Whatever is pending in the frame is drawn first, while its target is still bound.
     ctx.framebuffer();
     if (!prepare(ctx)) return;
 
@@ -160,15 +159,21 @@ void LVStrokeRenderer::draw(LVContext& ctx, const LVStrokeMesh& mesh)
         else glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
         glDrawArrays(GL_TRIANGLES, GLint(run.first), GLsizei(run.count));
     }
-    glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
     glBindVertexArray(0);
     glBindBuffer(GL_ARRAY_BUFFER, 0);
     glUseProgram(0);
     glDisable(GL_DEPTH_TEST);
+    LVCheckGLError("telestrator layer");
+}
 
+void LVStrokeRenderer::composite(LVContext& ctx)
+{
+    if (!hasLayer(ctx)) return;
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
     ctx.drawTexture(LVTexture{texture_, width_, height_}, QRectF(0, 0, ctx.width(), ctx.height()),
                     QRectF(0, 0, width_, height_));
     // Back to the context's usual blending.
     glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
-    LVCheckGLError("telestrator draw");
 }

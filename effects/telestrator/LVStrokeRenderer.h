@@ -12,8 +12,12 @@ public:
     LVStrokeRenderer(const LVStrokeRenderer&) = delete;
     LVStrokeRenderer& operator=(const LVStrokeRenderer&) = delete;
 
-    // Draws the mesh over ctx's current frame; an empty mesh draws nothing.
-    void draw(LVContext& ctx, const LVStrokeMesh& mesh);
+    // Draws the mesh into the layer, replacing what it held.
+    void drawLayer(LVContext& ctx, const LVStrokeMesh& mesh);
+    // Whether the layer holds a drawing for ctx's frame size.
+    bool hasLayer(const LVContext& ctx) const { return fbo_ && width_ == ctx.width() && height_ == ctx.height(); }
+    // The layer over ctx's current frame.
+    void composite(LVContext& ctx);
 
 private:
     bool prepare(LVContext& ctx);

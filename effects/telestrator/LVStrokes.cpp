@@ -30,6 +30,7 @@ void LVStrokeList::begin(QPointF p, const QColor& color, double width, bool eras
     stroke.width = std::clamp(std::isfinite(width) ? width : kMinWidth, kMinWidth, kMaxWidth);
     stroke.eraser = eraser;
     strokes_.push_back(std::move(stroke));
+    ++revision_;
 }
 
 void LVStrokeList::extend(QPointF p)
@@ -39,6 +40,7 @@ void LVStrokeList::extend(QPointF p)
     const QPointF point = clampToFrame(p);
     if (stroke.points.size() >= kMaxPoints || stroke.points.back() == point) return;
     stroke.points.push_back(point);
+    ++revision_;
 }
 
 void LVStrokeList::end()
@@ -50,6 +52,7 @@ bool LVStrokeList::undo()
 {
     if (strokes_.empty()) return false;
     strokes_.pop_back();
+    ++revision_;
     return true;
 }
 
@@ -59,7 +62,16 @@ void LVStrokeList::age(double now, double fadeAfter)
         if (stroke.finished && !stroke.finishedAt) stroke.finishedAt = now;
     }
     if (fadeAfter <= 0) return;
-    std::erase_if(strokes_, [&](const LVStroke& stroke) { return stroke.finished && opacity(stroke, now, fadeAfter) <= 0; });
+    if (std::erase_if(strokes_, [&](const LVStroke& stroke) { return stroke.finished && opacity(stroke, now, fadeAfter) <= 0; }))
+        ++revision_;
+}
+
+bool LVStrokeList::isFading(double now, double fadeAfter) const
+{
+    return std::any_of(strokes_.begin(), strokes_.end(), [&](const LVStroke& stroke) {
+        const double alpha = opacity(stroke, now, fadeAfter);
+        return alpha > 0 && alpha < 1;
+    });
 }
 
 double LVStrokeList::opacity(const LVStroke& stroke, double now, double fadeAfter)

@@ -6,6 +6,7 @@
 #include <QPointF>
 #include <QSize>
 
+#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -57,10 +58,18 @@ public:
     void end();
     // Removes the newest stroke; answers whether there was one.
     bool undo();
-    void clear() { strokes_.clear(); }
+    void clear()
+    {
+        strokes_.clear();
+        ++revision_;
+    }
     bool isEmpty() const { return strokes_.empty(); }
     bool isDrawing() const { return !strokes_.empty() && !strokes_.back().finished; }
     const std::vector<LVStroke>& strokes() const { return strokes_; }
+    // Changes with every edit, so a drawing of the strokes can be kept until it is stale.
+    uint64_t revision() const { return revision_; }
+    // Whether some stroke is part way through fading out at now.
+    bool isFading(double now, double fadeAfter) const;
 
     // Stamps strokes finished since the last frame with now and drops those that have
     // faded out. fadeAfter <= 0 keeps strokes until cleared.
@@ -79,4 +88,5 @@ public:
 
 private:
     std::vector<LVStroke> strokes_;
+    uint64_t revision_ = 0;
 };

@@ -66,6 +66,7 @@ void Telestrator::encodeWithCoder(LVKeyedArchiver& coder) const
 void Telestrator::destruct()
 {
     renderer_.reset();
+    drawnRevision_.reset();
 }
 
 QStringList Telestrator::inspectorNotes() const
@@ -100,8 +101,14 @@ void Telestrator::doit()
     LVContext* ctx = context();
     if (!ctx) return;
     const double fadeAfter = parameterValue(kFadeAfter).toDouble();
-    strokes_.age(ctx->frameTime(), fadeAfter);
+    const double now = ctx->frameTime();
+    strokes_.age(now, fadeAfter);
     if (strokes_.isEmpty()) return;
     if (!renderer_) renderer_ = std::make_unique<LVStrokeRenderer>();
-    renderer_->draw(*ctx, strokes_.mesh(QSize(ctx->width(), ctx->height()), ctx->frameTime(), fadeAfter));
+    // Strokes that stay cost one layer over the frame; drawing them again waits for a change.
+    if (drawnRevision_ != strokes_.revision() || strokes_.isFading(now, fadeAfter) || !renderer_->hasLayer(*ctx)) {
+        renderer_->drawLayer(*ctx, strokes_.mesh(QSize(ctx->width(), ctx->height()), now, fadeAfter));
+        drawnRevision_ = strokes_.revision();
+    }
+    renderer_->composite(*ctx);
 }

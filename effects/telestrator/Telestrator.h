@@ -8,6 +8,7 @@
 #include "effects/telestrator/LVStrokes.h"
 
 #include <memory>
+#include <optional>
 
 class Telestrator : public LVEffect, public LVStrokeReceiver {
 public:
@@ -33,6 +34,8 @@ protected:
 private:
     LVStrokeList strokes_;
     std::unique_ptr<LVStrokeRenderer> renderer_;
+    // What the renderer's layer shows: redrawn only when the strokes change or fade.
+    std::optional<uint64_t> drawnRevision_;
 };
 
 // Adds the kind to the effect class table.
