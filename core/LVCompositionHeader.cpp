@@ -75,6 +75,12 @@ bool LVCompositionHeader::isTransition() const
            hasInputNamed(QStringLiteral("progress"));
 }
 
+bool LVCompositionHeader::isGenerator() const
+{
+    return valid && !isTransition() && !hasInputNamed(QStringLiteral("inputImage")) &&
+           !hasInputNamed(QStringLiteral("_protocolInput_Image"));
+}
+
 QStringList LVCompositionHeader::protocols() const
 {
     QStringList list;

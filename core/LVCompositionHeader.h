@@ -25,6 +25,9 @@ struct LVCompositionHeader {
     // Lumaveil's ports ("transitionTime" and "targetImage") or ISF's ("startImage",
     // "endImage" and "progress").
     bool isTransition() const;
+    // No image input for the chain's picture and no transition ports: it makes a picture of
+    // its own (colour bars, a clock face), so it can also serve as a source.
+    bool isGenerator() const;
     bool isBackdrop() const { return json.value(QStringLiteral("isBackdrop")).toBool(false); }
     bool isFaceTrackingEffect() const { return json.value(QStringLiteral("isFaceTrackingEffect")).toBool(false); }
     bool hasProtocols() const { return json.value(QStringLiteral("protocols")).isArray(); }

@@ -27,6 +27,12 @@ LVQCEffectFactory::CompositionEffectMaker& compositionMaker()
     return maker;
 }
 
+LVQCEffectFactory::CompositionEffectMaker& generatorSourceMaker()
+{
+    static LVQCEffectFactory::CompositionEffectMaker maker;
+    return maker;
+}
+
 // Class names that came from plug-ins; the built-in catalogue leaves them out.
 QSet<QString>& pluginClassNames()
 {
@@ -83,8 +89,11 @@ LVEffectRef LVBuiltinEffectFactory::instantiateWithContext(LVContext* context) c
 }
 
 LVQCEffectFactory::LVQCEffectFactory(const QString& path, LVEffectOrigin origin)
-    : LVEffectFactory(nameFromPath(path), origin, path), isTransition_(LVCompositionHeader::read(path).isTransition())
+    : LVEffectFactory(nameFromPath(path), origin, path), isTransition_(false), isGenerator_(false)
 {
+    const LVCompositionHeader header = LVCompositionHeader::read(path);
+    isTransition_ = header.isTransition();
+    isGenerator_ = header.isGenerator();
 }
 
 QString LVQCEffectFactory::nameFromPath(const QString& path)
@@ -104,6 +113,25 @@ LVEffectRef LVQCEffectFactory::instantiateWithContext(LVContext* context) const
 void LVQCEffectFactory::setCompositionEffectMaker(CompositionEffectMaker maker)
 {
     compositionMaker() = std::move(maker);
+}
+
+LVQCSourceFactory::LVQCSourceFactory(const LVQCEffectFactory& composition)
+    : LVEffectFactory(composition.name(), composition.origin(), composition.path())
+{
+}
+
+LVEffectRef LVQCSourceFactory::instantiateWithContext(LVContext* context) const
+{
+    if (!generatorSourceMaker()) {
+        LVLog("Generator %s cannot be a source: no generator source kind is registered", qPrintable(path()));
+        return nullptr;
+    }
+    return generatorSourceMaker()(context, QFileInfo(path()).fileName());
+}
+
+void LVQCSourceFactory::setGeneratorSourceMaker(LVQCEffectFactory::CompositionEffectMaker maker)
+{
+    generatorSourceMaker() = std::move(maker);
 }
 
 int32_t parseVersionString(const QString& version)
@@ -269,7 +297,10 @@ void LVEffectRegistry::loadEffectsFrom(const QString& folder, bool checkProtocol
                     continue;
                 }
             }
-            addEffectFactory(std::make_shared<LVQCEffectFactory>(path, origin));
+            auto composition = std::make_shared<LVQCEffectFactory>(path, origin);
+            // A generator is offered both ways: stacked as an effect, or as the source.
+            if (composition->isGenerator()) addEffectFactory(std::make_shared<LVQCSourceFactory>(*composition));
+            addEffectFactory(std::move(composition));
         } else if (name.endsWith(QStringLiteral(".so"))) {
             loadPlugin(path);
         } else {

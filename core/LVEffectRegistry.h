@@ -53,6 +53,8 @@ private:
 class LVQCEffectFactory : public LVEffectFactory {
 public:
     LVQCEffectFactory(const QString& path, LVEffectOrigin origin);
+    // Whether the file's header reads as a generator (see LVCompositionHeader::isGenerator).
+    bool isGenerator() const { return isGenerator_; }
     // The file name without folder and extension.
     static QString nameFromPath(const QString& path);
     bool isTransition() const override { return isTransition_; }
@@ -66,6 +68,18 @@ public:
 
 private:
     bool isTransition_;
+    bool isGenerator_;
+};
+
+// The same generator composition file listed among the sources: it draws the base picture.
+class LVQCSourceFactory : public LVEffectFactory {
+public:
+    explicit LVQCSourceFactory(const LVQCEffectFactory& composition);
+    bool isSource() const override { return true; }
+    LVEffectRef instantiateWithContext(LVContext* context) const override;
+
+    // The generator source kind lives above the registry too; it installs its maker here.
+    static void setGeneratorSourceMaker(LVQCEffectFactory::CompositionEffectMaker maker);
 };
 
 // Folders and system version the registry scans. standard() reads the environment:

@@ -1,11 +1,14 @@
 #include "control/usermenu/LVUserMenuActions.h"
 
 #include "automation/LVTimeLineManager.h"
+#include "core/LVStrokeReceiver.h"
 #include "core/Lumaveil.h"
 #include "core/util/LVBoundedRead.h"
 #include "core/util/LVLog.h"
 #include "effects/script/LVScriptRunner.h"
+#include "studio/LVMEBus.h"
 #include "studio/LVStudio.h"
+#include "studio/LVStudioButton.h"
 
 #include <QFileInfo>
 #include <QUrl>
@@ -48,6 +51,7 @@ std::unique_ptr<LVUserMenuAction> LVUserMenuAction::decode(const QJsonObject& ar
     if (className == QLatin1String("LVAppleScriptMenuAction")) {
         return std::make_unique<LVAppleScriptMenuAction>(QUrl(archive.value(QStringLiteral("url")).toString()).toLocalFile());
     }
+    if (className == QLatin1String("LVClearTelestratorMenuAction")) return std::make_unique<LVClearTelestratorMenuAction>();
     if (className == QLatin1String("LVUserMenuAction")) return std::make_unique<LVUserMenuAction>();
     if (!className.isEmpty()) LVLog("User menu: unknown action \"%s\" dropped", qPrintable(className));
     return nullptr;
@@ -169,4 +173,18 @@ QString LVAppleScriptMenuAction::summary() const
 void LVAppleScriptMenuAction::encode(QJsonObject& archive) const
 {
     archive.insert(QStringLiteral("url"), QUrl::fromLocalFile(path_).toString());
+}
+
+void LVClearTelestratorMenuAction::invoke(const LVUserMenuTargets& targets)
+{
+    if (!targets.app) return;
+    std::vector<LVEffectRef> effects = targets.app->liveEffects();
+    if (LVStudio* studio = studioOf(targets)) {
+        for (const LVStudioButtonRef& button : studio->mainBus().previewButtons()) {
+            effects.insert(effects.end(), button->effects().begin(), button->effects().end());
+        }
+    }
+    for (const LVEffectRef& effect : effects) {
+        if (auto* strokes = dynamic_cast<LVStrokeReceiver*>(effect.get())) strokes->clearStrokes();
+    }
 }

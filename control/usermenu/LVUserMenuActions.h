@@ -123,3 +123,11 @@ private:
     QString path_;
     std::optional<QByteArray> script_;
 };
+
+// Takes the strokes off every telestrator in the live chain and on the studio's Preview.
+class LVClearTelestratorMenuAction : public LVUserMenuAction {
+public:
+    QString className() const override { return QStringLiteral("LVClearTelestratorMenuAction"); }
+    void invoke(const LVUserMenuTargets& targets) override;
+    QString summary() const override { return QStringLiteral("Clear Telestrator"); }
+};

@@ -4,6 +4,7 @@
 
 #include <QBuffer>
 #include <QImageReader>
+#include <QThreadPool>
 
 #include <cmath>
 
@@ -19,9 +20,12 @@ std::unique_ptr<LVAnimatedImage> LVAnimatedImage::animatedImageFromFile(const QS
     animation->path_ = path;
     // Long animations are capped so a huge file cannot eat the memory.
     constexpr int kMaxFrames = 1000;
+    qint64 decodedBytes = 0;
     while (int(animation->frames_.size()) < kMaxFrames) {
         QImage frame = reader.read();
         if (frame.isNull()) break;
+        decodedBytes += frame.sizeInBytes();
+        if (decodedBytes > kMaxDecodedBytes) break;
         // Browsers treat delays under 20 ms as 100 ms; so do we.
         int delay = reader.nextImageDelay();
         if (delay < 20) delay = 100;
@@ -41,4 +45,36 @@ bool LVAnimatedImage::advance(double time)
     const bool changed = frame != current_;
     current_ = frame;
     return changed;
+}
+
+std::shared_ptr<LVAnimatedImageLoad> LVAnimatedImageLoad::start(const QString& path)
+{
+    auto load = std::make_shared<LVAnimatedImageLoad>();
+    // The job holds the load, so a renderer that lets go early costs nothing but the decode.
+    QThreadPool::globalInstance()->start([load, path] {
+        std::unique_ptr<LVAnimatedImage> animation = LVAnimatedImage::animatedImageFromFile(path);
+        const std::lock_guard lock(load->mutex_);
+        load->animation_ = std::move(animation);
+        load->finished_ = true;
+        load->finishedChanged_.notify_all();
+    });
+    return load;
+}
+
+bool LVAnimatedImageLoad::isFinished() const
+{
+    const std::lock_guard lock(mutex_);
+    return finished_;
+}
+
+void LVAnimatedImageLoad::waitForFinished() const
+{
+    std::unique_lock lock(mutex_);
+    finishedChanged_.wait(lock, [this] { return finished_; });
+}
+
+std::unique_ptr<LVAnimatedImage> LVAnimatedImageLoad::take()
+{
+    const std::lock_guard lock(mutex_);
+    return std::move(animation_);
 }

@@ -3,11 +3,16 @@
 #include <QImage>
 #include <QString>
 
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 class LVAnimatedImage {
 public:
+    // Decoded frames stop at this many bytes, so a huge animation cannot eat the memory.
+    static constexpr qint64 kMaxDecodedBytes = qint64(256) << 20;
+
     // The animation in the file, or null when it is a still image or unreadable.
     static std::unique_ptr<LVAnimatedImage> animatedImageFromFile(const QString& path);
 
@@ -27,4 +32,21 @@ private:
     size_t current_ = 0;
     double duration_ = 0;
     QString path_;
+};
+
+// An animation decoded on the shared thread pool, so the render loop never waits for it.
+class LVAnimatedImageLoad {
+public:
+    static std::shared_ptr<LVAnimatedImageLoad> start(const QString& path);
+
+    bool isFinished() const;
+    void waitForFinished() const;
+    // The animation once decoded, handed out once; null while decoding or for a still image.
+    std::unique_ptr<LVAnimatedImage> take();
+
+private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable finishedChanged_;
+    bool finished_ = false;
+    std::unique_ptr<LVAnimatedImage> animation_;
 };

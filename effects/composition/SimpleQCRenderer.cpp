@@ -69,7 +69,8 @@ void SimpleQCRenderer::setValue(const QVariant& value, const QString& key)
     if (slot.path == path && !slot.stale) return;
     slot.path = path;
     slot.stale = true;
-    slot.gif = path.isEmpty() ? nullptr : LVAnimatedImage::animatedImageFromFile(path);
+    slot.gif.reset();
+    slot.loading = path.isEmpty() ? nullptr : LVAnimatedImageLoad::start(path);
 }
 
 void SimpleQCRenderer::setNonGifValue(const QVariant& value, const QString& key)
@@ -79,10 +80,26 @@ void SimpleQCRenderer::setNonGifValue(const QVariant& value, const QString& key)
     if (input && input->type == LVISFInputType::Event && value.toBool()) firedEvents_.insert(key);
 }
 
-bool SimpleQCRenderer::hasAnimationForInputKey(const QString& key) const
+bool SimpleQCRenderer::hasAnimationForInputKey(const QString& key)
 {
     const auto it = images_.find(key);
-    return it != images_.end() && it->second.gif;
+    if (it == images_.end()) return false;
+    ImageSlot& slot = it->second;
+    if (slot.loading) {
+        slot.loading->waitForFinished();
+        takeAnimation(slot);
+    }
+    return slot.gif != nullptr;
+}
+
+void SimpleQCRenderer::takeAnimation(ImageSlot& slot)
+{
+    slot.gif = slot.loading->take();
+    slot.loading.reset();
+    if (!slot.gif) return;
+    // It starts at the frame showing now, not at its first.
+    slot.gif->advance(time_);
+    slot.stale = true;
 }
 
 void SimpleQCRenderer::setTextureForInputKey(const LVTexture& texture, const QString& key)
@@ -101,6 +118,7 @@ void SimpleQCRenderer::beginFrame(double time)
     date_[2] = float(now.date().day());
     date_[3] = float(now.time().msecsSinceStartOfDay() / 1000.0);
     for (auto& [key, slot] : images_) {
+        if (slot.loading && slot.loading->isFinished()) takeAnimation(slot);
         if (slot.gif && slot.gif->advance(time)) slot.stale = true;
     }
     refreshTexts();

@@ -40,7 +40,8 @@ public:
     // Stores the value as it is, without looking for an animation.
     void setNonGifValue(const QVariant& value, const QString& key);
     QVariant valueForInputKey(const QString& key) const { return values_.value(key); }
-    bool hasAnimationForInputKey(const QString& key) const;
+    // Whether the input's image plays; waits for a decode still running (tests, tools).
+    bool hasAnimationForInputKey(const QString& key);
     // A frame of the chain for an image input (held until replaced or cleared).
     void setTextureForInputKey(const LVTexture& texture, const QString& key);
     void clearTextureForInputKey(const QString& key) { frames_.remove(key); }
@@ -79,6 +80,8 @@ private:
         GLuint texture = 0;
         QSize size;
         std::unique_ptr<LVAnimatedImage> gif;
+        // The animation being decoded; until it arrives the first picture shows still.
+        std::shared_ptr<LVAnimatedImageLoad> loading;
         bool stale = true;
     };
     struct TextSlot {
@@ -89,6 +92,7 @@ private:
         QSize size;
     };
 
+    void takeAnimation(ImageSlot& slot);
     QSize passSize(const LVISFPass& pass) const;
     Target& target(const LVISFPass& pass, QSize size);
     LVTexture textureForInput(const LVISFInput& input);

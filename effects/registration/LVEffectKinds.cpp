@@ -2,10 +2,12 @@
 
 #include "core/LVEffectRegistry.h"
 #include "effects/composition/LVQCEffect.h"
+#include "effects/composition/LVQCSource.h"
 #include "effects/pip/PIPEffect.h"
 #include "effects/script/AppleScriptEffect.h"
 #include "effects/song/iTunesSong.h"
 #include "effects/ticker/NewsTicker.h"
+#include "effects/telestrator/Telestrator.h"
 
 void LVRegisterEffectKinds()
 {
@@ -14,5 +16,8 @@ void LVRegisterEffectKinds()
     LVRegisterScriptEffect();
     LVRegisterSongKinds();
     LVRegisterTickerKinds();
+    LVRegisterTelestrator();
+    LVEffectClasses::registerClass(&LVQCSource::classDescriptor());
     LVQCEffectFactory::setCompositionEffectMaker(&LVQCEffect::makeForFile);
+    LVQCSourceFactory::setGeneratorSourceMaker(&LVQCSource::makeForFile);
 }

@@ -48,6 +48,9 @@ LVUserMenuWindow::LVUserMenuWindow(LVUserMenu& menu, QWidget* parent) : QWidget(
     timeLineMenu_ = actions->addMenu(tr("Start Automation"));
     stopTimeLineMenu_ = actions->addMenu(tr("Stop Automation"));
     actions->addAction(tr("Script File\u2026"), this, &LVUserMenuWindow::doSetAppleScript);
+    actions->addAction(tr("Clear Telestrator"), this, [this] {
+        menu_.setCurrentAction(selectedEntry(), std::make_unique<LVClearTelestratorMenuAction>());
+    });
     chooser_->setMenu(actions);
 
     recorder_ = new LVShortcutRecorder;

@@ -75,6 +75,7 @@ LVMainWindow::LVMainWindow(Lumaveil& lumaveil, QWidget* parent) : QMainWindow(pa
     auto* splitter = new QSplitter(Qt::Horizontal, this);
     preview_ = new LVPreviewWidget(splitter);
     preview_->setObjectName(QStringLiteral("preview"));
+    preview_->setStrokeTarget([this] { return LVPreviewWidget::firstStrokeReceiver(lumaveil_.liveEffects()); });
     splitter->addWidget(preview_);
 
     auto* side = new QWidget(splitter);

@@ -5,7 +5,9 @@
 #include "gui/studio/LVIconView.h"
 #include "gui/studio/LVMonitorView.h"
 #include "gui/studio/LVQuickSourceView.h"
+#include "studio/LVMEBus.h"
 #include "studio/LVStudio.h"
+#include "studio/LVStudioButton.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -119,6 +121,13 @@ QWidget* LVStudioController::makeMonitorRow()
     previewMonitor_->setObjectName(QStringLiteral("previewMonitor"));
     programMonitor_ = new LVMonitorView(row);
     programMonitor_->setObjectName(QStringLiteral("programMonitor"));
+    previewMonitor_->setStrokeTarget([this]() -> LVEffectRef {
+        for (const LVStudioButtonRef& button : studio_.mainBus().previewButtons()) {
+            if (LVEffectRef effect = LVPreviewWidget::firstStrokeReceiver(button->effects())) return effect;
+        }
+        return nullptr;
+    });
+    programMonitor_->setStrokeTarget([this] { return LVPreviewWidget::firstStrokeReceiver(app_.liveEffects()); });
 
     QScrollArea* previewScroll = scrolled(previewControls_, row);
     QScrollArea* programScroll = scrolled(programControls_, row);
