@@ -172,10 +172,12 @@ QString LVEncodePipelineDescription(const LVEncodeSettings& settings, const QStr
         muxer = matroska ? QStringLiteral("matroskamux name=mux ! fdsink name=sink")
                          : QStringLiteral("mp4mux name=mux fragment-duration=1000 streamable=true ! fdsink name=sink");
         break;
-    case LVEncodeKind::Rtmp: muxer = QStringLiteral("flvmux name=mux streamable=true ! rtmp2sink name=sink"); break;
+    // Frames come paced by the render loop: network sinks send at once, never wait for the clock.
+    case LVEncodeKind::Rtmp: muxer = QStringLiteral("flvmux name=mux streamable=true ! rtmp2sink name=sink sync=false"); break;
     case LVEncodeKind::Srt:
-        // A listener must not hold the pipeline until a viewer connects.
-        muxer = QStringLiteral("mpegtsmux name=mux ! srtsink name=sink wait-for-connection=false");
+        // A listener must not hold the pipeline until a viewer connects; SRT carries messages
+        // of at most 1316 bytes, seven transport-stream packets.
+        muxer = QStringLiteral("mpegtsmux name=mux alignment=7 ! srtsink name=sink sync=false wait-for-connection=false");
         break;
     case LVEncodeKind::Hls:
         muxer = QStringLiteral("hlssink2 name=hls target-duration=%1 max-files=10 playlist-length=5").arg(settings.keyframeSeconds);

@@ -142,7 +142,10 @@ void LVEncoder::pushFrame(const LVFramePixelsRef& pixels, double frameTime)
         // The first frame starts at the pipeline's running time, so live sound lines up.
         haveFirstFrame_ = true;
         firstFrameTime_ = frameTime;
-        firstRunningTime_ = double(gst_clock_get_time(clock_) - baseTime_) / double(GST_SECOND);
+        // Until the pipeline reaches PLAYING it has no base time: the first frame is then at 0.
+        const GstClockTime base = gst_element_get_base_time(pipeline_);
+        const GstClockTime now = gst_clock_get_time(clock_);
+        firstRunningTime_ = base > 0 && now > base ? double(now - base) / double(GST_SECOND) : 0;
     }
     double pts = firstRunningTime_ + (frameTime - firstFrameTime_);
     if (pts <= lastPts_) {
@@ -204,7 +207,7 @@ void LVEncoder::run()
         if (steadySeconds() - started > options_.longestRetrySeconds) attempt = 0;
         const double delay = std::min(options_.longestRetrySeconds, options_.firstRetrySeconds * std::pow(2.0, attempt));
         ++attempt;
-        LVLog("Stream to %s lost: %s; trying again in %.0f s", qPrintable(where), qPrintable(problem), delay);
+        LVLog("Stream to %s lost: %s; trying again in %.1f s", qPrintable(where), qPrintable(problem), delay);
         {
             std::lock_guard lock(mutex_);
             ++status_.reconnects;
@@ -240,6 +243,11 @@ GstElement* LVEncoder::buildPipeline(QString* problem)
         if (pipeline) gst_object_unref(pipeline);
         return nullptr;
     }
+    // Frames are stamped by the system clock, so the pipeline runs on it, whatever a sound
+    // source would offer.
+    GstClock* systemClock = gst_system_clock_obtain();
+    gst_pipeline_use_clock(GST_PIPELINE(pipeline), systemClock);
+    gst_object_unref(systemClock);
     const auto element = [pipeline](const char* name) { return gst_bin_get_by_name(GST_BIN(pipeline), name); };
     if (GstElement* sink = element("sink")) {
         switch (settings_.kind) {
@@ -297,9 +305,9 @@ void LVEncoder::publish(GstElement* pipeline)
     GstElement* source = gst_bin_get_by_name(GST_BIN(pipeline), "video");
     std::lock_guard lock(mutex_);
     appsrc_ = GST_APP_SRC(source);
-    clock_ = gst_element_get_clock(pipeline);
-    if (!clock_) clock_ = gst_system_clock_obtain();
-    baseTime_ = gst_element_get_base_time(pipeline);
+    pipeline_ = GST_ELEMENT(gst_object_ref(pipeline));
+    // The clock a live pipeline will use; it runs before the pipeline chose it.
+    clock_ = gst_system_clock_obtain();
     haveFirstFrame_ = false;
     lastPts_ = -1;
     if (firstStart_ < 0) firstStart_ = steadySeconds();
@@ -310,8 +318,10 @@ void LVEncoder::retract()
     std::lock_guard lock(mutex_);
     if (appsrc_) gst_object_unref(appsrc_);
     if (clock_) gst_object_unref(clock_);
+    if (pipeline_) gst_object_unref(pipeline_);
     appsrc_ = nullptr;
     clock_ = nullptr;
+    pipeline_ = nullptr;
 }
 
 void LVEncoder::updateRate()
@@ -340,12 +350,6 @@ bool LVEncoder::runPipeline(QString* problem)
     } teardown{*this, pipeline};
 
     if (gst_element_set_state(pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-        *problem = pendingError(pipeline, "the pipeline would not start");
-        return false;
-    }
-    // A live pipeline reaches PLAYING without a first frame; its base time is set then.
-    GstState state = GST_STATE_NULL;
-    if (gst_element_get_state(pipeline, &state, nullptr, 5 * GST_SECOND) == GST_STATE_CHANGE_FAILURE) {
         *problem = pendingError(pipeline, "the pipeline would not start");
         return false;
     }

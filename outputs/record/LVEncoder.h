@@ -104,8 +104,8 @@ private:
     double retryAt_ = 0;
     // Fed by the render thread while a pipeline runs.
     GstAppSrc* appsrc_ = nullptr;
+    GstElement* pipeline_ = nullptr;
     GstClock* clock_ = nullptr;
-    uint64_t baseTime_ = 0;
     bool haveFirstFrame_ = false;
     double firstFrameTime_ = 0;
     double firstRunningTime_ = 0;

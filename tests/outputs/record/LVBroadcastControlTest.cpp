@@ -33,6 +33,8 @@ protected:
         LVEncoder::Options options;
         options.firstRetrySeconds = 0.2;
         options.longestRetrySeconds = 0.5;
+        // Frames here come as fast as they render: none may be dropped.
+        options.queueFrames = 64;
         broadcaster = std::make_unique<LVBroadcaster>(*app, *defaults, options);
     }
     void TearDown() override
@@ -140,8 +142,13 @@ TEST_F(BroadcastControlTest, RemoteRequestsAnswerAndTellStateChanges)
     EXPECT_EQ(stopped.data.value("outputPath").toString(), broadcaster->recordPath());
     ASSERT_TRUE(serveUntil([&] { return !broadcaster->isRecording(); }, 30));
     QCoreApplication::processEvents();
-    EXPECT_EQ(events, (QStringList{"RecordStateChanged OBS_WEBSOCKET_OUTPUT_STARTING", "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STARTED",
-                                   "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STOPPING", "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STOPPED"}));
+    // Each state once, in order; a state passed while the main thread was busy may be skipped.
+    const QStringList order{"RecordStateChanged OBS_WEBSOCKET_OUTPUT_STARTING", "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STARTED",
+                            "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STOPPING", "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STOPPED"};
+    EXPECT_TRUE(events.contains(order[1])) << events.join(", ").toStdString();
+    ASSERT_FALSE(events.isEmpty());
+    EXPECT_EQ(events.last(), order[3]);
+    for (qsizetype i = 1; i < events.size(); ++i) EXPECT_LT(order.indexOf(events[i - 1]), order.indexOf(events[i])) << events.join(", ").toStdString();
     EXPECT_TRUE(broadcaster->recordPath().startsWith(dir.filePath(QStringLiteral("videos/Lumaveil "))));
 }
 
@@ -158,7 +165,9 @@ TEST_F(BroadcastControlTest, UserMenuRecordActionsGoThroughTheSwitchAndSurviveSa
         ASSERT_TRUE(decoded);
         EXPECT_EQ(decoded->summary(), start ? QStringLiteral("Start Recording") : QStringLiteral("Stop Recording"));
         decoded->invoke({app.get(), nullptr});
-        EXPECT_EQ(broadcaster->isRecording() || broadcaster->recordStatus().state == LVEncoderState::Stopping, start);
+        // Started: a second start is refused. Stopped: a second stop is.
+        EXPECT_FALSE(start ? broadcaster->startRecord(&error) : broadcaster->stopRecord(&error));
+        EXPECT_TRUE(error.contains(start ? QStringLiteral("already recording") : QStringLiteral("not recording"))) << error.toStdString();
     }
     ASSERT_TRUE(serveUntil([&] { return !broadcaster->isRecording(); }, 30));
     LVTimeLineRecord::setSwitch(nullptr);

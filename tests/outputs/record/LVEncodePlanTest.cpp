@@ -73,7 +73,7 @@ TEST(EncodePlan, PipelineFollowsKindContainerEncoderAndSound)
         {LVEncodeKind::File, "mkv", "x264enc", "test", {"matroskamux", "audiotestsrc name=audio", "opusenc"}, {"avenc_aac", "mp4mux"}},
         {LVEncodeKind::File, "mp4", "openh264enc", "default", {"openh264enc", "bitrate=3000000", "gop-size=60", "pulsesrc name=audio", "avenc_aac"}, {"x264enc"}},
         {LVEncodeKind::Rtmp, "mp4", "x264enc", "", {"flvmux name=mux streamable=true", "rtmp2sink name=sink", "config-interval=-1"}, {"fdsink"}},
-        {LVEncodeKind::Srt, "mp4", "x264enc", "", {"mpegtsmux", "srtsink name=sink", "wait-for-connection=false"}, {"flvmux"}},
+        {LVEncodeKind::Srt, "mp4", "x264enc", "", {"mpegtsmux name=mux alignment=7", "srtsink name=sink", "wait-for-connection=false"}, {"flvmux"}},
         {LVEncodeKind::Hls, "mp4", "x264enc", "test", {"hlssink2 name=hls target-duration=2", "hls.video", "hls.audio"}, {"sink name=sink"}},
     };
     for (const Case& c : cases) {

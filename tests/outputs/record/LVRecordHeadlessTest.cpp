@@ -120,7 +120,7 @@ TEST_F(RecordHeadlessTest, HeadlessStreamPlaysBackFromALocalServer)
     ASSERT_TRUE(server.start());
     const auto lumaveil = startLumaveil(QStringLiteral("Control: serving"), {QStringLiteral("--stream"), server.url(QStringLiteral("show"))});
     ASSERT_TRUE(waitForStatus(QStringLiteral("streamStatus"), QStringLiteral("state=running"), 30));
-    const QJsonObject live = lvProbe(server.url(QStringLiteral("show")), 30000);
+    const QJsonObject live = lvProbe(server.url(QStringLiteral("show")), 30000, false);
     const LVProcessRun status = ctl({QStringLiteral("get"), QStringLiteral("streamStatus")});
     EXPECT_TRUE(status.out.contains(QStringLiteral("target=rtmp://127.0.0.1:%1/live/(key hidden)").arg(port))) << status.out.toStdString();
     ASSERT_EQ(ctl({QStringLiteral("stopStream")}).status, 0);

@@ -89,16 +89,25 @@ inline quint16 lvFreePort()
     return server.serverPort();
 }
 
-// What ffprobe says about a file's or stream's first video stream: width, height,
-// r_frame_rate, nb_read_frames, and the container's duration.
-inline QJsonObject lvProbe(const QString& what, int timeoutMs = 60000)
+// Starts ffprobe on a file or stream: its first video stream's width, height, r_frame_rate,
+// nb_read_frames (when counted: a live stream is not, it has no end), and the container's
+// duration. Read the answer with lvProbeResult.
+inline std::unique_ptr<QProcess> lvStartProbe(const QString& what, bool countFrames = true)
 {
-    QProcess probe;
-    probe.start(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-count_frames"),
-                                            QStringLiteral("-select_streams"), QStringLiteral("v:0"),
-                                            QStringLiteral("-show_entries"),
-                                            QStringLiteral("stream=width,height,r_frame_rate,nb_read_frames:format=duration"),
-                                            QStringLiteral("-of"), QStringLiteral("json"), what});
+    QStringList arguments{QStringLiteral("-v"), QStringLiteral("error")};
+    // A live stream is looked at for a second, not the five ffprobe takes by default.
+    if (countFrames) arguments << QStringLiteral("-count_frames");
+    else arguments << QStringLiteral("-analyzeduration") << QStringLiteral("1000000");
+    arguments << QStringLiteral("-select_streams") << QStringLiteral("v:0") << QStringLiteral("-show_entries")
+              << QStringLiteral("stream=width,height,r_frame_rate,nb_read_frames:format=duration") << QStringLiteral("-of")
+              << QStringLiteral("json") << what;
+    auto probe = std::make_unique<QProcess>();
+    probe->start(QStringLiteral("ffprobe"), arguments);
+    return probe;
+}
+
+inline QJsonObject lvProbeResult(QProcess& probe, int timeoutMs = 60000)
+{
     if (!probe.waitForFinished(timeoutMs)) {
         probe.kill();
         probe.waitForFinished();
@@ -109,6 +118,12 @@ inline QJsonObject lvProbe(const QString& what, int timeoutMs = 60000)
     stream.insert(QStringLiteral("duration"), all.value(QStringLiteral("format")).toObject().value(QStringLiteral("duration")).toString().toDouble());
     stream.insert(QStringLiteral("frames"), stream.value(QStringLiteral("nb_read_frames")).toString().toInt());
     return stream;
+}
+
+inline QJsonObject lvProbe(const QString& what, int timeoutMs = 60000, bool countFrames = true)
+{
+    const auto probe = lvStartProbe(what, countFrames);
+    return lvProbeResult(*probe, timeoutMs);
 }
 
 // nginx with the RTMP module on a loopback port, run as the current user in a folder of

@@ -79,12 +79,13 @@ TEST_F(StreamTest, RtmpStreamReachesTheServerWithItsSizeRateAndFrames)
     LVEncoder encoder(streamSettings(server.url(QStringLiteral("show"))), quickRetries());
     QString error;
     ASSERT_TRUE(encoder.start(&error)) << error.toStdString();
-    QJsonObject live;
-    // Halfway through, a player reads the live stream back from the server.
-    const LVPushRun run = lvPushPaced(encoder, 120, 30, 0, [&](int index) {
-        if (index == 60) live = lvProbe(server.url(QStringLiteral("show")), 15000);
+    std::unique_ptr<QProcess> player;
+    // A second in, a player reads the live stream back from the server.
+    const LVPushRun run = lvPushPaced(encoder, 180, 30, 0, [&](int index) {
+        if (index == 30) player = lvStartProbe(server.url(QStringLiteral("show")), false);
     });
     encoder.stop();
+    const QJsonObject live = lvProbeResult(*player, 30000);
     ASSERT_TRUE(encoder.waitFinished(30));
     const LVEncoderStatus status = encoder.status();
     EXPECT_EQ(status.state, LVEncoderState::Stopped) << status.problem.toStdString();
@@ -203,7 +204,8 @@ TEST_F(StreamTest, HlsFolderGetsAPlaylistAndSegments)
     QFile playlist(dir.filePath(QStringLiteral("playlist.m3u8")));
     ASSERT_TRUE(playlist.open(QIODevice::ReadOnly));
     EXPECT_TRUE(playlist.readAll().contains("segment00000.ts"));
-    EXPECT_GE(lvProbe(dir.filePath(QStringLiteral("playlist.m3u8"))).value(QStringLiteral("frames")).toInt(), 80);
+    // The segment cut short by the stop may be left out of the playlist.
+    EXPECT_GE(lvProbe(dir.filePath(QStringLiteral("playlist.m3u8"))).value(QStringLiteral("frames")).toInt(), 60);
 }
 
 } // namespace
