@@ -6,14 +6,19 @@
 #include "app/LVPipeWireSecondOutput.h"
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
+#include "automation/LVTimeLineItems.h"
+#include "control/broadcast/LVBroadcastCommands.h"
+#include "control/broadcast/LVBroadcastRemote.h"
 #include "control/surface/LVControlSurface.h"
 #include "control/websocket/LVRemoteControlService.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
+#include "outputs/record/LVBroadcaster.h"
 #include "effects/pip/PIPEffect.h"
 #include "gui/automation/LVTimeLineWindow.h"
 #include "gui/automation/LVUserMenuWindow.h"
+#include "gui/broadcast/LVBroadcastBar.h"
 #include "gui/main/LVMainWindow.h"
 #include "gui/script/LVScriptInspector.h"
 #include "gui/sources/LVPlaylistModel.h"
@@ -31,6 +36,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProcess>
+#include <QStatusBar>
 #include <QStringList>
 
 #include <cstdio>
@@ -107,6 +113,8 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         return 1;
     }
     lumaveil->setSecondOutputMaker([] { return std::make_unique<LVPipeWireSecondOutput>(); });
+    // Outlives everything that can start or stop a recording; ends it properly at quit.
+    LVBroadcaster broadcaster(*lumaveil, defaults);
     LVStartProgramBuilder();
     LVSetupManager setupManager(defaults, lumaveil->context());
     setupManager.startup();
@@ -165,6 +173,15 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     LVRemoteControlService remoteControl(*lumaveil, LVStudio::of(*lumaveil), {});
     remoteControl.setHotkeys(&automation);
     window.setRemoteControlStatus([&remoteControl] { return remoteControl.status(); });
+    LVAddBroadcastCommands(control->commands(), broadcaster);
+    LVAddBroadcastRequests(remoteControl.requests(), broadcaster);
+    LVTimeLineRecord::setSwitch([&broadcaster](bool start, QString* why) {
+        return start ? broadcaster.startRecord(why) : broadcaster.stopRecord(why);
+    });
+    struct SwitchRemover {
+        ~SwitchRemover() { LVTimeLineRecord::setSwitch(nullptr); }
+    } switchRemover;
+    window.statusBar()->addPermanentWidget(new LVBroadcastBar(broadcaster));
     window.show();
     window.showBetaNagIfNeeded();
     if (commandLine.studio) openStudio();

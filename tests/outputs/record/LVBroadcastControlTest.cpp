@@ -133,7 +133,9 @@ TEST_F(BroadcastControlTest, RemoteRequestsAnswerAndTellStateChanges)
     for (const Step& step : steps) {
         const LVRemote::Response response = requests.handle(QString::fromLatin1(step.type), {});
         EXPECT_EQ(response.code, step.code) << step.type << ": " << response.comment.toStdString();
-        if (step.field) EXPECT_EQ(response.data.value(QString::fromLatin1(step.field)), step.value) << step.type;
+        if (step.field) {
+            EXPECT_EQ(response.data.value(QString::fromLatin1(step.field)), step.value) << step.type;
+        }
     }
     ASSERT_TRUE(serveUntil([&] { return broadcaster->recordStatus().state == LVEncoderState::Running; }, 20));
     renderFrames(5);
@@ -161,7 +163,8 @@ TEST_F(BroadcastControlTest, UserMenuRecordActionsGoThroughTheSwitchAndSurviveSa
         return start ? broadcaster->startRecord(why) : broadcaster->stopRecord(why);
     });
     for (const bool start : {true, false}) {
-        const auto decoded = LVUserMenuAction::decode(LVRecordMenuAction(start).encode());
+        const LVRecordMenuAction action(start);
+        const auto decoded = LVUserMenuAction::decode(static_cast<const LVUserMenuAction&>(action).encode());
         ASSERT_TRUE(decoded);
         EXPECT_EQ(decoded->summary(), start ? QStringLiteral("Start Recording") : QStringLiteral("Stop Recording"));
         decoded->invoke({app.get(), nullptr});
