@@ -122,7 +122,7 @@ std::vector<double> measureDelay(const QString& url)
     std::atomic<bool> reading{true};
     std::thread reader([&] {
         const QByteArray command =
-            QStringLiteral("ffmpeg -v quiet -fflags nobuffer -flags low_delay -i %1 -vf crop=128:16:0:0,format=gray "
+            QStringLiteral("timeout 20 ffmpeg -v quiet -fflags nobuffer -flags low_delay -i %1 -vf crop=128:16:0:0,format=gray "
                            "-f rawvideo - 2>/dev/null")
                 .arg(url)
                 .toUtf8();

@@ -16,6 +16,9 @@
 
 namespace {
 
+// Containers count time in milliseconds or coarser; frames closer than this would share a time.
+constexpr double kShortestFrameSeconds = 0.002;
+
 double steadySeconds()
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -152,6 +155,9 @@ void LVEncoder::pushFrame(const LVFramePixelsRef& pixels, double frameTime)
         // The frame clock went back (a wall-clock step): carry on from the last frame.
         pts = lastPts_ + frameSeconds;
         firstFrameTime_ = frameTime - (pts - firstRunningTime_);
+    } else if (pts < lastPts_ + kShortestFrameSeconds) {
+        // Two frames at nearly one time (the loop catching up): containers want them apart.
+        pts = lastPts_ + kShortestFrameSeconds;
     }
     lastPts_ = pts;
     const size_t size = pixels->bytes.size();

@@ -113,22 +113,23 @@ TEST(Encoder, FramesItCannotTakeAreCountedAsDropped)
 TEST(Encoder, FrameClockGoingBackKeepsTimestampsRising)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("clock.mkv"));
+    const QString path = dir.filePath(QStringLiteral("clock.mp4"));
     LVEncoder::Options options;
     options.queueFrames = 1000;
-    LVEncoder encoder(fileSettings(path, "mkv"), options);
+    LVEncoder encoder(fileSettings(path, "mp4"), options);
     QString error;
     ASSERT_TRUE(encoder.start(&error)) << error.toStdString();
     ASSERT_TRUE(lvWaitUntil([&] { return encoder.status().state == LVEncoderState::Running; }, 10));
-    // A wall-clock step back by an hour in the middle, then a repeated time.
-    const double times[] = {5000.0, 5000.0 + 1 / 30.0, 1400.0, 1400.0, 1400.0 + 1 / 30.0, 1400.0 + 2 / 30.0};
+    // A wall-clock step back by an hour in the middle, then a repeated time, then two frames
+    // a tenth of a millisecond apart.
+    const double times[] = {5000.0, 5000.0 + 1 / 30.0, 1400.0, 1400.0, 1400.0 + 1 / 30.0, 1400.0 + 1 / 30.0 + 0.0001, 1400.0 + 2 / 30.0};
     int index = 0;
     for (double time : times) encoder.pushFrame(lvPatternFrame(320, 240, index++), time);
     encoder.stop();
     ASSERT_TRUE(encoder.waitFinished(60));
-    EXPECT_EQ(encoder.status().framesSent, 6u);
+    EXPECT_EQ(encoder.status().framesSent, 7u);
     const QJsonObject probe = lvProbe(path);
-    EXPECT_EQ(probe.value(QStringLiteral("frames")).toInt(), 6);
+    EXPECT_EQ(probe.value(QStringLiteral("frames")).toInt(), 7);
     EXPECT_NEAR(probe.value(QStringLiteral("duration")).toDouble(), 0.2, 0.05);
 }
 

@@ -107,7 +107,7 @@ TEST_F(RecordHeadlessTest, RecordingCutByKillStillPlays)
         decode.start(QStringLiteral("ffmpeg"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-i"), path,
                                                 QStringLiteral("-f"), QStringLiteral("null"), QStringLiteral("-")});
         ASSERT_TRUE(decode.waitForFinished(60000));
-        EXPECT_EQ(decode.status(), 0) << name << ": " << decode.readAllStandardError().toStdString();
+        EXPECT_EQ(decode.exitCode(), 0) << name << ": " << decode.readAllStandardError().toStdString();
         // Up to the last second or so before the kill.
         EXPECT_GE(lvProbe(path).value(QStringLiteral("frames")).toInt(), 30) << name;
     }
@@ -125,9 +125,14 @@ TEST_F(RecordHeadlessTest, HeadlessStreamPlaysBackFromALocalServer)
     EXPECT_TRUE(status.out.contains(QStringLiteral("target=rtmp://127.0.0.1:%1/live/(key hidden)").arg(port))) << status.out.toStdString();
     ASSERT_EQ(ctl({QStringLiteral("stopStream")}).status, 0);
     stop(*lumaveil);
+    log += QString::fromUtf8(lumaveil->readAllStandardError());
     EXPECT_EQ(live.value(QStringLiteral("width")).toInt(), 320);
     EXPECT_EQ(live.value(QStringLiteral("height")).toInt(), 240);
-    EXPECT_EQ(live.value(QStringLiteral("r_frame_rate")).toString(), QStringLiteral("30/1"));
+    // Frames carry the render loop's own times, so the rate read back is the loop's: 30 or a
+    // little under on a busy machine.
+    const QStringList rate = live.value(QStringLiteral("r_frame_rate")).toString().split(QLatin1Char('/'));
+    ASSERT_EQ(rate.size(), 2);
+    EXPECT_NEAR(rate[0].toDouble() / rate[1].toDouble(), 30.0, 1.5);
     EXPECT_TRUE(log.contains(QStringLiteral("Streaming to rtmp://127.0.0.1:%1/live/(key hidden)").arg(port))) << log.toStdString();
 }
 
