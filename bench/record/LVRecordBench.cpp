@@ -233,6 +233,9 @@ int main(int argc, char** argv)
             waitFor([&] { return !broadcaster.isRecording() && !broadcaster.isStreaming(); }, 30);
         }
     }
+    // The render figures first: they stand on their own if the delay cannot be measured.
+    std::fprintf(stderr, "frame p50 off %.2f ms on %.2f ms, p99 off %.2f on %.2f, cpu off %.1f%% on %.1f%%\n",
+                 percentile(offMs, 0.5), percentile(onMs, 0.5), percentile(offMs, 0.99), percentile(onMs, 0.99), offCpu, onCpu);
     const std::vector<double> delays = measureDelay(url);
     app.reset();
     nginx.terminate();
