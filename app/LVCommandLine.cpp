@@ -44,6 +44,8 @@ QString LVCommandLineUsage()
         "  --no-publish          do not publish frames to the camera (for example beside another Lumaveil)\n"
         "  --studio              open the studio window; headless: run as a vision mixer from the current set\n"
         "  --remote-control[=PORT]  serve remote control (WebSocket), on PORT instead of the preference's (headless)\n"
+        "  --record FILE         record the frames into FILE (.mp4 or .mkv) (headless)\n"
+        "  --stream URL          stream the frames: rtmp[s]://host/app/key, srt://host:port, srt://:port or an HLS folder (headless)\n"
         "  --bench               render as fast as possible and print timing as JSON (headless)\n"
         "  --list-effects        print the catalogues and exit\n"
         "  --version             print the version and exit\n")
@@ -106,7 +108,10 @@ bool LVParseCommandLine(const QStringList& givenArguments, LVCommandLine* comman
     // Given by Lumaveil itself when it restarts for a new video size; not in the usage text.
     const QCommandLineOption restoreChain(QStringLiteral("restore-chain"), QString(), QStringLiteral("FILE"));
     const QCommandLineOption play(QStringLiteral("play"));
+    const QCommandLineOption record(QStringLiteral("record"), QString(), QStringLiteral("FILE"));
+    const QCommandLineOption stream(QStringLiteral("stream"), QString(), QStringLiteral("URL"));
     parser.addOptions({headless, listEffects, bench, noPublish, studio, help, version, videoSize, fps, frames, source, effect, setup, restoreChain, play});
+    parser.addOptions({record, stream});
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -151,6 +156,12 @@ bool LVParseCommandLine(const QStringList& givenArguments, LVCommandLine* comman
     result.setup = parser.value(setup);
     result.restoreChain = parser.value(restoreChain);
     if (parser.isSet(play)) result.play = parser.positionalArguments();
+    result.record = parser.value(record);
+    result.stream = parser.value(stream);
+    if ((!result.record.isEmpty() || !result.stream.isEmpty()) && (!result.headless || result.bench)) {
+        *error = QStringLiteral("--record and --stream need --headless (and no --bench); the window has its own buttons");
+        return false;
+    }
     // The window runs until closed and at the timer's pace.
     if ((result.bench || result.frames) && !result.headless) {
         *error = QStringLiteral("--frames and --bench need --headless");

@@ -26,6 +26,8 @@ struct LVCommandLine {
     QString setup;        // a saved setup's name or a setup file
     QString restoreChain; // the chain file a restart left (see LVRestart.h)
     QStringList play;     // files for the source dropped files would make
+    QString record;       // record the frames into this file (headless)
+    QString stream;       // stream the frames to this address (headless)
 };
 
 // Parses arguments (the program name first). On refusal error says what was wrong and

@@ -4,6 +4,9 @@
 #include "app/LVPipeWireSecondOutput.h"
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
+#include "automation/LVTimeLineItems.h"
+#include "control/broadcast/LVBroadcastCommands.h"
+#include "control/broadcast/LVBroadcastRemote.h"
 #include "control/surface/LVControlSurface.h"
 #include "control/websocket/LVRemoteControlService.h"
 #include "control/websocket/LVRemoteWebFront.h"
@@ -11,6 +14,7 @@
 #include "core/Lumaveil.h"
 #include "core/util/LVLog.h"
 #include "effects/composition/LVISFProgram.h"
+#include "outputs/record/LVBroadcaster.h"
 #include "render/LVContext.h"
 #include "render/LVShmemOutput.h"
 #include "transport/LVShmem.h"
@@ -300,6 +304,9 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
         return 0;
     }
 
+    // Recording and streaming end properly (the file gets its end) before the controller goes,
+    // and outlive everything that can start or stop them.
+    LVBroadcaster broadcaster(*app, defaults);
     // Timelines and the user menu go before the studio they act on.
     LVAutomationParts automation(*app, defaults, setupManager);
     // Driven from outside by lumaveil-ctl and MIDI, like the window application.
@@ -311,6 +318,24 @@ int LVRunHeadless(const LVCommandLine& commandLine, const LVEffectFolders& folde
     remoteOptions.pagesFolder = LVRemoteWebFront::standardFolder();
     LVRemoteControlService remoteControl(*app, LVStudio::of(*app), remoteOptions);
     remoteControl.setHotkeys(&automation);
+    LVAddBroadcastCommands(control->commands(), broadcaster);
+    LVAddBroadcastRequests(remoteControl.requests(), broadcaster);
+    LVTimeLineRecord::setSwitch([&broadcaster](bool start, QString* error) {
+        return start ? broadcaster.startRecord(error) : broadcaster.stopRecord(error);
+    });
+    struct SwitchRemover {
+        ~SwitchRemover() { LVTimeLineRecord::setSwitch(nullptr); }
+    } switchRemover;
+    if (!commandLine.record.isEmpty() && !broadcaster.startRecord(&error, commandLine.record)) {
+        app->applicationWillTerminate();
+        std::fprintf(stderr, "lumaveil: cannot record: %s\n", qPrintable(error));
+        return LVStopProgramBuilder(2);
+    }
+    if (!commandLine.stream.isEmpty() && !broadcaster.startStream(&error, commandLine.stream)) {
+        app->applicationWillTerminate();
+        std::fprintf(stderr, "lumaveil: cannot stream: %s\n", qPrintable(error));
+        return LVStopProgramBuilder(2);
+    }
 
     qint64 firstFrameMs = -1;
     const qint64 limit = commandLine.frames.value_or(0);

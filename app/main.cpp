@@ -6,15 +6,20 @@
 #include "app/LVPipeWireSecondOutput.h"
 #include "app/LVQuitOnSignal.h"
 #include "app/LVRestart.h"
+#include "automation/LVTimeLineItems.h"
+#include "control/broadcast/LVBroadcastCommands.h"
+#include "control/broadcast/LVBroadcastRemote.h"
 #include "control/surface/LVControlSurface.h"
 #include "control/websocket/LVRemoteControlService.h"
 #include "control/websocket/LVRemoteWebFront.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
 #include "core/LVEffectRegistry.h"
+#include "outputs/record/LVBroadcaster.h"
 #include "effects/pip/PIPEffect.h"
 #include "gui/automation/LVTimeLineWindow.h"
 #include "gui/automation/LVUserMenuWindow.h"
+#include "gui/broadcast/LVBroadcastBar.h"
 #include "gui/main/LVMainWindow.h"
 #include "gui/script/LVScriptInspector.h"
 #include "gui/sources/LVPlaylistModel.h"
@@ -32,6 +37,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProcess>
+#include <QStatusBar>
 #include <QStringList>
 
 #include <cstdio>
@@ -108,6 +114,8 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
         return 1;
     }
     lumaveil->setSecondOutputMaker([] { return std::make_unique<LVPipeWireSecondOutput>(); });
+    // Outlives everything that can start or stop a recording; ends it properly at quit.
+    LVBroadcaster broadcaster(*lumaveil, defaults);
     LVStartProgramBuilder();
     LVSetupManager setupManager(defaults, lumaveil->context());
     setupManager.startup();
@@ -169,6 +177,15 @@ int runMainWindow(const LVCommandLine& commandLine, const LVEffectFolders& folde
     remoteControl.setHotkeys(&automation);
     window.setRemoteControlStatus([&remoteControl] { return remoteControl.status(); });
     window.setRemoteControlLink([&remoteControl] { return remoteControl.accessLink(); });
+    LVAddBroadcastCommands(control->commands(), broadcaster);
+    LVAddBroadcastRequests(remoteControl.requests(), broadcaster);
+    LVTimeLineRecord::setSwitch([&broadcaster](bool start, QString* why) {
+        return start ? broadcaster.startRecord(why) : broadcaster.stopRecord(why);
+    });
+    struct SwitchRemover {
+        ~SwitchRemover() { LVTimeLineRecord::setSwitch(nullptr); }
+    } switchRemover;
+    window.statusBar()->addPermanentWidget(new LVBroadcastBar(broadcaster));
     window.show();
     window.showBetaNagIfNeeded();
     if (commandLine.studio) openStudio();

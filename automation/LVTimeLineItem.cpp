@@ -28,6 +28,7 @@ const std::vector<std::pair<QString, Maker>>& offered()
         offer<LVTimeLineSelectSource>(), offer<LVTimeLineLoadSetup>(), offer<LVTimeLineUnloadSetup>(),
         offer<LVTimeLineAbsWait>(),      offer<LVTimeLineTimeout>(),   offer<LVTimeLinePause>(),
         offer<LVTimeLineTransition>(),   offer<LVTimeLineCut>(),       offer<LVTimeLineLoop>(),
+        offer<LVTimeLineStartRecording>(), offer<LVTimeLineStopRecording>(),
     };
     return list;
 }

@@ -2,6 +2,7 @@
 
 #include "automation/LVTimeLine.h"
 #include "automation/LVTimeLineManager.h"
+#include "core/util/LVLog.h"
 #include "setups/model/LVSetupManager.h"
 #include "studio/LVStudio.h"
 
@@ -224,6 +225,37 @@ void LVTimeLineTransition::execute(LVTimeLine& timeLine)
 void LVTimeLineCut::execute(LVTimeLine& timeLine)
 {
     if (LVStudio* studio = studioOf(timeLine)) studio->doCut();
+}
+
+namespace {
+
+LVTimeLineRecord::Switch& recordingSwitch()
+{
+    static LVTimeLineRecord::Switch installed;
+    return installed;
+}
+
+} // namespace
+
+void LVTimeLineRecord::setSwitch(Switch recordingSwitch_)
+{
+    recordingSwitch() = std::move(recordingSwitch_);
+}
+
+bool LVTimeLineRecord::setRecording(bool start, QString* error)
+{
+    if (!recordingSwitch()) {
+        *error = QStringLiteral("recording is not available here");
+        return false;
+    }
+    return recordingSwitch()(start, error);
+}
+
+void LVTimeLineRecord::execute(LVTimeLine& timeLine)
+{
+    QString error;
+    // Already recording (or already stopped) is what the step wants: nothing to say.
+    if (!setRecording(start_, &error)) LVLogDebug("Automation \"%s\": %s", qPrintable(timeLine.name()), qPrintable(error));
 }
 
 void LVTimeLineLoop::execute(LVTimeLine& timeLine)

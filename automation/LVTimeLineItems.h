@@ -1,10 +1,11 @@
 #pragma once
 // The nine timeline actions, offered in this order: "Set Source", "Select Setup",
 // "Deselect Setup", "Abs. Pause", "Timed pause", "Pause", "Studio Transition", "Studio Cut",
-// "Loop".
+// "Loop", and then "Start Recording", "Stop Recording".
 #include "automation/LVTimeLineClock.h"
 #include "automation/LVTimeLineItem.h"
 
+#include <functional>
 #include <optional>
 
 // Key names of the settings.
@@ -115,6 +116,37 @@ public:
     QString name() const override { return QStringLiteral("Studio Cut"); }
     QString className() const override { return QStringLiteral("LVTimeLineCut"); }
     void execute(LVTimeLine& timeLine) override;
+};
+
+// Starts or stops recording through the switch the application installs; without one it
+// does nothing. The user menu's recording actions use the same switch.
+class LVTimeLineRecord : public LVTimeLineItem {
+public:
+    // start: true to start recording, false to stop; false, with error, when refused.
+    using Switch = std::function<bool(bool start, QString* error)>;
+    static void setSwitch(Switch recordingSwitch);
+    // Runs the installed switch; false, with error, when none is installed or it refused.
+    static bool setRecording(bool start, QString* error);
+
+    explicit LVTimeLineRecord(bool start) : start_(start) {}
+    void execute(LVTimeLine& timeLine) override;
+
+private:
+    bool start_;
+};
+
+class LVTimeLineStartRecording : public LVTimeLineRecord {
+public:
+    LVTimeLineStartRecording() : LVTimeLineRecord(true) {}
+    QString name() const override { return QStringLiteral("Start Recording"); }
+    QString className() const override { return QStringLiteral("LVTimeLineStartRecording"); }
+};
+
+class LVTimeLineStopRecording : public LVTimeLineRecord {
+public:
+    LVTimeLineStopRecording() : LVTimeLineRecord(false) {}
+    QString name() const override { return QStringLiteral("Stop Recording"); }
+    QString className() const override { return QStringLiteral("LVTimeLineStopRecording"); }
 };
 
 // Adding any step saves at once, so a loop needs no dirty mark of its own.

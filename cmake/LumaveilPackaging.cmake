@@ -15,6 +15,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-libav, libegl-mesa0, libgl1-mesa-dri, fonts-dejavu-core, libqt6httpserver6, libqrencode4")
-# The camera device for video-call programs, PipeWire cameras, Wayland desktops.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "v4l2loopback-dkms, gstreamer1.0-pipewire, gstreamer1.0-plugins-bad, pipewire, qt6-wayland")
+# The camera device for video-call programs, PipeWire cameras, Wayland desktops; x264 and the
+# RTMP, SRT and HLS senders for recording and streaming.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "v4l2loopback-dkms, gstreamer1.0-pipewire, gstreamer1.0-plugins-bad, gstreamer1.0-plugins-ugly, pipewire, qt6-wayland")
 include(CPack)

@@ -134,6 +134,8 @@ enum class LVOutputSlot {
     Preview,
     FullScreen,
     SecondOutput, // the frame offered to other programs
+    Recording,    // the encoder writing the recording
+    Streaming,    // the encoder sending to a media server
     SharedMemory, // the virtual camera, always last
     Count
 };

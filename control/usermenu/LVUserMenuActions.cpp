@@ -1,5 +1,6 @@
 #include "control/usermenu/LVUserMenuActions.h"
 
+#include "automation/LVTimeLineItems.h"
 #include "automation/LVTimeLineManager.h"
 #include "core/LVStrokeReceiver.h"
 #include "core/Lumaveil.h"
@@ -52,9 +53,23 @@ std::unique_ptr<LVUserMenuAction> LVUserMenuAction::decode(const QJsonObject& ar
         return std::make_unique<LVAppleScriptMenuAction>(QUrl(archive.value(QStringLiteral("url")).toString()).toLocalFile());
     }
     if (className == QLatin1String("LVClearTelestratorMenuAction")) return std::make_unique<LVClearTelestratorMenuAction>();
+    if (className == QLatin1String("LVRecordMenuAction")) {
+        return std::make_unique<LVRecordMenuAction>(archive.value(QStringLiteral("start")).toBool());
+    }
     if (className == QLatin1String("LVUserMenuAction")) return std::make_unique<LVUserMenuAction>();
     if (!className.isEmpty()) LVLog("User menu: unknown action \"%s\" dropped", qPrintable(className));
     return nullptr;
+}
+
+void LVRecordMenuAction::invoke(const LVUserMenuTargets&)
+{
+    QString error;
+    if (!LVTimeLineRecord::setRecording(start_, &error)) LVLog("User menu \"%s\": %s", qPrintable(summary()), qPrintable(error));
+}
+
+void LVRecordMenuAction::encode(QJsonObject& archive) const
+{
+    archive.insert(QStringLiteral("start"), start_);
 }
 
 void LVSavedSetupMenuAction::invoke(const LVUserMenuTargets& targets)

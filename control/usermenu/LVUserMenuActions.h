@@ -92,6 +92,19 @@ public:
     QString summary() const override { return QStringLiteral("Stop Automation \"%1\"").arg(name_); }
 };
 
+// Start or stop recording (the timelines' recording switch).
+class LVRecordMenuAction : public LVUserMenuAction {
+public:
+    explicit LVRecordMenuAction(bool start) : start_(start) {}
+    QString className() const override { return QStringLiteral("LVRecordMenuAction"); }
+    void invoke(const LVUserMenuTargets& targets) override;
+    QString summary() const override { return start_ ? QStringLiteral("Start Recording") : QStringLiteral("Stop Recording"); }
+    void encode(QJsonObject& archive) const override;
+
+private:
+    bool start_;
+};
+
 // One of the studio's operations without argument, titled by the menu entry it came from.
 class LVStudioSelectorMenuAction : public LVUserMenuAction {
 public:

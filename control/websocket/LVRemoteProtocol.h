@@ -57,6 +57,8 @@ enum RequestStatus : int {
     InvalidRequestFieldType = 401,
     RequestFieldOutOfRange = 402,
     RequestFieldEmpty = 403,
+    OutputRunning = 500,
+    OutputNotRunning = 501,
     StudioModeNotActive = 506,
     ResourceNotFound = 600,
     InvalidResourceState = 604,

@@ -257,6 +257,7 @@ QStringList LVRemoteRequests::requestTypes()
 Response LVRemoteRequests::handle(const QString& requestType, const QJsonObject& data)
 {
     const auto found = handlers().find(requestType);
+    if (const auto extra = extraRequests_.find(requestType); extra != extraRequests_.end()) return extra->second(data);
     if (found == handlers().end()) {
         return Response::failure(LVRemote::UnknownRequestType,
                                  QStringLiteral("Your request type is not valid: %1").arg(requestType));
@@ -270,12 +271,14 @@ Response LVRemoteRequests::handle(const QString& requestType, const QJsonObject&
 
 Response LVRemoteRequests::getVersion(const QJsonObject&)
 {
+    QStringList extraTypes;
+    for (const auto& [name, handler] : extraRequests_) extraTypes.append(name);
     const QString version = QCoreApplication::applicationVersion();
     return Response::success({
         {key("obsVersion"), version.isEmpty() ? key("0.0.0") : version},
         {key("obsWebSocketVersion"), key(LVRemote::protocolVersion)},
         {key("rpcVersion"), LVRemote::rpcVersion},
-        {key("availableRequests"), QJsonArray::fromStringList(requestTypes())},
+        {key("availableRequests"), QJsonArray::fromStringList(requestTypes() + extraTypes)},
         {key("supportedImageFormats"), QJsonArray{key("jpeg"), key("jpg"), key("png")}},
         {key("platform"), key("linux")},
         {key("platformDescription"), QSysInfo::prettyProductName()},

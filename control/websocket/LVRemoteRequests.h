@@ -43,6 +43,12 @@ public:
 
     LVRemote::Response handle(const QString& requestType, const QJsonObject& data);
 
+    // A request another part of the application answers (recording, streaming); it needs no studio.
+    using ExtraRequest = std::function<LVRemote::Response(const QJsonObject& data)>;
+    void addRequest(const QString& requestType, ExtraRequest handler) { extraRequests_[requestType] = std::move(handler); }
+    // An event from such a part, sent to clients like the studio's own.
+    void sendEvent(const QString& type, uint32_t intent, const QJsonObject& data) { emitEvent(type, intent, data); }
+
     // A transition's stable uuid, made from its name.
     static QString transitionUuid(const QString& name);
 
@@ -115,6 +121,7 @@ private:
     // The studio's own time, put back when a transition started with a duration override ends.
     std::optional<double> restoreTransitionTime_;
     std::map<const LVStudioButton*, QString> buttonNames_;
+    std::map<QString, ExtraRequest> extraRequests_;
     // Cumulative process CPU seconds and wall time at the last GetStats, for its cpuUsage.
     double lastCpuSeconds_ = 0;
     double lastWallSeconds_ = 0;

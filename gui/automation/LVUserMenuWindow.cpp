@@ -47,6 +47,10 @@ LVUserMenuWindow::LVUserMenuWindow(LVUserMenu& menu, QWidget* parent) : QWidget(
     }
     timeLineMenu_ = actions->addMenu(tr("Start Automation"));
     stopTimeLineMenu_ = actions->addMenu(tr("Stop Automation"));
+    for (const bool start : {true, false}) {
+        actions->addAction(start ? tr("Start Recording") : tr("Stop Recording"), this,
+                           [this, start] { menu_.setCurrentAction(selectedEntry(), std::make_unique<LVRecordMenuAction>(start)); });
+    }
     actions->addAction(tr("Script File\u2026"), this, &LVUserMenuWindow::doSetAppleScript);
     actions->addAction(tr("Clear Telestrator"), this, [this] {
         menu_.setCurrentAction(selectedEntry(), std::make_unique<LVClearTelestratorMenuAction>());

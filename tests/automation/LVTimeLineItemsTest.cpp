@@ -18,7 +18,8 @@ using namespace LVTimeLineKeys;
 TEST(LVTimeLineItems, OfferedInTheirFixedOrderAndMadeByName)
 {
     const QStringList expected = {"Set Source", "Select Setup", "Deselect Setup", "Abs. Pause", "Timed pause",
-                                  "Pause",      "Studio Transition", "Studio Cut", "Loop"};
+                                  "Pause",      "Studio Transition", "Studio Cut", "Loop",
+                                  "Start Recording", "Stop Recording"};
     EXPECT_EQ(LVTimeLineItem::offeredNames(), expected);
     for (const QString& name : expected) EXPECT_EQ(LVTimeLineItem::itemWithName(name)->name(), name);
 

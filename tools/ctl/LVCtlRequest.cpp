@@ -11,7 +11,8 @@ const QStringList buttonActions = {
 };
 const QStringList plainCommands = {QStringLiteral("cut"), QStringLiteral("startTransition"),
                                    QStringLiteral("studioDissolve"), QStringLiteral("timelines"),
-                                   QStringLiteral("userMenu")};
+                                   QStringLiteral("userMenu"), QStringLiteral("stopRecord"),
+                                   QStringLiteral("stopStream")};
 const QStringList namedCommands = {QStringLiteral("addEffect"), QStringLiteral("setSource"),
                                    QStringLiteral("startTimeline"), QStringLiteral("stopTimeline"),
                                    QStringLiteral("pauseTimeline")};
@@ -73,6 +74,8 @@ QString LVCtlUsage()
         "  button NAME toggle|selectForAir|selectForOffAir|punchToAir|punchToOffAir\n"
         "  timelines | startTimeline NAME | stopTimeline NAME | pauseTimeline NAME\n"
         "  userMenu | invokeUserMenu INDEX\n"
+        "  startRecord [FILE] | stopRecord | get recordStatus\n"
+        "  startStream [URL] | stopStream | get streamStatus\n"
         "  --json                       print the raw reply\n"
         "exit status: 0 done, 1 the command failed, 2 no Lumaveil is running\n");
 }
@@ -123,6 +126,13 @@ std::optional<LVCtlInvocation> LVCtlParseArguments(const QStringList& arguments,
         request.insert(QStringLiteral("name"), words[0]);
     } else if (plainCommands.contains(command)) {
         if (!expect(0, "no arguments")) return std::nullopt;
+    } else if (command == QLatin1String("startRecord") || command == QLatin1String("startStream")) {
+        // Without an argument the preferences say where.
+        if (words.size() > 1) {
+            *error = QStringLiteral("%1 takes at most one %2").arg(command, command == QLatin1String("startRecord") ? "file" : "URL");
+            return std::nullopt;
+        }
+        if (!words.isEmpty()) request.insert(command == QLatin1String("startRecord") ? QStringLiteral("path") : QStringLiteral("url"), words[0]);
     } else if (command == QLatin1String("invokeUserMenu")) {
         if (!expect(1, "one entry index")) return std::nullopt;
         bool number = false;
