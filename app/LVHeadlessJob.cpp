@@ -71,6 +71,52 @@ void printJson(const QJsonObject& object)
     std::fflush(stdout);
 }
 
+// The frame again, stage by stage, each finished before the next starts: what each costs
+// alone (the whole frame overlaps them a little). Median milliseconds per stage.
+QJsonObject timeStages(Lumaveil& app, qint64 frames)
+{
+    LVContext& context = *app.context();
+    LVFrameReadBack readBack;
+    std::vector<double> source, effects, read, publish;
+    for (qint64 i = 0; i < frames; ++i) {
+        context.setFrameTime(context.frameTime() + 1.0 / app.frameRate());
+        auto start = Clock::now();
+        context.reset(false);
+        const std::vector<LVEffectRef> chain = app.liveEffects();
+        for (const LVEffectRef& effect : chain)
+            if (effect->isEnabled()) effect->preDoit();
+        bool inSources = true;
+        for (const LVEffectRef& effect : chain) {
+            if (!effect->isEnabled()) continue;
+            if (inSources && !effect->descriptor().isSource()) {
+                glFinish();
+                source.push_back(millisecondsSince(start));
+                start = Clock::now();
+                inSources = false;
+            }
+            effect->doit();
+            context.flush();
+        }
+        // Pending filter output is drawn when the frame is first used.
+        context.framebuffer();
+        glFinish();
+        if (inSources) source.push_back(millisecondsSince(start));
+        else effects.push_back(millisecondsSince(start));
+        start = Clock::now();
+        const LVFramePixelsRef pixels = readBack.read(context);
+        read.push_back(millisecondsSince(start));
+        start = Clock::now();
+        LVShmemOutput::publish(app.shmem(), *pixels, app.frameRate());
+        publish.push_back(millisecondsSince(start));
+    }
+    return QJsonObject{
+        {QStringLiteral("source"), round3(percentile(source, 0.5))},
+        {QStringLiteral("effects"), round3(percentile(effects, 0.5))},
+        {QStringLiteral("read_back"), round3(percentile(read, 0.5))},
+        {QStringLiteral("publish"), round3(percentile(publish, 0.5))},
+    };
+}
+
 // Renders as fast as possible: the whole frame, then the read-back + publish floor alone.
 QJsonObject runBench(Lumaveil& app, qint64 frames)
 {
@@ -108,6 +154,7 @@ QJsonObject runBench(Lumaveil& app, qint64 frames)
     }
     double floorTotal = 0;
     for (double ms : floorMs) floorTotal += ms;
+    const QJsonObject stages = timeStages(app, frames);
 
     const double p50 = percentile(frameMs, 0.5);
     const double floorP50 = percentile(floorMs, 0.5);
@@ -124,6 +171,7 @@ QJsonObject runBench(Lumaveil& app, qint64 frames)
         {QStringLiteral("fps"), round3(double(frames) * 1000.0 / totalMs)},
         {QStringLiteral("p50_ms"), round3(p50)},
         {QStringLiteral("p99_ms"), round3(percentile(frameMs, 0.99))},
+        {QStringLiteral("stages_p50_ms"), stages},
     };
     return result;
 }

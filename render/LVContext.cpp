@@ -150,13 +150,9 @@ std::unique_ptr<LVContext> LVContext::create(QSize size, QString* error)
     ctx->oglCtx_ = std::move(gl);
     ctx->oglCtx_->makeCurrent();
 
+    // Colour only: nothing tests depth, and a depth buffer would cost a full-frame clear a frame.
     glGenFramebuffers(1, &ctx->fbo_);
-    glGenRenderbuffers(1, &ctx->depth_);
-    glBindRenderbuffer(GL_RENDERBUFFER, ctx->depth_);
-    glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT24, ctx->width_, ctx->height_);
-    glBindRenderbuffer(GL_RENDERBUFFER, 0);
     glBindFramebuffer(GL_FRAMEBUFFER, ctx->fbo_);
-    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, ctx->depth_);
     glViewport(0, 0, ctx->width_, ctx->height_);
     glEnable(GL_BLEND);
     // Alpha composes "over", so a frame that starts opaque stays opaque.
@@ -181,7 +177,8 @@ LVContext::~LVContext()
     oglCtx_->makeCurrent();
     LVPBufferPool::shared().recycle(std::move(oglPBuff_));
     glDeleteFramebuffers(1, &fbo_);
-    glDeleteRenderbuffers(1, &depth_);
+    if (copyFbo_)
+        glDeleteFramebuffers(1, &copyFbo_);
 }
 
 void LVContext::makeCurrent()
@@ -202,9 +199,10 @@ void LVContext::_bindTarget()
     glViewport(0, 0, width_, height_);
 }
 
-void LVContext::reset(bool transparent)
+void LVContext::_takeTarget()
 {
     renderer_ = nullptr;
+    uncleared_ = false;
     makeCurrent();
     LVPBufferPool::shared().recycle(std::move(oglPBuff_));
     oglPBuff_ = LVPBufferPool::shared().take(width_, height_);
@@ -212,8 +210,20 @@ void LVContext::reset(bool transparent)
         LVLog("NIL pbuff!");
     _bindTarget();
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, oglPBuff_ ? oglPBuff_->texture : 0, 0);
+}
+
+void LVContext::reset(bool transparent)
+{
+    _takeTarget();
     if (oglPBuff_)
         clearContext(0, 0, 0, transparent ? 0 : 1);
+}
+
+void LVContext::resetUncleared()
+{
+    _takeTarget();
+    // On a software rasteriser a clear is a full-frame write of its own.
+    uncleared_ = oglPBuff_ != nullptr;
 }
 
 void LVContext::flush()
@@ -224,10 +234,17 @@ void LVContext::flush()
 
 void LVContext::_readRenderer()
 {
-    if (!renderer_)
-        return;
     LVPendingRenderer* r = renderer_;
     renderer_ = nullptr;
+    if (uncleared_) {
+        uncleared_ = false;
+        if (!r || !r->coversEveryPixel()) {
+            _bindTarget();
+            clearContext(0, 0, 0, 1);
+        }
+    }
+    if (!r)
+        return;
     _bindTarget();
     r->drawPendingOutput(*this);
 }
@@ -288,6 +305,24 @@ void LVContext::drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect
     drawTexture(tex, fromRect, inRect, false, false);
 }
 
+void LVContext::copyIntoFrame(const LVTexture& tex)
+{
+    framebuffer();
+    if (tex.name == 0 || tex.width != width_ || tex.height != height_)
+        return;
+    if (!copyFbo_)
+        glGenFramebuffers(1, &copyFbo_);
+    const GLboolean scissored = glIsEnabled(GL_SCISSOR_TEST);
+    glDisable(GL_SCISSOR_TEST);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, copyFbo_);
+    glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, tex.name, 0);
+    glBlitFramebuffer(0, 0, width_, height_, 0, 0, width_, height_, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, 0, 0);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, fbo_);
+    if (scissored)
+        glEnable(GL_SCISSOR_TEST);
+}
+
 void LVContext::renderToContext()
 {
     LVTexture t = texture();
@@ -334,7 +369,7 @@ GLuint LVContext::textureFromImage(const QImage& image, int* width, int* height)
 void LVContext::clearContext(float r, float g, float b, float a)
 {
     glClearColor(r, g, b, a);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glClear(GL_COLOR_BUFFER_BIT);
     glFlush();
 }
 

@@ -43,6 +43,9 @@ public:
     virtual ~LVPendingRenderer() = default;
     // Draws the output into ctx's current frame (ctx.framebuffer() is already bound).
     virtual void drawPendingOutput(LVContext& ctx) = 0;
+    // True when that drawing writes every pixel of the frame, unblended: a target taken
+    // uncleared for it then needs no clear.
+    virtual bool coversEveryPixel() const { return false; }
 };
 
 class LVContext {
@@ -67,6 +70,10 @@ public:
     // Drops any pending renderer, takes a new target from the pool and clears it to
     // (0,0,0,0) when transparent, (0,0,0,1) otherwise. Leaves the new target bound.
     void reset(bool transparent);
+    // The same, but the new target is left as it comes from the pool for the pending renderer
+    // set next to overwrite. It is cleared to opaque black after all when that renderer does not
+    // cover every pixel, or none is set, by the time the frame is drawn into or read.
+    void resetUncleared();
     void flush();
     // The current frame's framebuffer, bound as draw target with viewport (0,0,w,h).
     GLuint framebuffer();
@@ -83,6 +90,9 @@ public:
     void setPackInvert(bool enabled) { packInvert_ = enabled && hasPackInvert_; }
     // Draws a texture into the current frame, not flipped, not mirrored.
     void drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect);
+    // Copies a texture of the frame's size into the current frame unchanged: a plain copy
+    // of the pixels, no shading (what a rasteriser does fastest).
+    void copyIntoFrame(const LVTexture& tex);
     // Draws the current frame into whatever framebuffer and viewport the caller bound on
     // the current GL context, not flipped, not mirrored.
     void renderToContext();
@@ -114,14 +124,16 @@ private:
     void _readRenderer();
     void _bindTarget();
     void _readPixels(void* destination, int rowBytes, GLenum type);
+    void _takeTarget();
 
     int width_ = 0;
     int height_ = 0;
     std::unique_ptr<LVGLContext> oglCtx_;
     std::shared_ptr<LVPBuffer> oglPBuff_;
     GLuint fbo_ = 0;
-    GLuint depth_ = 0;
+    GLuint copyFbo_ = 0; // reads the texture copyIntoFrame copies
     LVPendingRenderer* renderer_ = nullptr;
+    bool uncleared_ = false;
     double frameTime_ = 0;
     bool bForPreview_ = false;
     bool hasPackInvert_ = false;

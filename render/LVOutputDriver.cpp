@@ -53,6 +53,17 @@ LVFramePixelsRef LVFrameReadBack::read(LVContext& context)
     return buffer;
 }
 
+void LVFrameReadBack::readInto(LVContext& context, void* destination, int rowBytes)
+{
+    context.fetchBGRAPixels(destination, rowBytes);
+    ++count_;
+}
+
+void LVOutputFrame::readInto(void* destination, int rowBytes)
+{
+    readBack_.readInto(context_, destination, rowBytes);
+}
+
 const LVFramePixelsRef& LVOutputFrame::pixels()
 {
     if (!pixels_) pixels_ = readBack_.read(context_);

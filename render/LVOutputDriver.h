@@ -35,6 +35,8 @@ using LVFramePixelsRef = std::shared_ptr<const LVFramePixels>;
 class LVFrameReadBack {
 public:
     LVFramePixelsRef read(LVContext& context);
+    // Into the caller's memory instead of a pooled buffer.
+    void readInto(LVContext& context, void* destination, int rowBytes);
     uint64_t count() const { return count_; }
 
 private:
@@ -51,6 +53,11 @@ public:
     LVTexture texture() const { return context_.texture(); }
     // For CPU outputs: read back on the first ask, the same pixels for every later one.
     const LVFramePixelsRef& pixels();
+    // Whether a CPU output has had the pixels already.
+    bool hasPixels() const { return pixels_ != nullptr; }
+    // For the last CPU output when no other one had the pixels: reads the frame (B,G,R,A,
+    // top row first) straight into destination, a copy fewer than pixels().
+    void readInto(void* destination, int rowBytes);
 
 private:
     LVContext& context_;

@@ -4,7 +4,17 @@
 
 void LVShmemOutput::drawFrame(LVOutputFrame& frame)
 {
-    publish(shmem_, *frame.pixels(), frameRate_());
+    if (frame.hasPixels()) {
+        publish(shmem_, *frame.pixels(), frameRate_());
+        return;
+    }
+    // The only CPU output this frame: read straight into the block, reorder the bytes in place.
+    const int width = frame.context().width(), height = frame.context().height();
+    shmem_.publishFrame(width, height, frameRate_() & 0xFFFF, [&](void* destination, int rowBytes) {
+        auto* block = static_cast<uint8_t*>(destination);
+        frame.readInto(block, rowBytes);
+        libyuv::ARGBToBGRA(block, rowBytes, block, rowBytes, width, height);
+    });
 }
 
 void LVShmemOutput::publish(LVShmem& shmem, const LVFramePixels& pixels, int frameRate)

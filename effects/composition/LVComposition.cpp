@@ -466,6 +466,7 @@ void LVComposition::analyse()
     readsImageInput_ = !imageInputKey_.isEmpty() && uses(imageInputKey_);
     for (size_t i = 0; i + 1 < passes_.size(); ++i) passes_[i].read = passes_[i].target.isEmpty() || uses(passes_[i].target);
 
+    coversFrame_ = !hasVertexShader() && !uses(QStringLiteral("discard"));
     const bool onePlainPass = passes_.size() == 1 && passes_[0].target.isEmpty();
     pointwise_ = isFilter() && !isTransition_ && onePlainPass && !hasVertexShader();
     const QJsonValue declared = header_.value(QStringLiteral("POINTWISE"));

@@ -80,6 +80,9 @@ public:
     // Reads its image input only at the pixel it writes, in one pass: it can run inside
     // the previous effect's shader.
     bool isPointwise() const { return pointwise_; }
+    // Its last pass writes every pixel of the frame it is drawn into, when drawn unblended:
+    // no companion vertex shader moves the triangle and no fragment is discarded.
+    bool coversFrame() const { return coversFrame_; }
 
     // Shader text after the header, with #version lines blanked (line numbers kept).
     const QString& fragmentSource() const { return fragmentSource_; }
@@ -113,6 +116,7 @@ private:
     bool isTransition_ = false;
     bool readsImageInput_ = false;
     bool pointwise_ = false;
+    bool coversFrame_ = false;
     QString fragmentSource_;
     int fragmentFirstLine_ = 1;
     QString vertexSource_;

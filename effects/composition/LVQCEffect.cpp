@@ -232,11 +232,20 @@ void LVQCEffect::doit()
     if (rend_->composition().readsImageInput()) {
         rend_->setTextureForInputKey(ctx.texture(), imageInputKey_);
     }
-    // A filter that ignores its input needs nothing drawn beneath it.
-    ctx.reset(false);
+    // A filter that ignores its input needs nothing drawn beneath it, and one that writes
+    // every pixel needs no clear beneath it either.
+    ctx.resetUncleared();
     rend_->renderIntermediatePasses();
     pending_.assign(1, rend_);
     ctx.setQCRenderer(this);
+}
+
+bool LVQCEffect::coversEveryPixel() const
+{
+    if (pending_.empty()) return false;
+    for (const auto& stage : pending_)
+        if (!stage->isUsable() || !stage->composition().coversFrame()) return false;
+    return true;
 }
 
 void LVQCEffect::drawPendingOutput(LVContext& ctx)

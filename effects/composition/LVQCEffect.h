@@ -56,6 +56,7 @@ public:
     static bool fusionEnabled();
 
     void drawPendingOutput(LVContext& ctx) override;
+    bool coversEveryPixel() const override;
 
 protected:
     void initWithContextFile(LVContext* context, const QString& filename);

@@ -81,51 +81,91 @@ QString TestPatternSource::counterText(qint64 frame, double seconds)
         .arg(frame, 6, 10, QLatin1Char('0'));
 }
 
+TestPatternSource::~TestPatternSource()
+{
+    if (staticPart_ && context()) {
+        context()->makeCurrent();
+        glDeleteTextures(1, &staticPart_);
+    }
+}
+
+void TestPatternSource::drawStaticPart(LVContext& ctx)
+{
+    const int w = ctx.width();
+    const int h = ctx.height();
+    if (staticPart_ && staticSize_ == QSize(w, h)) {
+        ctx.copyIntoFrame(LVTexture{staticPart_, w, h});
+        return;
+    }
+    glEnable(GL_SCISSOR_TEST);
+    for (int i = 0; i < int(kBars.size()); ++i)
+        fill(barRect(i, w, h), kBars[size_t(i)]);
+    fill(QRect(0, 0, w, stripHeight(h)), qRgb(0, 0, 0));
+    glDisable(GL_SCISSOR_TEST);
+    // Kept for the next frames: a copy costs the rasteriser less than the fills.
+    if (!staticPart_)
+        glGenTextures(1, &staticPart_);
+    glBindTexture(GL_TEXTURE_2D, staticPart_);
+    glCopyTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, 0, 0, w, h, 0);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glBindTexture(GL_TEXTURE_2D, 0);
+    staticSize_ = LVCheckGLError("glCopyTexImage2D(test pattern)") ? QSize(w, h) : QSize();
+}
+
+void TestPatternSource::drawCounter(LVContext& ctx)
+{
+    // The frame's own time when the application sets one, else time since the first frame.
+    double seconds;
+    if (ctx.frameTime() != 0) {
+        if (!firstFrameTime_)
+            firstFrameTime_ = ctx.frameTime();
+        seconds = ctx.frameTime() - *firstFrameTime_;
+    } else {
+        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+    }
+    const QRect area = counterRect(ctx.width(), ctx.height());
+    if (counterImage_.size() != area.size())
+        counterImage_ = QImage(area.size(), QImage::Format_RGB32); // B,G,R,A bytes: uploads as it is
+    counterImage_.fill(Qt::black);
+    {
+        QPainter p(&counterImage_);
+        QFont font(QStringLiteral("DejaVu Sans Mono"));
+        font.setPixelSize(std::max(6, area.height() * 3 / 5));
+        p.setFont(font);
+        p.setPen(Qt::white);
+        p.drawText(counterImage_.rect(), Qt::AlignCenter, counterText(frame_, seconds));
+    }
+    // Opaque and pixel for pixel: written straight into the frame's texture, bottom row first,
+    // with no drawing at all.
+    const LVTexture frame = ctx.texture();
+    GLint previous = 0, rowLength = 0, alignment = 0;
+    glGetIntegerv(GL_TEXTURE_BINDING_2D, &previous);
+    glGetIntegerv(GL_UNPACK_ROW_LENGTH, &rowLength);
+    glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
+    glBindTexture(GL_TEXTURE_2D, frame.name);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, int(counterImage_.bytesPerLine() / 4));
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    for (int row = 0; row < area.height(); ++row)
+        glTexSubImage2D(GL_TEXTURE_2D, 0, area.x(), area.y() + area.height() - 1 - row, area.width(), 1, GL_BGRA,
+                        GL_UNSIGNED_BYTE, counterImage_.constScanLine(row));
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, rowLength);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
+    glBindTexture(GL_TEXTURE_2D, GLuint(previous));
+}
+
 void TestPatternSource::doit()
 {
     LVContext* ctx = context();
     if (!ctx)
         return;
     ctx->framebuffer();
-    const int w = ctx->width();
-    const int h = ctx->height();
-
-    glEnable(GL_SCISSOR_TEST);
-    for (int i = 0; i < int(kBars.size()); ++i)
-        fill(barRect(i, w, h), kBars[size_t(i)]);
-    fill(QRect(0, 0, w, stripHeight(h)), qRgb(0, 0, 0));
+    drawStaticPart(*ctx);
     const qint64 position = parameterValue(kMoving).toBool() ? frame_ : 0;
-    fill(squareRect(position, w, h), qRgb(255, 255, 255));
+    glEnable(GL_SCISSOR_TEST);
+    fill(squareRect(position, ctx->width(), ctx->height()), qRgb(255, 255, 255));
     glDisable(GL_SCISSOR_TEST);
-
-    if (parameterValue(kCounter).toBool()) {
-        // The frame's own time when the application sets one, else time since the first frame.
-        double seconds;
-        if (ctx->frameTime() != 0) {
-            if (!firstFrameTime_)
-                firstFrameTime_ = ctx->frameTime();
-            seconds = ctx->frameTime() - *firstFrameTime_;
-        } else {
-            seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
-        }
-        const QRect area = counterRect(w, h);
-        if (counterImage_.size() != area.size())
-            counterImage_ = QImage(area.size(), QImage::Format_RGB32);  // the upload needs no conversion
-        counterImage_.fill(Qt::black);
-        {
-            QPainter p(&counterImage_);
-            QFont font(QStringLiteral("DejaVu Sans Mono"));
-            font.setPixelSize(std::max(6, area.height() * 3 / 5));
-            p.setFont(font);
-            p.setPen(Qt::white);
-            p.drawText(counterImage_.rect(), Qt::AlignCenter, counterText(frame_, seconds));
-        }
-        int tw = 0, th = 0;
-        LVTexture tex{ctx->textureFromImage(counterImage_, &tw, &th), 0, 0};
-        tex.width = tw;
-        tex.height = th;
-        ctx->drawTexture(tex, QRectF(area), QRectF(0, 0, tw, th));
-        glDeleteTextures(1, &tex.name);
-    }
+    if (parameterValue(kCounter).toBool())
+        drawCounter(*ctx);
     ++frame_;
 }

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "core/LVEffect.h"
+#include "render/LVGL.h"
 
 class TestPatternSource : public LVEffect {
 public:
@@ -20,6 +21,7 @@ public:
     static const LVEffectDescriptor& classDescriptor();
     const LVEffectDescriptor& descriptor() const override { return classDescriptor(); }
 
+    ~TestPatternSource() override;
     void doit() override;
     // Frames drawn so far; the next frame shows this number.
     qint64 frameCount() const { return frame_; }
@@ -36,7 +38,13 @@ private:
     qint64 frame_ = 0;
     std::optional<double> firstFrameTime_;
     std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+    void drawStaticPart(LVContext& ctx);
+    void drawCounter(LVContext& ctx);
+
     QImage counterImage_;
+    // The bars and the black strip at one frame size, copied into every frame.
+    GLuint staticPart_ = 0;
+    QSize staticSize_;
 };
 
 // Adds the kind to the effect class table.

@@ -6,6 +6,8 @@
 
 #include <QDirIterator>
 
+#include <map>
+
 namespace {
 
 // A picture with structure: colour bars with a gradient, so blur and keys have work.
@@ -234,4 +236,73 @@ TEST_F(LVBundledTest, PointwiseFiltersAreRecognised)
         EXPECT_TRUE(qc(make(name))->renderer()->composition().isPointwise()) << name.toStdString();
     for (const QString& name : sampling)
         EXPECT_FALSE(qc(make(name))->renderer()->composition().isPointwise()) << name.toStdString();
+}
+
+// Filters draw into targets that are not cleared first, since they overwrite every pixel. Whatever
+// the pool's targets held before must never show through, fused or not: the same chain over a
+// pool left red and one left blue gives the same bytes, and the same as one pass per effect.
+TEST_F(LVBundledTest, NothingOfAnUnclearedTargetShowsThroughFusedOrNot)
+{
+    makeContext(96, 54);
+    write(QStringLiteral("Holes.fs"), "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"}]}*/\n"
+                                      "void main() { if (gl_FragCoord.x < 20.0) discard;\n"
+                                      "    gl_FragColor = IMG_THIS_PIXEL(inputImage).bgra; }\n");
+    QDir(dir.path()).mkdir(QStringLiteral("bundled"));
+    for (const QString& name : QDir(bundledEffects()).entryList({QStringLiteral("*.fs")}))
+        QFile::copy(QDir(bundledEffects()).filePath(name), dir.filePath(QStringLiteral("bundled/") + name));
+    QFile::copy(dir.filePath(QStringLiteral("Holes.fs")), dir.filePath(QStringLiteral("bundled/Holes.fs")));
+    scan(dir.filePath(QStringLiteral("bundled")));
+
+    using Settings = std::vector<std::pair<QString, QVariant>>;
+    const std::map<QString, Settings> settings = {
+        {"Colour Adjust", {{"brightness", 0.05}, {"contrast", 1.1}, {"saturation", 1.3}, {"gamma", 1.1}}},
+        {"Sharpen", {{"amount", 1.2}}},
+        {"Chroma Key", {{"similarity", 0.3}, {"smoothness", 0.1}}},
+        {"Crop and Zoom", {{"zoom", 1.25}, {"cropLeft", 0.05}, {"cropRight", 0.05}}},
+        {"Ticker", {{"Message", QStringLiteral("Lumaveil")}, {"speed", 0.2}}},
+    };
+    const QList<QStringList> chains = {
+        {"Colour Adjust", "Sharpen", "Chroma Key", "Crop and Zoom", "Ticker"},
+        {"Holes"},
+        {"Sharpen", "Holes", "Colour Adjust"},
+        {"Chroma Key", "Mirror", "Holes"},
+    };
+    const QImage picture = bars(96, 54);
+    // Frames of the pool filled with one colour, then handed back.
+    auto leaveInPool = [&](QColor colour) {
+        std::vector<LVTexture> held;
+        for (int i = 0; i < 8; ++i) {
+            drawPicture(solid(colour));
+            held.push_back(ctx->texture());
+        }
+    };
+    for (const QStringList& names : chains) {
+        std::vector<Frame> frames;
+        for (bool fused : {false, true}) {
+            for (QColor garbage : {QColor(Qt::red), QColor(Qt::blue)}) {
+                LVQCEffect::setFusionEnabled(fused);
+                chain.clear();
+                for (const QString& name : names) {
+                    chain.push_back(make(name));
+                    ASSERT_TRUE(chain.back()) << name.toStdString();
+                    chain.back()->setMode(LVModeLive);
+                    const auto it = settings.find(name);
+                    if (it == settings.end()) continue;
+                    for (const auto& [key, value] : it->second) chain.back()->setParameterValue(key, value);
+                }
+                leaveInPool(garbage);
+                frames.push_back(render(picture, 0.5));
+            }
+        }
+        const std::string what = names.join(QLatin1String(", ")).toStdString();
+        // Where the last filter discards, the frame is opaque black, as a cleared target was.
+        if (names.back() == QLatin1String("Holes")) {
+            EXPECT_EQ(frames[0].at(2, 2), (ARGB{255, 0, 0, 0})) << what;
+        }
+        for (size_t i = 1; i < frames.size(); ++i) {
+            const bool same = frames[i].bytes == frames[0].bytes;
+            if (!same) frames[i].image().save(dir.filePath(QStringLiteral("uncleared-%1.png").arg(i)));
+            EXPECT_TRUE(same) << what << ": frame " << i << " (fused " << (i >= 2) << ")";
+        }
+    }
 }
