@@ -7,7 +7,7 @@
 #include "core/LVDefaults.h"
 #include "render/LVContext.h"
 #include "sources/flickr/FlickrSource.h"
-#include "tests/sources/flickr/LVTestHttpServer.h"
+#include "LVTestHttpServer.h"
 #include "tests/support/LVTestSupport.h"
 
 #include <QApplication>
