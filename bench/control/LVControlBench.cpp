@@ -209,7 +209,6 @@ void paintButton(LVStudio& studio, const char* name, QColor color)
 
 void benchCutToFrame(int count, int frameRate)
 {
-    qputenv("LUMAVEIL_SHM_PREFIX", QByteArray("lvbench.control.") + QByteArray::number(::getpid()) + '.');
     Rig rig({{"Red", "RedSource"}, {"Blue", "BlueSource"}}, true, frameRate);
     paintButton(*rig.studio, "Red", Qt::red);
     paintButton(*rig.studio, "Blue", Qt::blue);
@@ -277,6 +276,8 @@ void benchCutToFrame(int count, int frameRate)
 int main(int argc, char** argv)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Every rig publishes under its own name, beside any Lumaveil the user runs.
+    qputenv("LUMAVEIL_SHM_PREFIX", QByteArray("lvbench.control.") + QByteArray::number(::getpid()) + '.');
     QGuiApplication application(argc, argv);
     LVRegisterTestKinds();
     const QStringList arguments = QCoreApplication::arguments().mid(1);
