@@ -98,6 +98,9 @@ public:
                 return found;
             }
         }
+        // An error an earlier call left behind is not this allocation's.
+        while (glGetError() != GL_NO_ERROR) {
+        }
         auto made = std::make_shared<LVPBuffer>();
         made->width = width;
         made->height = height;

@@ -112,9 +112,10 @@ TEST(iTunesSongCatalogue, SongTextKeepsItsBuiltInPlaceAndTheTickerFollows)
     registry.findBuiltInEffects();
     QStringList names;
     for (const auto& factory : registry.allEffects()) names.append(factory->name());
-    ASSERT_GE(names.size(), 3) << names.join(", ").toStdString();
-    EXPECT_EQ(names.mid(0, 2), QStringList({"Song Text", "Script"})) << "iTunesSong comes before AppleScriptEffect";
-    EXPECT_GT(names.indexOf("News Ticker"), 1) << "kinds outside the built-in list follow it";
+    ASSERT_GE(names.size(), 4) << names.join(", ").toStdString();
+    EXPECT_EQ(names.mid(0, 3), QStringList({"Song Text", "Telestrator", "Script"}))
+        << "iTunesSong comes before Telestrator and AppleScriptEffect";
+    EXPECT_GT(names.indexOf("News Ticker"), 2) << "kinds outside the built-in list follow it";
 }
 
 LVSongStyle redStyle()
