@@ -1,22 +1,11 @@
 // Conversion straight to another size: movies larger than the chain are converted at the
 // chain's size in the same pass.
-#include "sources/webcam/LVCamConverter.h"
+#include "LVCamConverterFixture.h"
 
-#include "render/LVGLContext.h"
-#include "sources/webcam/LVCamDevice.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstdlib>
 #include <functional>
 
 namespace {
 
-using RGBA = std::array<int, 4>;
-struct YUV {
-    int y, u, v;
-};
 constexpr YUV kWhite{235, 128, 128}, kBlack{16, 128, 128}, kRed{81, 90, 240}, kGrey{126, 128, 128};
 constexpr RGBA kWhiteRGB{255, 255, 255, 255}, kBlackRGB{0, 0, 0, 255}, kRedRGB{254, 0, 0, 255}, kGreyRGB{128, 128, 128, 255};
 
@@ -28,37 +17,8 @@ const GstVideoFormat kFormats[] = {GST_VIDEO_FORMAT_YUY2, GST_VIDEO_FORMAT_UYVY,
                                    GST_VIDEO_FORMAT_I420, GST_VIDEO_FORMAT_YV12, GST_VIDEO_FORMAT_Y42B,
                                    GST_VIDEO_FORMAT_Y444, GST_VIDEO_FORMAT_BGRx, GST_VIDEO_FORMAT_RGBA};
 
-::testing::AssertionResult near(const RGBA& got, const RGBA& want, int tolerance)
-{
-    for (int i = 0; i < 4; ++i) {
-        if (std::abs(got[i] - want[i]) > tolerance)
-            return ::testing::AssertionFailure() << "got (" << got[0] << "," << got[1] << "," << got[2] << ") want ("
-                                                 << want[0] << "," << want[1] << "," << want[2] << ")";
-    }
-    return ::testing::AssertionSuccess();
-}
-
-class LVCamConverterScaleTest : public ::testing::Test {
+class LVCamConverterScaleTest : public LVCamConverterFixture {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(LVCamInitGStreamer());
-        QString error;
-        gl = LVGLContext::makeOffscreenGLContext(&error);
-        ASSERT_TRUE(gl) << error.toStdString();
-        gl->makeCurrent();
-        converter = LVCamConverter::create();
-        ASSERT_TRUE(converter);
-        glGenFramebuffers(1, &fbo);
-    }
-    void TearDown() override
-    {
-        if (!gl) return;
-        gl->makeCurrent();
-        converter.reset();
-        glDeleteFramebuffers(1, &fbo);
-    }
-
     // A width x height frame whose pixel (x, row) has the components yuv(x, row) gives
     // (RGB formats take rgb(x, row) instead), limited-range BT.601.
     std::shared_ptr<const LVCamPicture> convert(GstVideoFormat format, int width, int height,
@@ -100,21 +60,6 @@ protected:
             format, 8, 4, [](int x, int row) { return kBlocks[row / 2][x / 2]; },
             [](int x, int row) { return kBlocksRGB[row / 2][x / 2]; });
     }
-
-    RGBA at(const LVCamPicture& picture, int x, int row)
-    {
-        glBindFramebuffer(GL_FRAMEBUFFER, fbo);
-        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, picture.name(), 0);
-        unsigned char p[4] = {};
-        // Stored the GL way up: the frame's row 0 is the texture's top row.
-        glReadPixels(x, picture.height() - 1 - row, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, p);
-        glBindFramebuffer(GL_FRAMEBUFFER, 0);
-        return {p[0], p[1], p[2], p[3]};
-    }
-
-    std::unique_ptr<LVGLContext> gl;
-    std::unique_ptr<LVCamConverter> converter;
-    GLuint fbo = 0;
 };
 
 TEST_F(LVCamConverterScaleTest, EveryLayoutScalesToTheAskedSizeUpright)

@@ -1,24 +1,11 @@
-#include "sources/webcam/LVCamConverter.h"
-
-#include "render/LVGLContext.h"
-#include "sources/webcam/LVCamDevice.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstdlib>
+#include "LVCamConverterFixture.h"
 
 namespace {
-
-using RGBA = std::array<int, 4>;
 
 // A 4x2 camera picture (top row first). Columns 0-1 share neutral chroma, columns 2-3 are red,
 // so every subsampling scheme sees the same chroma per 2x2 block.
 //   row 0: Y 235 (white), Y 16 (black), red, red
 //   row 1: Y 126 (grey 128), Y 235 (white), red, red
-struct YUV {
-    int y, u, v;
-};
 constexpr YUV kPicture[2][4] = {
     {{235, 128, 128}, {16, 128, 128}, {81, 90, 240}, {81, 90, 240}},
     {{126, 128, 128}, {235, 128, 128}, {81, 90, 240}, {81, 90, 240}},
@@ -29,27 +16,8 @@ constexpr RGBA kExpected[2][4] = {
     {{128, 128, 128, 255}, {255, 255, 255, 255}, {254, 0, 0, 255}, {254, 0, 0, 255}},
 };
 
-class LVCamConverterTest : public ::testing::Test {
+class LVCamConverterTest : public LVCamConverterFixture {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(LVCamInitGStreamer());
-        QString error;
-        gl = LVGLContext::makeOffscreenGLContext(&error);
-        ASSERT_TRUE(gl) << error.toStdString();
-        gl->makeCurrent();
-        converter = LVCamConverter::create();
-        ASSERT_TRUE(converter);
-        glGenFramebuffers(1, &fbo);
-    }
-    void TearDown() override
-    {
-        if (!gl) return;
-        gl->makeCurrent();
-        converter.reset();
-        glDeleteFramebuffers(1, &fbo);
-    }
-
     // Writes each pixel's components where the format keeps them.
     static GstBuffer* makeFrame(GstVideoFormat format, GstVideoInfo& info, GstVideoColorRange range)
     {
@@ -91,34 +59,7 @@ protected:
         gst_buffer_unref(buffer);
         return picture;
     }
-
-    RGBA at(const LVCamPicture& picture, int x, int row)
-    {
-        glBindFramebuffer(GL_FRAMEBUFFER, fbo);
-        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, picture.name(), 0);
-        unsigned char p[4] = {};
-        // The picture is stored the GL way up: camera row 0 is the texture's top row.
-        glReadPixels(x, picture.height() - 1 - row, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, p);
-        glBindFramebuffer(GL_FRAMEBUFFER, 0);
-        return {p[0], p[1], p[2], p[3]};
-    }
-
-    std::unique_ptr<LVGLContext> gl;
-    std::unique_ptr<LVCamConverter> converter;
-    GLuint fbo = 0;
 };
-
-::testing::AssertionResult near(const RGBA& got, const RGBA& want, int tolerance)
-{
-    for (int i = 0; i < 4; ++i) {
-        if (std::abs(got[i] - want[i]) > tolerance) {
-            return ::testing::AssertionFailure() << "got (" << got[0] << "," << got[1] << "," << got[2] << ","
-                                                 << got[3] << ") want (" << want[0] << "," << want[1] << ","
-                                                 << want[2] << "," << want[3] << ")";
-        }
-    }
-    return ::testing::AssertionSuccess();
-}
 
 TEST_F(LVCamConverterTest, EveryCameraLayoutConvertsToTheSameUprightPicture)
 {
