@@ -74,7 +74,7 @@ Lumaveil::Lumaveil(LVDefaults& defaults, LVLaunchOptions options, LVClock& clock
         LVLog("LVContext::create: %s", qPrintable(contextError));
         return;
     }
-    shmem_ = std::make_unique<LVShmem>();
+    shmem_ = std::make_unique<LVShmem>(LVShmemRole::Producer);
     outputs_.setDriver(LVOutputSlot::SharedMemory,
                        std::make_unique<LVShmemOutput>(*shmem_, [this] { return publishing_; }, [this] { return frameRate_; }));
 

@@ -76,6 +76,7 @@ void KDSharedMem::openSegment(bool recreate)
     close();
     refusal_.clear();
     missing_ = false;
+    created_ = false;
     size_ = 0;
     const bool mayCreate = access_ == Access::CreateOrOpen;
     if (recreate && mayCreate)
@@ -114,6 +115,7 @@ void KDSharedMem::openSegment(bool recreate)
     if ((created || (st.st_mode & 0777) != kPrivateMode) && fchmod(fd, kPrivateMode) != 0)
         LVLogSystemError("fchmod");
     fd_ = fd;
+    created_ = created;
     size_ = _getActualSize();
 }
 
@@ -141,16 +143,16 @@ bool KDSharedMem::ensureSize(int32_t length)
         if (size_ < length)
             return false;
     } else {
-        const int32_t oldSize = size_;
-        recreated = oldSize >= 1 && oldSize < length;
+        // Only a segment this object made and has not sized yet grows in place. One another
+        // process made may be sized and mapped by it meanwhile: truncating it under that
+        // mapping kills its writer (SIGBUS). Anything else too small is made anew.
+        recreated = size_ < length && !(created_ && size_ == 0);
         if (recreated) {
             openSegment(true);
-            if (fd_ < 0)
+            if (fd_ < 0 || !created_)
                 return false;
         }
-        // A fresh segment has size 0; "smaller than asked" also covers a reader that
-        // re-created the name between our unlink and open.
-        if (size_ >= 0 && size_ < length) {
+        if (size_ < length) {
             if (ftruncate(fd_, length) != 0) {
                 LVLogSystemError("ftruncate");
                 return false;

@@ -15,7 +15,7 @@ public:
 
     // Opens the segment; null only when its size cannot be measured. A failed or refused
     // open still answers an object, closed and of size 0, with refusal() saying why.
-    static std::unique_ptr<KDSharedMem> initWithName(const char* name, Access access = Access::CreateOrOpen);
+    static std::unique_ptr<KDSharedMem> initWithName(const char* name, Access access);
     ~KDSharedMem(); // unmaps and closes; never unlinks
     KDSharedMem(const KDSharedMem&) = delete;
     KDSharedMem& operator=(const KDSharedMem&) = delete;
@@ -24,7 +24,7 @@ public:
     void openSegment(bool recreate);
     int32_t _getActualSize();
     // Grows the segment to at least length and maps it. Answers true when an existing,
-    // smaller segment had to be re-created under the same name.
+    // smaller segment (or one another process made) had to be re-created under the same name.
     bool ensureSize(int32_t length);
     // The mapping's base, or the all-ones address when not mapped.
     void* getMemory() const { return mem_; }
@@ -57,4 +57,5 @@ private:
     Access access_;
     std::string refusal_;
     bool missing_ = false;
+    bool created_ = false; // by this object's last open
 };

@@ -310,8 +310,10 @@ LVShmemReadResult LVShmem::getData(std::unique_ptr<uint8_t[]>& data, uint64_t& l
         return result;
     }
     const uint64_t timestamp = get<uint64_t>(block, kLVImgTimestamp);
-    if (timestamp <= lastTimestamp)
+    if (timestamp <= lastTimestamp) {
+        releaseLock();
         return result;
+    }
     const uint32_t length = get<uint32_t>(block, kLVImgDataLength);
     // A header that claims more than the mapping holds is a torn or foreign block.
     if (uint64_t(length) + kLVImgPixels > uint64_t(imageBlockShmem_[current & 1]->getSize())) {

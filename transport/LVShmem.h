@@ -62,7 +62,8 @@ public:
     // The transport's clock: CLOCK_MONOTONIC in nanoseconds.
     static uint64_t currentHostTime();
 
-    explicit LVShmem(LVShmemRole role = LVShmemRole::Producer);
+    // The role is always said: a reader opened as a producer could resize the producer's blocks.
+    explicit LVShmem(LVShmemRole role);
     ~LVShmem();
     LVShmem(const LVShmem&) = delete;
     LVShmem& operator=(const LVShmem&) = delete;

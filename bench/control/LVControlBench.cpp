@@ -220,7 +220,7 @@ void benchCutToFrame(int count, int frameRate)
     std::vector<double> toFrame;
     std::vector<int> staleFrames;
     runWhileServing([&] {
-        LVShmem reader;
+        LVShmem reader(LVShmemRole::Reader);
         uint64_t lastTimestamp = 0;
         std::unique_ptr<uint8_t[]> pixels;
         // The red byte of the first pixel (A,R,G,B) tells which setup is on air. Answers how

@@ -173,7 +173,7 @@ bool init()
     s.registry = std::make_unique<LVEffectRegistry>(folders);
     s.registry->findEffects();
     qputenv("LUMAVEIL_SHM_PREFIX", "lvbench.chain.");
-    s.shmem = std::make_unique<LVShmem>();
+    s.shmem = std::make_unique<LVShmem>(LVShmemRole::Producer);
     s.shmem->setAppRunning();
     return true;
 }

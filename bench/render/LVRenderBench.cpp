@@ -55,7 +55,7 @@ void BM_ReadBackAndPublish(benchmark::State& state)
     }
     auto source = TestPatternSource::classDescriptor().make();
     source->initWithContext(ctx.get());
-    LVShmem shmem;
+    LVShmem shmem(LVShmemRole::Producer);
     shmem.setAppRunning();
     ctx->reset(false);
     source->doit();

@@ -40,7 +40,7 @@ std::shared_ptr<const LVRemoteThumbnails::Picture> LVRemoteThumbnails::latest()
 
 void LVRemoteThumbnails::run()
 {
-    LVShmem reader;
+    LVShmem reader(LVShmemRole::Reader);
     std::unique_ptr<uint8_t[]> data;
     uint64_t length = 0;
     uint64_t last = 0;

@@ -161,7 +161,7 @@ TEST_F(LVHeadlessProcessTest, SignalsEndItCleanly)
 {
     for (int signalNumber : {SIGTERM, SIGINT}) {
         process.setArguments({"--headless", "--fps", "30", "--video-size", "64x48"});
-        LVShmem reader;
+        LVShmem reader(LVShmemRole::Reader);
         process.start();
         ASSERT_TRUE(process.waitForStarted());
         ASSERT_TRUE(watchFrames([](const uint8_t*) { return true; })) << "frames are published";

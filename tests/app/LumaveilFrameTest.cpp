@@ -82,7 +82,7 @@ struct Published {
 
 Published readNewest()
 {
-    LVShmem reader;
+    LVShmem reader(LVShmemRole::Reader);
     Published frame;
     frame.result = reader.getData(frame.pixels, frame.length, 0);
     return frame;

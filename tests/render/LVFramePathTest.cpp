@@ -185,7 +185,7 @@ TEST_F(LVFramePathTest, SharedMemoryReadsStraightIntoItsBlockOnlyWhenNoOtherOutp
         std::string outputName() const override { return "preview"; }
         void drawFrame(LVOutputFrame& frame) override { frame.pixels(); }
     };
-    LVShmem producer;
+    LVShmem producer(LVShmemRole::Producer);
     ASSERT_TRUE(producer.isAvailable()) << producer.problem();
     producer.setAppRunning();
     for (bool withPreview : {false, true}) {

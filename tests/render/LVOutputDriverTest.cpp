@@ -216,7 +216,7 @@ TEST_F(LVOutputDriverTest, ASlowOutputDropsFramesOnItsOwnThreadAndTheLoopNeverWa
 
 TEST_F(LVOutputDriverTest, SharedMemoryGetsTheReadBackInItsOwnByteOrder)
 {
-    LVShmem producer;
+    LVShmem producer(LVShmemRole::Producer);
     ASSERT_TRUE(producer.isAvailable()) << producer.problem();
     producer.setAppRunning();
     bool publishing = true;

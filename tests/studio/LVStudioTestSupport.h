@@ -117,7 +117,7 @@ protected:
     // A pixel of the last frame published to shared memory, as the camera driver reads it.
     ARGB pixel(int x, int y)
     {
-        LVShmem reader;
+        LVShmem reader(LVShmemRole::Reader);
         std::unique_ptr<uint8_t[]> bytes;
         uint64_t length = 0;
         const LVShmemReadResult read = reader.getData(bytes, length, 0);

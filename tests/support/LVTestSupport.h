@@ -113,7 +113,7 @@ inline bool lvWatchFrames(const QProcess& producer, uint64_t since,
                           const std::function<bool(const LVShmemReadResult&, const uint8_t* argb)>& accept,
                           std::chrono::seconds limit = std::chrono::seconds(30))
 {
-    LVShmem reader;
+    LVShmem reader(LVShmemRole::Reader);
     std::unique_ptr<uint8_t[]> data;
     uint64_t length = 0, last = 0;
     const auto deadline = std::chrono::steady_clock::now() + limit;

@@ -67,7 +67,7 @@ protected:
 
 TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
 {
-    LVShmem producer;
+    LVShmem producer(LVShmemRole::Producer);
     producer.setAppRunning();
     publishGrey(producer, 64, 48, 25, 10);
     struct Case {
@@ -77,7 +77,7 @@ TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
     };
     const Case cases[] = {{{}, 0, 64, 48, 25}, {{32, 16}, 60, 32, 16, 60}};
     for (const Case& c : cases) {
-        LVShmem reader;
+        LVShmem reader(LVShmemRole::Reader);
         RecordingOutput out;
         LVVcamOptions o;
         o.format = LVVcamFormat::BGRA;
@@ -152,7 +152,7 @@ TEST_F(LVVcamBridgeTest, FollowsTheProducerWhereTheConsumerCanElseWritesWhatWasA
     for (const Case& c : cases) {
         SCOPED_TRACE(c.consumerFollows);
         lvUnlinkFrameSegments();
-        LVShmem producer;
+        LVShmem producer(LVShmemRole::Producer);
         producer.setAppRunning();
         publishGrey(producer, 8, 8, 15, 10);
         LVShmem reader(LVShmemRole::Reader);
@@ -186,7 +186,7 @@ TEST_F(LVVcamBridgeTest, AProducerKilledWithoutAWordGivesTheCardAtOnce)
     ASSERT_EQ(pipe(ready), 0);
     const pid_t child = fork();
     if (child == 0) {
-        LVShmem w;
+        LVShmem w(LVShmemRole::Producer);
         w.setAppRunning();
         publishGrey(w, 8, 8, 10, 90);
         char byte = 1;
@@ -218,11 +218,11 @@ TEST_F(LVVcamBridgeTest, AProducerKilledWithoutAWordGivesTheCardAtOnce)
 TEST_F(LVVcamBridgeTest, KeepsTheCameraAliveAcrossPausesRestartsAndSizeChanges)
 {
     using namespace std::chrono;
-    auto producer = std::make_unique<LVShmem>();
+    auto producer = std::make_unique<LVShmem>(LVShmemRole::Producer);
     producer->setAppRunning();
     publishGrey(*producer, 8, 8, 10, 100);
 
-    LVShmem reader;
+    LVShmem reader(LVShmemRole::Reader);
     RecordingOutput out;
     LVVcamOptions o;
     o.format = LVVcamFormat::BGRA;
@@ -249,7 +249,7 @@ TEST_F(LVVcamBridgeTest, KeepsTheCameraAliveAcrossPausesRestartsAndSizeChanges)
         {3100, nullptr, 5, 120},                                    // still under three seconds
         {3200, nullptr, 6, -1},                                     // the card
         {3300, [&] {                                                // a new producer process, larger
-             producer = std::make_unique<LVShmem>();
+             producer = std::make_unique<LVShmem>(LVShmemRole::Producer);
              producer->setAppRunning();
              publishGrey(*producer, 16, 8, 10, 200);
          }, 7, 200},
@@ -272,7 +272,7 @@ TEST_F(LVVcamBridgeTest, KeepsTheCameraAliveAcrossPausesRestartsAndSizeChanges)
 
 TEST_F(LVVcamBridgeTest, StopsAfterTheRequestedFrameCount)
 {
-    LVShmem reader;
+    LVShmem reader(LVShmemRole::Reader);
     RecordingOutput out;
     LVVcamOptions o;
     o.frames = 2;

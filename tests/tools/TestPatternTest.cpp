@@ -126,7 +126,7 @@ TEST(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
     auto src = TestPatternSource::classDescriptor().make();
     auto& pattern = static_cast<TestPatternSource&>(*src);
     pattern.initWithContext(ctx.get());
-    LVShmem producer;
+    LVShmem producer(LVShmemRole::Producer);
     producer.setAppRunning();
     LVFrameReadBack readBack;
     auto publish = [&] {

@@ -92,7 +92,7 @@ TEST_F(LVShmemTest, NamesHaveALeadingSlashAndTheTestPrefix)
 
 TEST_F(LVShmemTest, CleanStartCreatesSmallBlocksAndFirstFramesGrowThemOnce)
 {
-    LVShmem w;
+    LVShmem w(LVShmemRole::Producer);
     EXPECT_EQ(segmentSize(LVShmem::segmentName("com.marrowkit.LVCtrl3")), 16);
     EXPECT_EQ(segmentSize(LVShmem::imageBlockName(0)), 24);
     EXPECT_EQ(segmentSize(LVShmem::imageBlockName(1)), 24);
@@ -133,7 +133,7 @@ TEST_F(LVShmemTest, CleanStartCreatesSmallBlocksAndFirstFramesGrowThemOnce)
 
 TEST_F(LVShmemTest, ImageBlockHeaderLayout)
 {
-    LVShmem w;
+    LVShmem w(LVShmemRole::Producer);
     w.setAppRunning();
     const uint64_t before = LVShmem::currentHostTime();
     publish(w, 3, 2, 70000, 0xA1B2C3D4); // a rate above 65535 keeps its low 16 bits
@@ -156,7 +156,7 @@ TEST_F(LVShmemTest, ReaderInAnotherProcessFollowsProducerStates)
 
     // A producer that ran, published frames and quit properly.
     ASSERT_EQ(inChild([] {
-        LVShmem w;
+        LVShmem w(LVShmemRole::Producer);
         w.setAppRunning();
         publish(w, 4, 4, 25, 1);
         publish(w, 4, 4, 25, 2);
@@ -168,7 +168,7 @@ TEST_F(LVShmemTest, ReaderInAnotherProcessFollowsProducerStates)
 
     // A producer that set itself running and died before publishing anything.
     ASSERT_EQ(inChild([] {
-        LVShmem w;
+        LVShmem w(LVShmemRole::Producer);
         w.setAppRunning();
         return 0;
     }), 0);
@@ -177,7 +177,7 @@ TEST_F(LVShmemTest, ReaderInAnotherProcessFollowsProducerStates)
 
     // A producer that published two frames and died without setAppNotRunning.
     ASSERT_EQ(inChild([] {
-        LVShmem w; // keeps the dead producer's values: appPid is set
+        LVShmem w(LVShmemRole::Producer); // keeps the dead producer's values: appPid is set
         if (!w.appRunning())
             return 1;
         w.setAppRunning();
@@ -197,17 +197,17 @@ TEST_F(LVShmemTest, ReaderInAnotherProcessFollowsProducerStates)
     EXPECT_EQ(r.getData(data, length, 0).status, 2);
 
     // A fresh LVShmem in a new process does not clear a control block with a producer recorded.
-    LVShmem again;
+    LVShmem again(LVShmemRole::Producer);
     EXPECT_TRUE(again.appRunning());
     EXPECT_EQ(again.currentBlock(), r.currentBlock());
 }
 
 TEST_F(LVShmemTest, ReaderPassingTheNewestTimestampKeepsItsSequence)
 {
-    LVShmem w;
+    LVShmem w(LVShmemRole::Producer);
     w.setAppRunning();
     publish(w, 2, 2, 15, 5);
-    LVShmem r;
+    LVShmem r(LVShmemRole::Reader);
     std::unique_ptr<uint8_t[]> data;
     uint64_t length = 0;
     LVShmemReadResult first = r.getData(data, length, 0);
@@ -224,7 +224,7 @@ TEST_F(LVShmemTest, ReaderPassingTheNewestTimestampKeepsItsSequence)
 
 TEST_F(LVShmemTest, ReaderFollowsASizeChangeMadeByAnotherProcess)
 {
-    LVShmem r;
+    LVShmem r(LVShmemRole::Reader);
     std::unique_ptr<uint8_t[]> data;
     uint64_t length = 0;
     uint64_t last = 0;
@@ -235,7 +235,7 @@ TEST_F(LVShmemTest, ReaderFollowsASizeChangeMadeByAnotherProcess)
     const Case cases[] = {{2, 2, 0x01}, {64, 48, 0x02}, {640, 480, 0x03}, {16, 16, 0x04}, {1280, 720, 0x05}};
     for (const Case& c : cases) {
         ASSERT_EQ(inChild([&] {
-            LVShmem w;
+            LVShmem w(LVShmemRole::Producer);
             w.setAppRunning();
             publish(w, c.w, c.h, 30, c.tag);
             publish(w, c.w, c.h, 30, c.tag + 0x100);
@@ -253,10 +253,10 @@ TEST_F(LVShmemTest, ReaderFollowsASizeChangeMadeByAnotherProcess)
 
 TEST_F(LVShmemTest, StreamingBetweenProcessesDeliversFramesInOrder)
 {
-    LVShmem r;
+    LVShmem r(LVShmemRole::Reader);
     const pid_t pid = fork();
     if (pid == 0) {
-        LVShmem w;
+        LVShmem w(LVShmemRole::Producer);
         w.setAppRunning();
         for (uint32_t i = 1; i <= 200; ++i) {
             publish(w, 320, 240, 60, i);
@@ -296,10 +296,10 @@ TEST_F(LVShmemTest, StreamingBetweenProcessesDeliversFramesInOrder)
 
 TEST_F(LVShmemTest, CountersWrapWithoutSpecialHandling)
 {
-    LVShmem w;
+    LVShmem w(LVShmemRole::Producer);
     w.setAppRunning();
     publish(w, 2, 2, 15, 1);
-    LVShmem r;
+    LVShmem r(LVShmemRole::Reader);
     std::unique_ptr<uint8_t[]> data;
     uint64_t length = 0;
     ASSERT_EQ(r.getData(data, length, 0).status, 0);
@@ -321,7 +321,7 @@ TEST_F(LVShmemTest, CountersWrapWithoutSpecialHandling)
 TEST_F(LVShmemTest, AFailedOpenLeavesTheSegmentClosedAndQuiet)
 {
     testing::internal::CaptureStderr();
-    std::unique_ptr<KDSharedMem> bad = KDSharedMem::initWithName("/no/such/dir");
+    std::unique_ptr<KDSharedMem> bad = KDSharedMem::initWithName("/no/such/dir", KDSharedMem::Access::CreateOrOpen);
     ASSERT_NE(bad, nullptr); // a failed open still answers an object
     EXPECT_EQ(bad->getSize(), 0);
     EXPECT_EQ(bad->refusal(), strerror(EINVAL));
@@ -345,7 +345,7 @@ TEST_F(LVShmemTest, SegmentsArePrivateWhateverTheUmask)
         unlinkAll();
         const mode_t old = umask(mask);
         {
-            LVShmem w;
+            LVShmem w(LVShmemRole::Producer);
             w.setAppRunning();
             publish(w, 4, 4, 30, 1); // re-creates block 0 larger
             EXPECT_TRUE(w.isAvailable());
@@ -364,7 +364,7 @@ TEST_F(LVShmemTest, OwnSegmentsLeftOpenByAnOlderBuildAreMadePrivate)
     ASSERT_GE(fd, 0);
     fchmod(fd, 0666);
     close(fd);
-    LVShmem w;
+    LVShmem w(LVShmemRole::Producer);
     EXPECT_TRUE(w.isAvailable());
     EXPECT_FALSE(w.names().perUser);
     EXPECT_EQ(segmentMode(control), 0600u);
@@ -407,7 +407,7 @@ TEST_F(LVShmemTest, AnythingButOwnSegmentsIsRefusedWithOneLineAndNothingPerFrame
         // The documented name alone is taken: the per-user names serve instead.
         plant(LVShmem::segmentName("com.marrowkit.LVCtrl3"), c.what);
         {
-            LVShmem w;
+            LVShmem w(LVShmemRole::Producer);
             EXPECT_TRUE(w.isAvailable());
             EXPECT_TRUE(w.names().perUser);
             EXPECT_EQ(w.names().control, own.control);
@@ -418,7 +418,7 @@ TEST_F(LVShmemTest, AnythingButOwnSegmentsIsRefusedWithOneLineAndNothingPerFrame
         // Both taken: nothing is published, said once, and a frame loop stays quiet.
         plant(own.control, c.what);
         testing::internal::CaptureStderr();
-        LVShmem w;
+        LVShmem w(LVShmemRole::Producer);
         w.setAppRunning();
         for (uint32_t frame = 0; frame < 50; ++frame)
             publish(w, 8, 8, 30, frame);
@@ -436,7 +436,7 @@ TEST_F(LVShmemTest, FinishedProducerRemovesItsSegmentsUnlessAnotherOneLives)
 {
     const std::string control = LVShmem::segmentName("com.marrowkit.LVCtrl3");
     {
-        LVShmem w;
+        LVShmem w(LVShmemRole::Producer);
         w.setAppRunning();
         publish(w, 4, 4, 30, 0xCAFE);
         w.setAppNotRunning();
@@ -450,7 +450,7 @@ TEST_F(LVShmemTest, FinishedProducerRemovesItsSegmentsUnlessAnotherOneLives)
     ASSERT_EQ(pipe(ready), 0);
     const pid_t producer = fork();
     if (producer == 0) {
-        LVShmem w;
+        LVShmem w(LVShmemRole::Producer);
         w.setAppRunning();
         char byte = 1;
         (void)!write(ready[1], &byte, 1);
@@ -460,7 +460,7 @@ TEST_F(LVShmemTest, FinishedProducerRemovesItsSegmentsUnlessAnotherOneLives)
     char byte = 0;
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
     {
-        LVShmem second;
+        LVShmem second(LVShmemRole::Producer);
         EXPECT_EQ(second.otherLiveProducer(), uint32_t(producer));
         second.removeSegments();
     }
@@ -469,7 +469,7 @@ TEST_F(LVShmemTest, FinishedProducerRemovesItsSegmentsUnlessAnotherOneLives)
     waitpid(producer, nullptr, 0);
     close(ready[0]);
     close(ready[1]);
-    LVShmem after;
+    LVShmem after(LVShmemRole::Producer);
     EXPECT_EQ(after.otherLiveProducer(), 0u) << "a killed producer is not alive";
     EXPECT_TRUE(after.appRunning());
     EXPECT_FALSE(after.producerAlive());
@@ -483,7 +483,7 @@ TEST_F(LVShmemTest, ReaderFollowsAProducerThatQuitAndStartedAgain)
     for (uint32_t run = 1; run <= 3; ++run) {
         SCOPED_TRACE(run);
         {
-            LVShmem w;
+            LVShmem w(LVShmemRole::Producer);
             w.setAppRunning();
             publish(w, 4, 2, 30, run);
             LVShmemReadResult res = r.getData(data, length, last);
@@ -534,7 +534,7 @@ TEST_F(LVShmemTest, AnotherUserCanNeitherReadNorSquatTheCamera)
 
     // Reading: the victim's segments do not open for anyone else.
     {
-        LVShmem w;
+        LVShmem w(LVShmemRole::Producer);
         w.setAppRunning();
         publish(w, 8, 8, 30, 0x5EC12E7);
         EXPECT_EQ(asOtherUser(*user, [&] {
@@ -561,7 +561,7 @@ TEST_F(LVShmemTest, AnotherUserCanNeitherReadNorSquatTheCamera)
                   return 0;
               }),
               0);
-    LVShmem w;
+    LVShmem w(LVShmemRole::Producer);
     ASSERT_TRUE(w.isAvailable());
     EXPECT_TRUE(w.names().perUser);
     w.setAppRunning();
