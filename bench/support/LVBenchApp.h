@@ -10,6 +10,16 @@
 #include <cstdio>
 #include <memory>
 
+// The size every benchmark's frames have, at frameRate.
+inline LVLaunchOptions lvBenchOptions(bool startTimer, int frameRate = 30)
+{
+    LVLaunchOptions options;
+    options.videoSize = QSize(1280, 720);
+    options.frameRate = frameRate;
+    options.startTimer = startTimer;
+    return options;
+}
+
 inline std::unique_ptr<Lumaveil> lvStartBenchApp(LVDefaults& defaults, const QDir& dir, LVLaunchOptions options,
                                                  const char* benchName, const QString& bundled = {})
 {
