@@ -8,7 +8,6 @@
 #include "gui/main/LVMainWindow.h"
 
 #include <QApplication>
-#include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
 
@@ -64,19 +63,17 @@ int main(int argc, char** argv)
     QApplication application(argc, argv);
     benchmark::Initialize(&argc, argv);
     LVRegisterAllKinds();
-    QTemporaryDir dir;
-    LVDefaults defaults(dir.filePath("prefs.json"));
-    std::unique_ptr<Lumaveil> app =
-        lvStartBenchApp(defaults, QDir(dir.path()), lvBenchOptions(false), "bench_outputs", QStringLiteral(LV_BENCH_BUNDLED_EFFECTS));
-    if (!app || !app->setNamedSource(QStringLiteral("Test Pattern"))) {
-        std::fprintf(stderr, "bench_outputs: no controller with a Test Pattern source\n");
+    LVBenchApp bench("bench_outputs", lvBenchOptions(false), QStringLiteral(LV_BENCH_BUNDLED_EFFECTS));
+    Lumaveil* app = bench.app.get();
+    if (!app->setNamedSource(QStringLiteral("Test Pattern"))) {
+        std::fprintf(stderr, "bench_outputs: no Test Pattern source\n");
         return 1;
     }
     LVMainWindow window(*app);
     window.resize(1000, 600);
     window.show();
     app->setSecondOutputMaker([] { return std::make_unique<CopyingSecondOutput>(); });
-    g_app = app.get();
+    g_app = app;
     g_window = &window;
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

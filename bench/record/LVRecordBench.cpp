@@ -123,31 +123,29 @@ int main(int argc, char** argv)
         return 1;
     }
     const QString url = nginx.url("bench");
-    QTemporaryDir dir;
-    LVDefaults defaults(dir.filePath(QStringLiteral("prefs.json")));
     LVLaunchOptions options = lvBenchOptions(false);
     options.noPublish = true;
-    std::unique_ptr<Lumaveil> app = lvStartBenchApp(defaults, QDir(dir.path()), options, "bench_record");
-    if (!app) return 1;
-    app->setNamedSource(QStringLiteral("Test Pattern"));
+    LVBenchApp bench("bench_record", options);
+    Lumaveil& app = *bench.app;
+    app.setNamedSource(QStringLiteral("Test Pattern"));
     std::vector<double> offMs, onMs;
     double offCpu = 0, onCpu = 0;
     {
-        LVBroadcaster broadcaster(*app, defaults);
-        renderPaced(*app, 30);
+        LVBroadcaster broadcaster(app, *bench.defaults);
+        renderPaced(app, 30);
         // Off, on, off, on: drift in the machine's load falls on both alike.
         for (int round = 0; round < 2; ++round) {
-            const Phase off = renderPaced(*app, 300);
+            const Phase off = renderPaced(app, 300);
             offMs.insert(offMs.end(), off.frameMs.begin(), off.frameMs.end());
             offCpu += off.cpuPercent / 2;
             QString error;
-            if (!broadcaster.startRecord(&error, dir.filePath(QStringLiteral("bench%1.mp4").arg(round))) ||
+            if (!broadcaster.startRecord(&error, bench.dir.filePath(QStringLiteral("bench%1.mp4").arg(round))) ||
                 !broadcaster.startStream(&error, url)) {
                 std::fprintf(stderr, "bench_record: %s\n", qPrintable(error));
                 return 1;
             }
             waitForEncoders(broadcaster, [&] { return broadcaster.streamStatus().state == LVEncoderState::Running; });
-            const Phase on = renderPaced(*app, 300);
+            const Phase on = renderPaced(app, 300);
             onMs.insert(onMs.end(), on.frameMs.begin(), on.frameMs.end());
             onCpu += on.cpuPercent / 2;
             const LVEncoderStatus recorded = broadcaster.recordStatus();
@@ -165,7 +163,7 @@ int main(int argc, char** argv)
     std::fprintf(stderr, "frame p50 off %.2f ms on %.2f ms, p99 off %.2f on %.2f, cpu off %.1f%% on %.1f%%\n",
                  p(offMs, 0.5), p(onMs, 0.5), p(offMs, 0.99), p(onMs, 0.99), offCpu, onCpu);
     const std::vector<double> delays = measureDelay(url);
-    app.reset();
+    bench.app.reset();
     lvPrintJson({
         {"size", "1280x720"},
         {"fps", 30},

@@ -6,8 +6,10 @@
 
 #include <QDir>
 #include <QString>
+#include <QTemporaryDir>
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 // The size every benchmark's frames have, at frameRate.
@@ -20,19 +22,25 @@ inline LVLaunchOptions lvBenchOptions(bool startTimer, int frameRate = 30)
     return options;
 }
 
-inline std::unique_ptr<Lumaveil> lvStartBenchApp(LVDefaults& defaults, const QDir& dir, LVLaunchOptions options,
-                                                 const char* benchName, const QString& bundled = {})
-{
-    const QString none = dir.filePath(QStringLiteral("none"));
-    options.folders.bundled = bundled.isEmpty() ? none : bundled;
-    options.folders.user = none;
-    options.folders.system = none;
-    QString error;
-    std::unique_ptr<Lumaveil> app = Lumaveil::create(defaults, options, &error);
-    if (!app) {
-        std::fprintf(stderr, "%s: %s\n", benchName, qPrintable(error));
-        return nullptr;
+struct LVBenchApp {
+    QTemporaryDir dir;
+    std::unique_ptr<LVDefaults> defaults;
+    std::unique_ptr<Lumaveil> app;
+
+    // Exits when the controller cannot start.
+    LVBenchApp(const char* benchName, LVLaunchOptions options, const QString& bundled = {})
+        : defaults(std::make_unique<LVDefaults>(dir.filePath("prefs.json")))
+    {
+        const QString none = dir.filePath(QStringLiteral("none"));
+        options.folders.bundled = bundled.isEmpty() ? none : bundled;
+        options.folders.user = none;
+        options.folders.system = none;
+        QString error;
+        app = Lumaveil::create(*defaults, options, &error);
+        if (!app) {
+            std::fprintf(stderr, "%s: %s\n", benchName, qPrintable(error));
+            std::exit(1);
+        }
+        app->awakeFromNib();
     }
-    app->awakeFromNib();
-    return app;
-}
+};

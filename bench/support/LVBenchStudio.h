@@ -5,28 +5,19 @@
 #include "setups/model/LVSetupManager.h"
 #include "studio/LVStudio.h"
 
-#include <QTemporaryDir>
-
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 #include <vector>
 
-struct LVBenchStudio {
-    QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<Lumaveil> app;
+struct LVBenchStudio : LVBenchApp {
     std::unique_ptr<LVSetupManager> setups;
     LVStudio* studio = nullptr;
 
-    // Exits when the controller cannot start.
     LVBenchStudio(const char* benchName, const LVLaunchOptions& options, const QString& bundled = {})
+        : LVBenchApp(benchName, options, bundled)
     {
-        defaults = std::make_unique<LVDefaults>(dir.filePath("prefs.json"));
         // No first-run offer: a window bench measures the window, not a dialog over it.
         defaults->setValue("seenStudio", true);
-        app = lvStartBenchApp(*defaults, QDir(dir.path()), options, benchName, bundled);
-        if (!app) std::exit(1);
         setups = std::make_unique<LVSetupManager>(*defaults, app->context(), dir.filePath("Saved Setups"));
         setups->startup();
         app->setSetupCatalog(setups.get());
