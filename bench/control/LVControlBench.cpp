@@ -8,25 +8,17 @@
 #include "bench/support/LVBenchStudio.h"
 #include "control/midi/LVMIDIPort.h"
 #include "control/surface/LVControlSurface.h"
+#include "tests/app/LVTestKinds.h"
+#include "tests/control/LVControlTestSupport.h"
 #include "transport/LVShmem.h"
 
-#include <QEventLoop>
-#include <QFile>
 #include <QGuiApplication>
-#include <QJsonObject>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
 #include <cstring>
-#include <thread>
-#include <sys/socket.h>
+#include <string_view>
 #include <sys/un.h>
-#include <unistd.h>
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 class LVSilentMIDIPort : public LVMIDIPort {
 public:
@@ -34,152 +26,74 @@ public:
     bool isAvailable() const override { return false; }
 };
 
-double msSince(Clock::time_point start)
+// One connection: 100 warm-up requests first, then the timed ones.
+std::vector<double> roundTrips(const QString& path, const QByteArray& request, int count, qsizetype* replyBytes)
 {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-int connectUnix(const QString& path)
-{
-    sockaddr_un address {};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof address.sun_path - 1);
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        std::perror("connect");
-        std::exit(1);
-    }
-    return fd;
-}
-
-// Reads up to a newline; the bytes after it stay in buffer.
-QByteArray readLine(int fd, QByteArray& buffer)
-{
-    char chunk[65536];
-    while (!buffer.contains('\n')) {
-        const ssize_t n = ::recv(fd, chunk, sizeof chunk, 0);
-        if (n <= 0) return {};
-        buffer.append(chunk, n);
-    }
-    const qsizetype end = buffer.indexOf('\n');
-    QByteArray line = buffer.left(end);
-    buffer.remove(0, end + 1);
-    return line;
-}
-
-// One connection: warm-up requests first, then the timed ones.
-std::vector<double> roundTrips(const QString& path, const QByteArray& request, int warmUp, int count,
-                               qsizetype* replyBytes)
-{
-    const int fd = connectUnix(path);
-    QByteArray buffer;
+    LVTestControlClient client(path);
     std::vector<double> ms;
-    for (int i = 0; i < warmUp + count; ++i) {
-        const auto start = Clock::now();
-        ::send(fd, request.constData(), size_t(request.size()), MSG_NOSIGNAL);
-        const QByteArray reply = readLine(fd, buffer);
-        if (i >= warmUp) ms.push_back(msSince(start));
-        *replyBytes = reply.size();
+    for (int i = 0; i < 100 + count; ++i) {
+        const auto start = LVBenchClock::now();
+        *replyBytes = client.request(request).size();
+        if (i >= 100) ms.push_back(lvMsSince(start));
     }
-    ::close(fd);
     return ms;
 }
 
-// The reference: a blocking echo thread that answers each line with `answer`.
-class PlainEchoServer {
-public:
-    PlainEchoServer(const QString& path, QByteArray answer) : answer_(std::move(answer))
-    {
-        listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address {};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof address.sun_path - 1);
-        if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(listener_, 4) != 0) {
-            std::perror("echo listen");
-            std::exit(1);
-        }
-        thread_ = std::thread([this] {
-            const int fd = ::accept(listener_, nullptr, nullptr);
-            QByteArray buffer;
-            while (!readLine(fd, buffer).isNull()) ::send(fd, answer_.constData(), size_t(answer_.size()), MSG_NOSIGNAL);
-            ::close(fd);
-        });
-    }
-    ~PlainEchoServer()
-    {
-        thread_.join();
-        ::close(listener_);
-    }
-
-private:
-    QByteArray answer_;
-    int listener_ = -1;
-    std::thread thread_;
-};
-
-template <class Work>
-void runWhileServing(Work work)
-{
-    QEventLoop loop;
-    std::thread client([&] {
-        work();
-        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
-    });
-    loop.exec();
-    client.join();
-}
-
-// The studio served on a control socket.
+// The studio served on a control socket; each setup one test effect.
 struct Rig : LVBenchStudio {
     std::unique_ptr<LVControlSurface> control;
 
     Rig(const std::vector<std::pair<QString, QString>>& namedKinds, bool timer, int frameRate)
-        : LVBenchStudio("bench_control", namedKinds, launchOptions(timer, frameRate), true)
+        : LVBenchStudio("bench_control", lvBenchOptions(timer, frameRate))
     {
+        for (const auto& [name, kind] : namedKinds) addSetup(name, {makeTestEffect(kind, app->context())});
         control = std::make_unique<LVControlSurface>(*app, studio, std::make_unique<LVSilentMIDIPort>(),
                                                      dir.filePath("run/control.sock"));
     }
     ~Rig() { control.reset(); }
-
-    static LVLaunchOptions launchOptions(bool timer, int frameRate)
-    {
-        LVLaunchOptions options;
-        options.videoSize = QSize(1280, 720);
-        options.frameRate = frameRate;
-        options.startTimer = timer;
-        return options;
-    }
 };
 
 void benchRoundTrip(int count)
 {
     std::vector<std::pair<QString, QString>> kinds;
     for (int i = 0; i < 100; ++i) {
-        kinds.emplace_back(QStringLiteral("Setup %1").arg(i, 3, 10, QLatin1Char('0')),
-                           i % 2 ? QStringLiteral("Marker") : QStringLiteral("RedSource"));
+        kinds.emplace_back(QStringLiteral("Setup %1").arg(i, 3, 10, QLatin1Char('0')), i % 2 ? "Marker" : "RedSource");
     }
     Rig rig(kinds, false, 30);
-    const QByteArray request = "{\"command\":\"get\",\"property\":\"studioButtons\"}\n";
+    const QByteArray request = "{\"command\":\"get\",\"property\":\"studioButtons\"}";
     qsizetype replyBytes = 0;
-    std::vector<double> control;
-    runWhileServing([&] {
-        control = roundTrips(rig.control->server().path(), request, 100, count, &replyBytes);
-    });
+    const std::vector<double> control =
+        runWhileServing([&] { return roundTrips(rig.control->server().path(), request, count, &replyBytes); });
     // The main thread's share: parsing, reading the studio, writing the reply.
     std::vector<double> handling;
-    const QByteArray line = request.trimmed();
     for (int i = 0; i < count; ++i) {
-        const auto start = Clock::now();
-        const QByteArray reply = rig.control->server().replyToLine(line);
-        handling.push_back(msSince(start));
+        const auto start = LVBenchClock::now();
+        rig.control->server().replyToLine(request);
+        handling.push_back(lvMsSince(start));
     }
-    std::vector<double> echo;
-    {
-        const QString echoPath = rig.dir.filePath("echo.sock");
-        PlainEchoServer server(echoPath, QByteArray(replyBytes, 'x') + '\n');
-        qsizetype echoBytes = 0;
-        echo = roundTrips(echoPath, request, 100, count, &echoBytes);
+    // The reference: a blocking echo thread that answers each line with as many bytes.
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, QFile::encodeName(rig.dir.filePath("echo.sock")).constData(), sizeof address.sun_path - 1);
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(listener, 4) != 0) {
+        std::perror("echo listen");
+        std::exit(1);
     }
+    std::thread echoServer([&, answer = QByteArray(replyBytes, 'x') + '\n'] {
+        const int fd = ::accept(listener, nullptr, nullptr);
+        char chunk[65536];
+        for (ssize_t n; (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
+            for (const char byte : std::string_view(chunk, size_t(n))) {
+                if (byte == '\n') ::send(fd, answer.constData(), size_t(answer.size()), MSG_NOSIGNAL);
+            }
+        }
+        ::close(fd);
+    });
+    qsizetype echoBytes = 0;
+    const std::vector<double> echo = roundTrips(address.sun_path, request, count, &echoBytes);
+    echoServer.join();
+    ::close(listener);
     const double p99 = lvPercentile(control, 0.99);
     const double echoP99 = lvPercentile(echo, 0.99);
     lvPrintJson(QJsonObject{
@@ -196,37 +110,31 @@ void benchRoundTrip(int count)
     });
 }
 
-void paintButton(LVStudio& studio, const char* name, QColor color)
-{
-    for (const LVEffectRef& effect : studio.buttonHavingName(QString::fromLatin1(name))->effects()) {
-        if (auto* recording = dynamic_cast<LVRecordingEffect*>(effect.get())) {
-            recording->paint = [color](LVContext& context) {
-                fillFrameRect(context, 0, 0, context.width(), context.height(), color);
-            };
-        }
-    }
-}
-
 void benchCutToFrame(int count, int frameRate)
 {
     Rig rig({{"Red", "RedSource"}, {"Blue", "BlueSource"}}, true, frameRate);
-    paintButton(*rig.studio, "Red", Qt::red);
-    paintButton(*rig.studio, "Blue", Qt::blue);
+    for (const auto& [name, color] : {std::pair{"Red", QColor(Qt::red)}, std::pair{"Blue", QColor(Qt::blue)}}) {
+        for (const LVEffectRef& effect : rig.studio->buttonHavingName(name)->effects()) {
+            if (auto* recording = dynamic_cast<LVRecordingEffect*>(effect.get())) {
+                recording->paint = [color](LVContext& context) {
+                    fillFrameRect(context, 0, 0, context.width(), context.height(), color);
+                };
+            }
+        }
+    }
     rig.studio->setSwapMode(true);
     rig.studio->buttonHavingName("Red")->punchToAir();
     rig.studio->buttonHavingName("Blue")->selectForAir();
     const double periodMs = 1000.0 / frameRate;
-    std::vector<double> toReply;
-    std::vector<double> toFrame;
-    std::vector<int> staleFrames;
-    runWhileServing([&] {
+    std::vector<double> toReply, toFrame;
+    const int oldFramesMax = runWhileServing([&] {
         LVShmem reader(LVShmemRole::Reader);
         uint64_t lastTimestamp = 0;
         std::unique_ptr<uint8_t[]> pixels;
         // The red byte of the first pixel (A,R,G,B) tells which setup is on air. Answers how
         // many frames still showed the old one.
         auto waitForRed = [&](bool red) {
-            for (int stale = 0;; ) {
+            for (int stale = 0;;) {
                 uint64_t length = 0;
                 const LVShmemReadResult result = reader.getData(pixels, length, lastTimestamp);
                 if (result.status == 0) {
@@ -238,21 +146,18 @@ void benchCutToFrame(int count, int frameRate)
             }
         };
         waitForRed(true);
-        const int fd = connectUnix(rig.control->server().path());
-        QByteArray buffer;
-        bool red = true;
+        LVTestControlClient client(rig.control->server().path());
+        int oldFrames = 0;
         for (int i = 0; i < count; ++i) {
             // Spread the requests over the frame's phase.
             std::this_thread::sleep_for(std::chrono::microseconds(int(periodMs * 1000 * ((i * 7) % 10) / 10.0)));
-            const auto start = Clock::now();
-            ::send(fd, "{\"command\":\"cut\"}\n", 18, MSG_NOSIGNAL);
-            readLine(fd, buffer);
-            toReply.push_back(msSince(start));
-            red = !red;
-            staleFrames.push_back(waitForRed(red));
-            toFrame.push_back(msSince(start));
+            const auto start = LVBenchClock::now();
+            client.request("{\"command\":\"cut\"}");
+            toReply.push_back(lvMsSince(start));
+            oldFrames = std::max(oldFrames, waitForRed(i % 2 != 0));
+            toFrame.push_back(lvMsSince(start));
         }
-        ::close(fd);
+        return oldFrames;
     });
     lvPrintJson(QJsonObject{
         {"figure", "cut request to first changed frame in shared memory"},
@@ -267,7 +172,7 @@ void benchCutToFrame(int count, int frameRate)
         {"max_in_frame_periods", lvRound3(lvPercentile(toFrame, 1.0) / periodMs)},
         {"measured_fps", lvRound3(rig.app->measuredFps())},
         // Frames published after the request was sent that still showed the old Program.
-        {"old_frames_max", *std::max_element(staleFrames.begin(), staleFrames.end())},
+        {"old_frames_max", oldFramesMax},
     });
 }
 
@@ -278,11 +183,13 @@ int main(int argc, char** argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
     // Every rig publishes under its own name, beside any Lumaveil the user runs.
     qputenv("LUMAVEIL_SHM_PREFIX", QByteArray("lvbench.control.") + QByteArray::number(::getpid()) + '.');
+    // Qt's and the controller's runtime files stay in a private folder, set before Qt looks.
+    QTemporaryDir runtime;
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
     QGuiApplication application(argc, argv);
     LVRegisterTestKinds();
     const QStringList arguments = QCoreApplication::arguments().mid(1);
-    const bool all = arguments.isEmpty();
-    if (all || arguments.contains("roundtrip")) benchRoundTrip(2000);
-    if (all || arguments.contains("cut")) benchCutToFrame(40, 30);
+    if (arguments.isEmpty() || arguments.contains("roundtrip")) benchRoundTrip(2000);
+    if (arguments.isEmpty() || arguments.contains("cut")) benchCutToFrame(40, 30);
     return 0;
 }

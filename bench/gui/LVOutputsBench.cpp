@@ -4,20 +4,14 @@
 // "readbacks" is read-backs per frame. Run under the offscreen platform.
 #include "bench/support/LVBenchApp.h"
 #include "app/LVKindRegistration.h"
-#include "core/LVDefaults.h"
-#include "core/Lumaveil.h"
 #include "gui/main/LVFullScreenOutput.h"
 #include "gui/main/LVMainWindow.h"
 
 #include <QApplication>
-#include <QScreen>
-#include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 namespace {
@@ -36,73 +30,31 @@ private:
     std::vector<unsigned char> copy_;
 };
 
-struct Bench {
-    QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<Lumaveil> app;
-    std::unique_ptr<LVMainWindow> window;
+Lumaveil* g_app = nullptr;
+LVMainWindow* g_window = nullptr;
 
-    bool start()
-    {
-        LVRegisterAllKinds();
-        defaults = std::make_unique<LVDefaults>(dir.filePath("prefs.json"));
-        LVLaunchOptions options;
-        options.startTimer = false;
-        options.frameRate = 30;
-        options.videoSize = QSize(1280, 720);
-        app = lvStartBenchApp(*defaults, QDir(dir.path()), options, "bench_outputs", QStringLiteral(LV_BENCH_BUNDLED_EFFECTS));
-        if (!app) return false;
-        if (!app->setNamedSource(QStringLiteral("Test Pattern"))) {
-            std::fprintf(stderr, "bench_outputs: no Test Pattern source\n");
-            return false;
-        }
-        window = std::make_unique<LVMainWindow>(*app);
-        window->resize(1000, 600);
-        window->show();
-        app->setSecondOutputMaker([] { return std::make_unique<CopyingSecondOutput>(); });
-        return true;
-    }
-
-    void allOutputs(bool on)
-    {
-        window->setVisible(on);
-        app->setSyphonServerEnabled(on);
-        window->doSelectScreen(on ? 0 : -1);
-        QCoreApplication::processEvents();
-    }
-};
-
-Bench* g_bench = nullptr;
-
-void runFrames(benchmark::State& state)
+void runFrames(benchmark::State& state, bool allOutputs)
 {
-    const uint64_t readBacksBefore = g_bench->app->outputs().readBacks();
+    g_window->setVisible(allOutputs);
+    g_app->setSyphonServerEnabled(allOutputs);
+    g_window->doSelectScreen(allOutputs ? 0 : -1);
+    QCoreApplication::processEvents();
+    const uint64_t readBacksBefore = g_app->outputs().readBacks();
     for (auto _ : state) {
-        g_bench->app->renderFrame();
+        g_app->renderFrame();
         // The paints the frame asked for.
         QCoreApplication::processEvents();
     }
-    state.counters["readbacks"] = benchmark::Counter(
-        double(g_bench->app->outputs().readBacks() - readBacksBefore), benchmark::Counter::kAvgIterations);
+    state.counters["readbacks"] =
+        benchmark::Counter(double(g_app->outputs().readBacks() - readBacksBefore), benchmark::Counter::kAvgIterations);
 }
-
-void BM_SharedMemoryAlone(benchmark::State& state)
-{
-    g_bench->allOutputs(false);
-    runFrames(state);
-}
-
-void BM_PreviewSharedMemoryFullScreenSecond(benchmark::State& state)
-{
-    g_bench->allOutputs(true);
-    runFrames(state);
-}
-
-BENCHMARK(BM_SharedMemoryAlone)->Unit(benchmark::kMillisecond)->MinTime(3.0);
-BENCHMARK(BM_PreviewSharedMemoryFullScreenSecond)->Unit(benchmark::kMillisecond)->MinTime(3.0);
-BENCHMARK(BM_SharedMemoryAlone)->Name("BM_SharedMemoryAlone/again")->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
 } // namespace
+
+BENCHMARK_CAPTURE(runFrames, SharedMemoryAlone, false)->Name("BM_SharedMemoryAlone")->Unit(benchmark::kMillisecond)->MinTime(3.0);
+BENCHMARK_CAPTURE(runFrames, PreviewSharedMemoryFullScreenSecond, true)
+    ->Name("BM_PreviewSharedMemoryFullScreenSecond")->Unit(benchmark::kMillisecond)->MinTime(3.0);
+BENCHMARK_CAPTURE(runFrames, SharedMemoryAloneAgain, false)->Name("BM_SharedMemoryAlone/again")->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
 int main(int argc, char** argv)
 {
@@ -110,11 +62,20 @@ int main(int argc, char** argv)
     if (qEnvironmentVariableIsEmpty("LUMAVEIL_SHM_PREFIX")) qputenv("LUMAVEIL_SHM_PREFIX", "lvbench.");
     QApplication application(argc, argv);
     benchmark::Initialize(&argc, argv);
-    Bench bench;
-    if (!bench.start()) return 1;
-    g_bench = &bench;
+    LVRegisterAllKinds();
+    LVBenchApp bench("bench_outputs", lvBenchOptions(false), QStringLiteral(LV_BENCH_BUNDLED_EFFECTS));
+    Lumaveil* app = bench.app.get();
+    if (!app->setNamedSource(QStringLiteral("Test Pattern"))) {
+        std::fprintf(stderr, "bench_outputs: no Test Pattern source\n");
+        return 1;
+    }
+    LVMainWindow window(*app);
+    window.resize(1000, 600);
+    window.show();
+    app->setSecondOutputMaker([] { return std::make_unique<CopyingSecondOutput>(); });
+    g_app = app;
+    g_window = &window;
     benchmark::RunSpecifiedBenchmarks();
-    g_bench = nullptr;
     benchmark::Shutdown();
     return 0;
 }

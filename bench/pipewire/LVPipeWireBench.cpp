@@ -22,7 +22,6 @@ class CountingReader {
 public:
     CountingReader()
     {
-        gst_init(nullptr, nullptr);
         pipeline_ = gst_parse_launch("pipewiresrc target-object=Lumaveil ! videoconvert ! fakesink name=sink signal-handoffs=true sync=false",
                                      nullptr);
         GstElement* sink = gst_bin_get_by_name(GST_BIN(pipeline_), "sink");
@@ -59,22 +58,25 @@ struct Setup {
     std::vector<uint8_t> frame = std::vector<uint8_t>(size_t(kWidth) * kHeight * 4, 0x5A);
     std::unique_ptr<CountingReader> reader;
 
+    void push() { output.pushFrame(frame.data(), kWidth, kHeight, kWidth * 4); }
+
     Setup()
     {
+        gst_init(nullptr, nullptr);
         // The node exists once its first frame fixed its size; then a reader can be linked.
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!output.isPublished() && std::chrono::steady_clock::now() < until) {
-            output.pushFrame(frame.data(), kWidth, kHeight, kWidth * 4);
+        // Frames keep coming as they would from the render loop until the reader has one.
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        for (; !output.isPublished() && std::chrono::steady_clock::now() < until; push()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         reader = std::make_unique<CountingReader>();
-        while (reader->frames() == 0 && std::chrono::steady_clock::now() < until + std::chrono::seconds(10)) {
+        while (reader->frames() == 0 && std::chrono::steady_clock::now() < until) {
             // The session manager may refuse a reader that came too early: it starts again.
             if (reader->failed()) {
                 reader.reset();
                 reader = std::make_unique<CountingReader>();
             }
-            output.pushFrame(frame.data(), kWidth, kHeight, kWidth * 4);
+            push();
             std::this_thread::sleep_for(std::chrono::milliseconds(33));
         }
     }
@@ -105,7 +107,7 @@ void BM_PushFrame1280x720(benchmark::State& state)
         state.SkipWithError("no PipeWire daemon");
         return;
     }
-    for (auto _ : state) s.output.pushFrame(s.frame.data(), kWidth, kHeight, kWidth * 4);
+    for (auto _ : state) s.push();
 }
 BENCHMARK(BM_PushFrame1280x720)->Unit(benchmark::kMicrosecond);
 
@@ -116,11 +118,10 @@ void BM_Delivery30FpsFor10s(benchmark::State& state)
     for (auto _ : state) {
         const uint64_t readBefore = s.reader->frames();
         const LVPipeWireOutput::Counts before = s.output.counts();
-        auto next = std::chrono::steady_clock::now();
-        for (int i = 0; i < 300; ++i) {
-            s.output.pushFrame(s.frame.data(), kWidth, kHeight, kWidth * 4);
-            next += std::chrono::microseconds(33333);
-            std::this_thread::sleep_until(next);
+        const auto start = std::chrono::steady_clock::now();
+        for (int i = 1; i <= 300; ++i) {
+            s.push();
+            std::this_thread::sleep_until(start + i * std::chrono::microseconds(33333));
         }
         const LVPipeWireOutput::Counts after = s.output.counts();
         state.counters["pushed"] = double(after.pushed - before.pushed);

@@ -7,7 +7,6 @@
 #include "tests/setups/SetupTestKinds.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QPainter>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -18,47 +17,38 @@
 
 namespace {
 
-constexpr int kSetups = 1000;
-
-// A frame with detail, so the icons compress like real pictures rather than flat colour.
-QImage sampleFrame(int seed)
-{
-    QImage frame(320, 240, QImage::Format_ARGB32_Premultiplied);
-    QPainter painter(&frame);
-    QLinearGradient gradient(0, 0, 320, 240);
-    gradient.setColorAt(0, QColor::fromHsv(seed * 37 % 360, 200, 220));
-    gradient.setColorAt(1, QColor::fromHsv(seed * 91 % 360, 180, 60));
-    painter.fillRect(frame.rect(), gradient);
-    QRandomGenerator noise{quint32(seed)};
-    for (int i = 0; i < 60; ++i) {
-        painter.fillRect(noise.bounded(320), noise.bounded(240), 4 + noise.bounded(40), 4 + noise.bounded(40),
-                         QColor::fromRgb(noise.generate()));
-    }
-    return frame;
-}
-
 struct Catalogue {
     QTemporaryDir dir;
-    QString setupDir;
+    QString setupDir = dir.filePath("Saved Setups");
     qint64 totalBytes = 0;
-    QString oneSetup;
-    qint64 oneSetupBytes = 0;
+    QString oneSetup = setupDir + "/Setup 0500";
 
+    // 1,000 setups of a source and four effects, each with an icon from a frame with detail,
+    // so the icons compress like real pictures rather than flat colour.
     Catalogue()
     {
         registerSetupTestKinds();
-        setupDir = dir.filePath("Saved Setups");
-        for (int i = 0; i < kSetups; ++i) {
+        for (int i = 0; i < 1000; ++i) {
             std::vector<LVEffectRef> chain{newTestEffect(setupTestSource())};
             for (int e = 0; e < 4; ++e) chain.push_back(newTestEffect(setupTestEffect(), QString("Layer %1").arg(e)));
             LVSavedSetup setup(chain, QString("%1/Setup %2").arg(setupDir).arg(i, 4, 10, QChar('0')));
-            setup.setIcon(LVSavedSetup::iconFromFrame(sampleFrame(i)));
+            QImage frame(320, 240, QImage::Format_ARGB32_Premultiplied);
+            QPainter painter(&frame);
+            QLinearGradient gradient(0, 0, 320, 240);
+            gradient.setColorAt(0, QColor::fromHsv(i * 37 % 360, 200, 220));
+            gradient.setColorAt(1, QColor::fromHsv(i * 91 % 360, 180, 60));
+            painter.fillRect(frame.rect(), gradient);
+            QRandomGenerator noise{quint32(i)};
+            for (int n = 0; n < 60; ++n) {
+                painter.fillRect(noise.bounded(320), noise.bounded(240), 4 + noise.bounded(40), 4 + noise.bounded(40),
+                                 QColor::fromRgb(noise.generate()));
+            }
+            painter.end();
+            setup.setIcon(LVSavedSetup::iconFromFrame(frame));
             setup.setMidiKey(uint32_t(i % 128));
             setup.persist();
             totalBytes += QFileInfo(setup.path()).size();
         }
-        oneSetup = setupDir + "/Setup 0500";
-        oneSetupBytes = QFileInfo(oneSetup).size();
     }
 };
 
@@ -68,67 +58,40 @@ Catalogue& catalogue()
     return c;
 }
 
-// Reads what the shell command writes, as a caller of `cat` would.
-qint64 readCommand(const QString& command)
-{
-    FILE* pipe = popen(command.toLocal8Bit().constData(), "r");
-    if (!pipe) return -1;
-    static char buffer[1 << 16];
-    qint64 total = 0;
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) total += qint64(n);
-    pclose(pipe);
-    return total;
-}
-
-QString quoted(const QString& path)
-{
-    return "'" + QString(path).replace("'", "'\\''") + "'";
-}
-
-void BM_CatAllSetups(benchmark::State& state)
+// The reference: `cat` of every setup file, or of the one loaded, read as its caller would.
+void BM_Cat(benchmark::State& state, bool all)
 {
     Catalogue& c = catalogue();
-    const QString command = "cd " + quoted(c.setupDir) + " && cat -- *";
-    for (auto _ : state) benchmark::DoNotOptimize(readCommand(command));
-    state.SetBytesProcessed(state.iterations() * c.totalBytes);
+    const auto quoted = [](const QString& path) { return "'" + QString(path).replace("'", "'\\''") + "'"; };
+    const QString command = all ? "cd " + quoted(c.setupDir) + " && cat -- *" : "cat -- " + quoted(c.oneSetup);
+    static char buffer[1 << 16];
+    for (auto _ : state) {
+        FILE* pipe = popen(command.toLocal8Bit().constData(), "r");
+        if (!pipe) continue;
+        qint64 total = 0;
+        for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) total += qint64(n);
+        pclose(pipe);
+        benchmark::DoNotOptimize(total);
+    }
+    state.SetBytesProcessed(state.iterations() * (all ? c.totalBytes : QFileInfo(c.oneSetup).size()));
 }
 
-// What start-up does: the folder scan, every file read and checked, sets restored; then
-// whatever the caller shows of the catalogue.
-template <class Show>
-void scanSetups(benchmark::State& state, Show show)
+// What start-up does: the folder scan, every file read and checked, sets restored; then, with
+// showWindow, what a user waits for: the saved-setups window drawn with its icons.
+void BM_ScanSetups(benchmark::State& state, bool showWindow)
 {
     Catalogue& c = catalogue();
     LVDefaults defaults(c.dir.filePath("prefs.json"));
     for (auto _ : state) {
         LVSetupManager manager(defaults, nullptr, c.setupDir);
         manager.startup();
-        show(manager);
-    }
-    state.SetBytesProcessed(state.iterations() * c.totalBytes);
-}
-
-void BM_ScanSetups(benchmark::State& state)
-{
-    scanSetups(state, [](LVSetupManager& manager) { benchmark::DoNotOptimize(manager.allSetups().size()); });
-}
-
-// What a user waits for: the scan, then the saved-setups window drawn with its icons.
-void BM_ScanAndShowSetupsWindow(benchmark::State& state)
-{
-    scanSetups(state, [](LVSetupManager& manager) {
+        benchmark::DoNotOptimize(manager.allSetups().size());
+        if (!showWindow) continue;
         LVSavedSetupsWindow window(manager, LVSetupsHost{});
         window.resize(420, 720);
         benchmark::DoNotOptimize(window.grab().isNull());
-    });
-}
-
-void BM_CatOneSetup(benchmark::State& state)
-{
-    Catalogue& c = catalogue();
-    const QString command = "cat -- " + quoted(c.oneSetup);
-    for (auto _ : state) benchmark::DoNotOptimize(readCommand(command));
-    state.SetBytesProcessed(state.iterations() * c.oneSetupBytes);
+    }
+    state.SetBytesProcessed(state.iterations() * c.totalBytes);
 }
 
 // Loading a setup by path into a chain: read, check, decode every effect.
@@ -138,13 +101,13 @@ void BM_LoadOneSetupIntoChain(benchmark::State& state)
     LVDefaults defaults(c.dir.filePath("prefs.json"));
     LVSetupManager manager(defaults, nullptr, c.setupDir);
     for (auto _ : state) benchmark::DoNotOptimize(manager.effectsOfSetupAtPath(c.oneSetup, nullptr)->size());
-    state.SetBytesProcessed(state.iterations() * c.oneSetupBytes);
+    state.SetBytesProcessed(state.iterations() * QFileInfo(c.oneSetup).size());
 }
 
-BENCHMARK(BM_CatAllSetups)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_ScanSetups)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_ScanAndShowSetupsWindow)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_CatOneSetup)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Cat, all, true)->Name("BM_CatAllSetups")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_ScanSetups, list, false)->Name("BM_ScanSetups")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_ScanSetups, window, true)->Name("BM_ScanAndShowSetupsWindow")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Cat, one, false)->Name("BM_CatOneSetup")->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_LoadOneSetupIntoChain)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 } // namespace

@@ -1,6 +1,7 @@
 // Webcam path at 1280x720, 30 fps: what a delivered picture costs from the capture thread to a
 // texture, how old it is when the render loop takes it, and the plane upload next to a plain
 // memcpy of the same frame, all measured in the same run.
+#include "bench/support/LVBenchFigures.h"
 #include "core/LVDefaults.h"
 #include "render/LVGLContext.h"
 #include "sources/webcam/LVCamConverter.h"
@@ -12,12 +13,7 @@
 #include <benchmark/benchmark.h>
 #include <gst/gst.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstring>
-#include <ctime>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -28,17 +24,10 @@ const char* kCaps = "video/x-raw,format=YUY2,width=1280,height=720,framerate=30/
 
 double nowNs()
 {
-    return double(std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch()).count());
+    return double(std::chrono::duration_cast<std::chrono::nanoseconds>(LVBenchClock::now().time_since_epoch()).count());
 }
 
-double processCpuNs()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return double(ts.tv_sec) * 1e9 + double(ts.tv_nsec);
-}
-
-// The reference: one plain copy of a 1280x720 YUY2 frame, median of many.
+// The reference: one plain copy of a 1280x720 YUY2 frame, median of 200.
 double memcpyNs()
 {
     static const double median = [] {
@@ -51,59 +40,42 @@ double memcpyNs()
             benchmark::ClobberMemory();
             samples.push_back(nowNs() - t0);
         }
-        std::nth_element(samples.begin(), samples.begin() + 100, samples.end());
-        return samples[100];
+        return lvPercentile(samples, 0.5);
     }();
     return median;
 }
-
-struct GLSetup {
-    GLSetup()
-    {
-        QString error;
-        gl = LVGLContext::makeOffscreenGLContext(&error);
-        if (!gl) return;
-        gl->makeCurrent();
-        converter = LVCamConverter::create();
-        gst_video_info_set_format(&info, GST_VIDEO_FORMAT_YUY2, kWidth, kHeight);
-        buffer = gst_buffer_new_allocate(nullptr, info.size, nullptr);
-        gst_buffer_memset(buffer, 0, 0x80, info.size);
-        gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ);
-    }
-    ~GLSetup()
-    {
-        if (!gl) return;
-        gst_video_frame_unmap(&frame);
-        gst_buffer_unref(buffer);
-        converter.reset();
-    }
-    std::unique_ptr<LVGLContext> gl;
-    std::unique_ptr<LVCamConverter> converter;
-    GstVideoInfo info;
-    GstBuffer* buffer = nullptr;
-    GstVideoFrame frame;
-};
 
 // Uploading the frame's planes to the GPU, alone or with the shader conversion into an RGBA
 // texture; finished either way.
 void BM_Upload(benchmark::State& state, bool convert)
 {
     LVCamInitGStreamer();
-    GLSetup gl;
-    if (!gl.converter) {
+    QString error;
+    const std::unique_ptr<LVGLContext> gl = LVGLContext::makeOffscreenGLContext(&error);
+    if (!gl) {
         state.SkipWithError("no GL");
         return;
     }
+    gl->makeCurrent();
+    std::unique_ptr<LVCamConverter> converter = LVCamConverter::create();
+    GstVideoInfo info;
+    gst_video_info_set_format(&info, GST_VIDEO_FORMAT_YUY2, kWidth, kHeight);
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, info.size, nullptr);
+    gst_buffer_memset(buffer, 0, 0x80, info.size);
+    GstVideoFrame frame;
+    gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ);
     const double t0 = nowNs();
     for (auto _ : state) {
         if (convert) {
-            benchmark::DoNotOptimize(gl.converter->convert(gl.frame, 0));
+            benchmark::DoNotOptimize(converter->convert(frame, 0));
         } else {
-            gl.converter->upload(gl.frame);
+            converter->upload(frame);
             glFinish();
         }
     }
     state.counters["vs_memcpy"] = (nowNs() - t0) / double(state.iterations()) / memcpyNs();
+    gst_video_frame_unmap(&frame);
+    gst_buffer_unref(buffer);
 }
 
 // The fake camera alone (videotestsrc at 1280x720, 30 fps into a fakesink): its CPU cost is
@@ -113,13 +85,12 @@ double producerCpuNsPerFrame(int frames)
     GstElement* pipeline = gst_parse_launch(
         "videotestsrc is-live=true ! video/x-raw,format=YUY2,width=1280,height=720,framerate=30/1 ! fakesink sync=false",
         nullptr);
-    const double cpu0 = processCpuNs();
+    const double cpu0 = lvCpuSeconds();
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
     std::this_thread::sleep_for(std::chrono::milliseconds(1000 * frames / kRate));
     gst_element_set_state(pipeline, GST_STATE_NULL);
-    const double cpu = processCpuNs() - cpu0;
     gst_object_unref(pipeline);
-    return cpu / frames;
+    return (lvCpuSeconds() - cpu0) * 1e9 / frames;
 }
 
 // A render loop at 30 fps taking pictures from a grabber on the fake 1280x720 camera.
@@ -143,7 +114,7 @@ void BM_CaptureToTexture(benchmark::State& state)
     double ages = 0, maxAge = 0;
     int delivered = 0;
     double tick = nowNs();
-    const double cpu0 = processCpuNs();
+    const double cpu0 = lvCpuSeconds();
     for (auto _ : state) {
         tick += period;
         std::this_thread::sleep_for(std::chrono::nanoseconds(int64_t(std::max(0.0, tick - nowNs()))));
@@ -156,7 +127,7 @@ void BM_CaptureToTexture(benchmark::State& state)
             previous = std::move(picture);
         }
     }
-    const double cpu = processCpuNs() - cpu0;
+    const double cpu = (lvCpuSeconds() - cpu0) * 1e9;
     grabber->stop();
     previous.reset();
     LVCamGrabber::setDeviceProvider(nullptr);

@@ -2,22 +2,17 @@
 // texture upload of one frame next to a plain memcpy of the same bytes, the reads an idle screen
 // costs, and the grabber thread's CPU while the screen changes at 30 fps. All in the same run.
 #include "../../tests/sources/desktop/LVXvfb.h"
-
+#include "bench/support/LVBenchFigures.h"
 #include "render/LVContext.h"
 #include "sources/desktop/LVDesktopDrawer.h"
 #include "sources/desktop/LVDesktopGrabber.h"
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstring>
-#include <ctime>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <unistd.h>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -26,27 +21,18 @@ using namespace std::chrono_literals;
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
 
-double cpuSeconds(clockid_t clock)
-{
-    timespec ts{};
-    clock_gettime(clock, &ts);
-    return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
-}
-
 // User plus system time of another process, from /proc.
 double serverCpuSeconds(pid_t pid)
 {
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
     std::string line;
     std::getline(stat, line);
-    std::istringstream fields(line.substr(line.rfind(')') + 2));
-    std::string field;
-    double ticks = 0;
-    // Fields 14 and 15 (utime, stime); the first after the name is field 3.
-    for (int i = 3; i <= 15 && fields >> field; ++i) {
-        if (i >= 14) ticks += std::stod(field);
-    }
-    return ticks / double(sysconf(_SC_CLK_TCK));
+    const size_t nameEnd = line.rfind(')');
+    if (nameEnd == std::string::npos) return 0;
+    unsigned long utime = 0, stime = 0;
+    // Fields 14 and 15; the first after the name's closing parenthesis is field 3.
+    std::sscanf(line.c_str() + nameEnd + 2, "%*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu %lu", &utime, &stime);
+    return double(utime + stime) / double(sysconf(_SC_CLK_TCK));
 }
 
 struct Setup {
@@ -85,10 +71,10 @@ void BM_FrameMemcpy(benchmark::State& state)
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(from.size()));
 }
 
-// Each iteration makes a change, waits for the grabber to read it and uploads the picture on
-// the render thread; the upload's share goes into "upload_ms".
-template <class Change>
-void captureAndUpload(benchmark::State& state, Change change)
+// Each iteration makes a change (the whole display refreshed, or a 64x64 square inside it:
+// the read is still whole, the upload only the change), waits for the grabber to read it and
+// uploads the picture on the render thread; the upload's share goes into "upload_ms".
+void BM_CaptureAndUpload(benchmark::State& state, bool whole)
 {
     Setup& s = setup();
     if (!s.grabber || !s.ctx) {
@@ -102,40 +88,29 @@ void captureAndUpload(benchmark::State& state, Change change)
     s.ctx->makeCurrent();
     grabber.waitFor([&] { return grabber.last() != nullptr; }, 5s);
     drawer.update(grabber.last());
-    double uploadSeconds = 0;
+    double uploadMs = 0;
     for (int frame = 1; auto _ : state) {
         const uint64_t reads = grabber.readCount();
-        change(frame++);
+        if (whole) grabber.refresh();
+        else s.client->fill(s.window, QRect(100 + (frame % 16) * 64, 300, 64, 64), uint32_t(0x0A0B0C * (frame % 20)));
+        ++frame;
         grabber.waitFor([&] { return grabber.readCount() > reads; }, 5s);
-        const auto t0 = std::chrono::steady_clock::now();
+        const auto t0 = LVBenchClock::now();
         drawer.update(grabber.last());
         glFinish();
-        uploadSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        uploadMs += lvMsSince(t0);
     }
     grabber.stop();
     drawer.release(s.ctx.get());
-    state.counters["upload_ms"] = benchmark::Counter(uploadSeconds * 1e3 / double(state.iterations()));
+    state.counters["upload_ms"] = benchmark::Counter(uploadMs / double(state.iterations()));
+    if (whole) state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 4);
 }
 
-// One refresh: the grabber reads the whole display through shared memory, then the render
-// thread uploads it.
-void BM_CaptureAndUpload(benchmark::State& state)
-{
-    captureAndUpload(state, [](int) { setup().grabber->refresh(); });
-    state.SetBytesProcessed(int64_t(state.iterations()) * kWidth * kHeight * 4);
-}
-
-// A 64x64 change inside the whole-display rectangle: the read is still whole, the upload only
-// the change.
-void BM_SmallChangeCaptureAndUpload(benchmark::State& state)
-{
-    captureAndUpload(state, [](int frame) {
-        setup().client->fill(setup().window, QRect(100 + (frame % 16) * 64, 300, 64, 64), uint32_t(0x0A0B0C * (frame % 20)));
-    });
-}
-
-// A still screen with the grabber running: reads per second (aim 0) and the process's CPU.
-void BM_IdleScreen(benchmark::State& state)
+// The grabber running at most 30 times a second for about 2 s, the screen still or changing
+// 30 times a second inside the rectangle: reads per second (aim 0 when still), the process's
+// CPU when still, the grabber's when changing (the process's minus this thread's own drawing
+// requests), and the X server's, which does the shared-memory copy itself.
+void BM_Screen(benchmark::State& state, bool changing)
 {
     Setup& s = setup();
     if (!s.grabber) {
@@ -147,45 +122,22 @@ void BM_IdleScreen(benchmark::State& state)
     // Starting reads once; the idle time is measured after that read.
     const uint64_t before = grabber.readCount();
     grabber.start();
-    grabber.waitFor([&] { return grabber.readCount() > before; }, 5s);
+    if (!changing) grabber.waitFor([&] { return grabber.readCount() > before; }, 5s);
     for (auto _ : state) {
         const uint64_t reads = grabber.readCount();
-        const double cpu0 = cpuSeconds(CLOCK_PROCESS_CPUTIME_ID), server0 = serverCpuSeconds(s.server.pid());
-        std::this_thread::sleep_for(2s);
-        state.counters["reads_per_s"] = double(grabber.readCount() - reads) / 2.0;
-        state.counters["cpu_percent"] = (cpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - cpu0) / 2.0 * 100.0;
-        state.counters["xserver_cpu_percent"] = (serverCpuSeconds(s.server.pid()) - server0) / 2.0 * 100.0;
-    }
-    grabber.stop();
-}
-
-// The screen changes 30 times a second inside the rectangle: the grabber thread's CPU (the
-// process's CPU minus this thread's own drawing requests).
-void BM_ChangingScreenAt30fps(benchmark::State& state)
-{
-    Setup& s = setup();
-    if (!s.grabber) {
-        state.SkipWithError("no X server");
-        return;
-    }
-    LVDesktopGrabber& grabber = *s.grabber;
-    grabber.setMinimumFrameTime(33ms);
-    grabber.start();
-    for (auto _ : state) {
-        const uint64_t reads = grabber.readCount();
-        const double process0 = cpuSeconds(CLOCK_PROCESS_CPUTIME_ID), own0 = cpuSeconds(CLOCK_THREAD_CPUTIME_ID);
+        const double process0 = lvCpuSeconds(), own0 = lvCpuSeconds(CLOCK_THREAD_CPUTIME_ID);
         const double server0 = serverCpuSeconds(s.server.pid());
-        auto next = std::chrono::steady_clock::now();
+        const auto start = LVBenchClock::now();
         for (int frame = 0; frame < 60; ++frame) {
-            s.client->fill(s.window, QRect(frame * 10, 500, 10, 10), uint32_t(0x010101 * frame));
-            next += 33ms;
-            std::this_thread::sleep_until(next);
+            if (changing) s.client->fill(s.window, QRect(frame * 10, 500, 10, 10), uint32_t(0x010101 * frame));
+            std::this_thread::sleep_until(start + frame * 33ms + 33ms);
         }
         const double seconds = 60 * 0.033;
-        const double grabberCpu = (cpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - process0) - (cpuSeconds(CLOCK_THREAD_CPUTIME_ID) - own0);
+        const double processCpu = lvCpuSeconds() - process0;
         state.counters["reads_per_s"] = double(grabber.readCount() - reads) / seconds;
-        state.counters["grabber_cpu_percent"] = grabberCpu / seconds * 100.0;
-        // The shared-memory copy itself is done by the X server.
+        if (!changing) state.counters["cpu_percent"] = processCpu / seconds * 100.0;
+        const double grabberCpu = processCpu - (lvCpuSeconds(CLOCK_THREAD_CPUTIME_ID) - own0);
+        if (changing) state.counters["grabber_cpu_percent"] = grabberCpu / seconds * 100.0;
         state.counters["xserver_cpu_percent"] = (serverCpuSeconds(s.server.pid()) - server0) / seconds * 100.0;
     }
     grabber.stop();
@@ -194,9 +146,9 @@ void BM_ChangingScreenAt30fps(benchmark::State& state)
 } // namespace
 
 BENCHMARK(BM_FrameMemcpy)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_CaptureAndUpload)->Iterations(60)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_SmallChangeCaptureAndUpload)->Iterations(60)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_IdleScreen)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ChangingScreenAt30fps)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CaptureAndUpload, whole, true)->Name("BM_CaptureAndUpload")->Iterations(60)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CaptureAndUpload, small, false)->Name("BM_SmallChangeCaptureAndUpload")->Iterations(60)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Screen, idle, false)->Name("BM_IdleScreen")->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Screen, changing, true)->Name("BM_ChangingScreenAt30fps")->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -5,15 +5,12 @@
 // movie's clock has moved from the wall clock at the end (sound plays into nothing when the
 // machine has no sound output, so this is the pipeline clock's drift, not a speaker's).
 // Usage: bench_movie [seconds of movie, default 10]
+#include "bench/support/LVBenchFigures.h"
 #include "render/LVContext.h"
 #include "render/LVGLContext.h"
 #include "sources/movie/LVMoviePlayer.h"
 #include "sources/webcam/LVCamConverter.h"
 
-#include <QCoreApplication>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gst/gst.h>
@@ -22,44 +19,13 @@
 
 #include <sys/resource.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <thread>
-#include <vector>
-
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double cpuSeconds(int who)
+double childrenCpuSeconds()
 {
     rusage usage{};
-    getrusage(who, &usage);
+    getrusage(RUSAGE_CHILDREN, &usage);
     return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) + double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-double percentile(std::vector<double> samples, double fraction)
-{
-    if (samples.empty()) return 0;
-    std::sort(samples.begin(), samples.end());
-    return samples[std::min(samples.size() - 1, size_t(fraction * double(samples.size() - 1) + 0.5))];
-}
-
-double round3(double v)
-{
-    return double(qRound64(v * 1000.0)) / 1000.0;
-}
-
-bool run(const QStringList& arguments, double* wallSeconds)
-{
-    QProcess process;
-    const auto start = Clock::now();
-    process.start(QStringLiteral("ffmpeg"), QStringList{"-hide_banner", "-loglevel", "error", "-y"} + arguments);
-    const bool ok = process.waitForFinished(-1) && process.exitCode() == 0;
-    if (wallSeconds) *wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
-    if (!ok) std::fprintf(stderr, "ffmpeg failed: %s\n", process.readAllStandardError().constData());
-    return ok;
 }
 
 // Upload and conversion alone, median of 30 on a context of its own as the player's streaming
@@ -93,7 +59,7 @@ ConvertCosts convertCosts()
             for (int i = 0; converter && i < 31; ++i) {
                 GstVideoFrame frame, scaled;
                 if (!gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ)) break;
-                const auto t0 = Clock::now();
+                const auto t0 = LVBenchClock::now();
                 if (cpuScale && gst_video_frame_map(&scaled, &small, scaledBuffer, GST_MAP_WRITE)) {
                     auto plane = [](GstVideoFrame& f, int i) { return static_cast<uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&f, i)); };
                     auto stride = [](GstVideoFrame& f, int i) { return GST_VIDEO_FRAME_PLANE_STRIDE(&f, i); };
@@ -105,10 +71,10 @@ ConvertCosts convertCosts()
                 } else {
                     auto picture = converter->convert(frame, 0);
                 }
-                if (i > 0) samples.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
+                if (i > 0) samples.push_back(lvMsSince(t0));
                 gst_video_frame_unmap(&frame);
             }
-            return percentile(samples, 0.5);
+            return lvPercentile(samples, 0.5);
         };
         costs.fullMs = measure(0, false);
         costs.gpuScaledMs = measure(1280, false);
@@ -121,55 +87,53 @@ ConvertCosts convertCosts()
     return costs;
 }
 
-struct Playback {
-    double pictures = 0;     // converted by the player
-    double shown = 0;        // different pictures the chain drew
-    double cpuMsPerPicture = 0;
-    double drawP50Ms = 0;
-    double ageP50Ms = 0;
-    double ageP99Ms = 0;
-    double wallS = 0;
-};
-
-// Plays the movie as the source of a 1280x720 chain at 30 fps: draws the newest picture into
-// the frame each period. outputWidth 0 converts at the movie's own size.
-bool play(const QString& movie, LVContext& context, int outputWidth, int seconds, Playback& result)
+// Plays the movie as the source of a 1280x720 chain at 30 fps, drawing the newest picture into
+// the frame each period, and describes the run against ffmpeg's CPU per frame. outputWidth 0
+// converts at the movie's own size. An empty object when the movie does not open.
+QJsonObject play(const QString& movie, LVContext& context, int outputWidth, int seconds, double ffmpegMs)
 {
     LVMoviePlayer player(movie);
     player.setOutputSize(outputWidth, outputWidth * 9 / 16);
-    if (!player.waitUntilReady(20000)) return false;
+    if (!player.waitUntilReady(20000)) return {};
     std::vector<double> drawMs, ageMs;
-    const double cpuBefore = cpuSeconds(RUSAGE_SELF);
+    const double cpuBefore = lvCpuSeconds();
     const uint64_t picturesBefore = player.picturesDecoded();
-    const auto start = Clock::now();
+    const auto start = LVBenchClock::now();
     player.setPlaying(true);
     const LVCamPicture* last = nullptr;
     auto next = start;
-    while (!player.isOver() && Clock::now() - start < std::chrono::seconds(seconds + 10)) {
+    while (!player.isOver() && LVBenchClock::now() - start < std::chrono::seconds(seconds + 10)) {
         next += std::chrono::microseconds(33333);
         std::this_thread::sleep_until(next);
-        const auto t0 = Clock::now();
+        const auto t0 = LVBenchClock::now();
         context.reset(false);
         if (auto picture = player.lastImage()) {
             context.framebuffer();
             LVContext::drawPBuffer(picture->texture(), false, false);
             if (picture.get() != last) {
                 last = picture.get();
-                result.shown += 1;
                 ageMs.push_back(double(std::chrono::duration_cast<std::chrono::nanoseconds>(t0.time_since_epoch()).count() -
                                        picture->captureTimeNs()) / 1e6);
             }
         }
         context.flush();
-        drawMs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
+        drawMs.push_back(lvMsSince(t0));
     }
-    result.wallS = std::chrono::duration<double>(Clock::now() - start).count();
-    result.pictures = double(player.picturesDecoded() - picturesBefore);
-    result.cpuMsPerPicture = (cpuSeconds(RUSAGE_SELF) - cpuBefore) * 1000.0 / std::max(1.0, result.pictures);
-    result.drawP50Ms = percentile(drawMs, 0.5);
-    result.ageP50Ms = percentile(ageMs, 0.5);
-    result.ageP99Ms = percentile(ageMs, 0.99);
-    return true;
+    const double wallS = lvMsSince(start) / 1000.0;
+    const double pictures = double(player.picturesDecoded() - picturesBefore);
+    const double cpuMsPerPicture = (lvCpuSeconds() - cpuBefore) * 1000.0 / std::max(1.0, pictures);
+    return {
+        {"pictures_converted", pictures},
+        {"pictures_shown", double(ageMs.size())},
+        {"pictures_shown_per_60s", lvRound3(double(ageMs.size()) * 60.0 / std::max(1e-9, wallS))},
+        {"cpu_ms_per_picture", lvRound3(cpuMsPerPicture)},
+        {"ratio_cpu_to_ffmpeg_decode", lvRound3(cpuMsPerPicture / ffmpegMs)},
+        {"chain_draw_p50_ms", lvRound3(lvPercentile(drawMs, 0.5))},
+        {"picture_age_p50_ms", lvRound3(lvPercentile(ageMs, 0.5))},
+        {"picture_age_p99_ms", lvRound3(lvPercentile(ageMs, 0.99))},
+        {"playback_wall_s", lvRound3(wallS)},
+        {"drift_end_ms", lvRound3((wallS - double(seconds)) * 1000.0)},
+    };
 }
 
 } // namespace
@@ -181,18 +145,17 @@ int main(int argc, char** argv)
     const int seconds = argc > 1 ? std::max(1, atoi(argv[1])) : 10;
     QTemporaryDir folder;
     const QString movie = folder.filePath("movie.mp4");
-    if (!run({"-f", "lavfi", "-i", QStringLiteral("testsrc2=size=1920x1080:rate=30:duration=%1").arg(seconds), "-f", "lavfi", "-i",
-              QStringLiteral("sine=frequency=440:duration=%1").arg(seconds), "-c:v", "libx264", "-preset", "veryfast",
-              "-pix_fmt", "yuv420p", "-c:a", "aac", movie},
-             nullptr))
+    if (!lvRunFfmpeg({"-f", "lavfi", "-i", QStringLiteral("testsrc2=size=1920x1080:rate=30:duration=%1").arg(seconds), "-f",
+                      "lavfi", "-i", QStringLiteral("sine=frequency=440:duration=%1").arg(seconds), "-c:v", "libx264",
+                      "-preset", "veryfast", "-pix_fmt", "yuv420p", "-c:a", "aac", movie}))
         return 1;
     const double frames = double(seconds) * 30;
 
     // The reference: ffmpeg decoding the same file to nothing.
-    const double childBefore = cpuSeconds(RUSAGE_CHILDREN);
+    const double childBefore = childrenCpuSeconds();
     double ffmpegWall = 0;
-    if (!run({"-i", movie, "-f", "null", "-"}, &ffmpegWall)) return 1;
-    const double ffmpegCpu = cpuSeconds(RUSAGE_CHILDREN) - childBefore;
+    if (!lvRunFfmpeg({"-i", movie, "-f", "null", "-"}, &ffmpegWall)) return 1;
+    const double ffmpegMs = (childrenCpuSeconds() - childBefore) * 1000.0 / frames;
 
     QString error;
     std::unique_ptr<LVContext> context = LVContext::create(QSize(1280, 720), &error);
@@ -201,36 +164,21 @@ int main(int argc, char** argv)
         return 1;
     }
     // Before: pictures converted at the movie's size; after: at the chain's.
-    Playback full, scaled;
-    if (!play(movie, *context, 0, seconds, full) || !play(movie, *context, 1280, seconds, scaled)) return 1;
+    const QJsonObject full = play(movie, *context, 0, seconds, ffmpegMs);
+    const QJsonObject scaled = play(movie, *context, 1280, seconds, ffmpegMs);
+    if (full.isEmpty() || scaled.isEmpty()) return 1;
     const ConvertCosts costs = convertCosts();
-    const double ffmpegMs = ffmpegCpu * 1000.0 / frames;
-    const auto describe = [&](const Playback& p) {
-        return QJsonObject{
-            {"pictures_converted", p.pictures},
-            {"pictures_shown", p.shown},
-            {"pictures_shown_per_60s", round3(p.shown * 60.0 / std::max(1e-9, p.wallS))},
-            {"cpu_ms_per_picture", round3(p.cpuMsPerPicture)},
-            {"ratio_cpu_to_ffmpeg_decode", round3(p.cpuMsPerPicture / ffmpegMs)},
-            {"chain_draw_p50_ms", round3(p.drawP50Ms)},
-            {"picture_age_p50_ms", round3(p.ageP50Ms)},
-            {"picture_age_p99_ms", round3(p.ageP99Ms)},
-            {"playback_wall_s", round3(p.wallS)},
-            {"drift_end_ms", round3((p.wallS - double(seconds)) * 1000.0)},
-        };
-    };
-    const QJsonObject result{
+    lvPrintJson({
         {"movie", QStringLiteral("1920x1080 H.264 30 fps, %1 s, AAC sound").arg(seconds)},
         {"chain", "1280x720 at 30 fps"},
-        {"ffmpeg_null_cpu_ms_per_frame", round3(ffmpegMs)},
-        {"ffmpeg_null_wall_ms_per_frame", round3(ffmpegWall * 1000.0 / frames)},
-        {"convert_full_1080p_p50_ms", round3(costs.fullMs)},
-        {"convert_gpu_scaled_720p_p50_ms", round3(costs.gpuScaledMs)},
-        {"convert_libyuv_scaled_then_720p_p50_ms", round3(costs.cpuScaledMs)},
-        {"ratio_gpu_scaled_to_ffmpeg_decode", round3(costs.gpuScaledMs / ffmpegMs)},
-        {"converted_at_movie_size", describe(full)},
-        {"converted_at_chain_size", describe(scaled)},
-    };
-    std::printf("%s\n", QJsonDocument(result).toJson(QJsonDocument::Compact).constData());
+        {"ffmpeg_null_cpu_ms_per_frame", lvRound3(ffmpegMs)},
+        {"ffmpeg_null_wall_ms_per_frame", lvRound3(ffmpegWall * 1000.0 / frames)},
+        {"convert_full_1080p_p50_ms", lvRound3(costs.fullMs)},
+        {"convert_gpu_scaled_720p_p50_ms", lvRound3(costs.gpuScaledMs)},
+        {"convert_libyuv_scaled_then_720p_p50_ms", lvRound3(costs.cpuScaledMs)},
+        {"ratio_gpu_scaled_to_ffmpeg_decode", lvRound3(costs.gpuScaledMs / ffmpegMs)},
+        {"converted_at_movie_size", full},
+        {"converted_at_chain_size", scaled},
+    });
     return 0;
 }

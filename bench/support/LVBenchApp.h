@@ -6,23 +6,41 @@
 
 #include <QDir>
 #include <QString>
+#include <QTemporaryDir>
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
-inline std::unique_ptr<Lumaveil> lvStartBenchApp(LVDefaults& defaults, const QDir& dir, LVLaunchOptions options,
-                                                 const char* benchName, const QString& bundled = {})
+// The size every benchmark's frames have, at frameRate.
+inline LVLaunchOptions lvBenchOptions(bool startTimer, int frameRate = 30)
 {
-    const QString none = dir.filePath(QStringLiteral("none"));
-    options.folders.bundled = bundled.isEmpty() ? none : bundled;
-    options.folders.user = none;
-    options.folders.system = none;
-    QString error;
-    std::unique_ptr<Lumaveil> app = Lumaveil::create(defaults, options, &error);
-    if (!app) {
-        std::fprintf(stderr, "%s: %s\n", benchName, qPrintable(error));
-        return nullptr;
-    }
-    app->awakeFromNib();
-    return app;
+    LVLaunchOptions options;
+    options.videoSize = QSize(1280, 720);
+    options.frameRate = frameRate;
+    options.startTimer = startTimer;
+    return options;
 }
+
+struct LVBenchApp {
+    QTemporaryDir dir;
+    std::unique_ptr<LVDefaults> defaults;
+    std::unique_ptr<Lumaveil> app;
+
+    // Exits when the controller cannot start.
+    LVBenchApp(const char* benchName, LVLaunchOptions options, const QString& bundled = {})
+        : defaults(std::make_unique<LVDefaults>(dir.filePath("prefs.json")))
+    {
+        const QString none = dir.filePath(QStringLiteral("none"));
+        options.folders.bundled = bundled.isEmpty() ? none : bundled;
+        options.folders.user = none;
+        options.folders.system = none;
+        QString error;
+        app = Lumaveil::create(*defaults, options, &error);
+        if (!app) {
+            std::fprintf(stderr, "%s: %s\n", benchName, qPrintable(error));
+            std::exit(1);
+        }
+        app->awakeFromNib();
+    }
+};
