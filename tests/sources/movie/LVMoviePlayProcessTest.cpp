@@ -1,14 +1,8 @@
 // The real lumaveil executable playing generated clips: `--play` gives a Movie playlist whose
-// pictures are published in order, and a saved setup in loop mode 3 plays the list round again.
+// pictures are published in order, and refuses what it cannot play.
 #include "LVMovieTestSupport.h"
 
-#include "core/LVEffect.h"
 #include "tests/support/LVTestSupport.h"
-
-#include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 namespace {
 
@@ -57,20 +51,6 @@ TEST_F(LVMoviePlayProcessTest, PlayPublishesEachClipInOrder)
 {
     const std::string seen = watch({"--play", clip("red"), clip("lime"), clip("blue")}, "rgb");
     EXPECT_EQ(seen.substr(0, 3), "rgb") << log;
-}
-
-TEST_F(LVMoviePlayProcessTest, SetupInLoopModeThreePlaysTwoRounds)
-{
-    QJsonArray playlist;
-    for (const char* colour : {"red", "lime", "blue"}) playlist.append(QJsonObject{{"class", "LVMovieFile"}, {"path", clip(colour)}});
-    const QJsonObject movie{{"class", "MovieSource"}, {"enabled", true}, {"loopMode", 3}, {"playlist", playlist}};
-    const QByteArray encoded = QJsonDocument(movie).toJson(QJsonDocument::Compact).toBase64();
-    QFile setup(home.filePath("rounds.json"));
-    ASSERT_TRUE(setup.open(QIODevice::WriteOnly));
-    setup.write(QJsonDocument(QJsonObject{{"encoded", QJsonArray{QString::fromLatin1(encoded)}}}).toJson());
-    setup.close();
-    const std::string seen = watch({"--setup", setup.fileName()}, "rgbrgb");
-    EXPECT_EQ(seen.substr(0, 6), "rgbrgb") << log;
 }
 
 TEST_F(LVMoviePlayProcessTest, PlayRefusesWhatItCannotPlay)
