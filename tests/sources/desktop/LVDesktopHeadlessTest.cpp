@@ -5,15 +5,11 @@
 #include "core/LVDefaults.h"
 #include "core/LVEffectRegistry.h"
 #include "render/LVContext.h"
-#include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "sources/desktop/DesktopLion.h"
-#include "tests/support/LVTestSupport.h"
+#include "tests/sources/LVHeadlessRun.h"
 
 #include <gtest/gtest.h>
-
-#include <QProcess>
-#include <QTemporaryDir>
 
 namespace {
 
@@ -62,26 +58,18 @@ TEST_F(LVDesktopHeadless, ASavedSetupPublishesTheScreenThroughItsViewport)
     }
     QProcessEnvironment environment = lvPrivateEnvironment(home_);
     environment.insert("DISPLAY", server_.name());
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    const uint64_t started = LVShmem::currentHostTime();
-    process.start(LV_LUMAVEIL_BINARY, {"--headless", "--video-size", "320x240", "--fps", "15", "--frames", "150",
-                                       "--setup", "Middle"});
-    ASSERT_TRUE(process.waitForStarted());
     const auto rgb = [](const uint8_t* argb, int x) {
         const uint8_t* px = argb + (120 * 320 + x) * 4;
         return uint32_t(px[1]) << 16 | uint32_t(px[2]) << 8 | px[3];
     };
-    const bool seen = lvWatchFrames(
-        process, started,
+    const LVHeadlessRun run = lvRunHeadless(
+        LV_LUMAVEIL_BINARY, environment, {"--video-size", "320x240", "--fps", "15", "--frames", "150", "--setup", "Middle"},
         [&](const LVShmemReadResult& r, const uint8_t* argb) {
             return r.width == 320 && r.height == 240 && rgb(argb, 10) == kRed && rgb(argb, 100) == kBlue &&
                    rgb(argb, 310) == kBlue;
         },
         std::chrono::seconds(20));
-    process.terminate();
-    if (!process.waitForFinished(10000)) process.kill();
-    EXPECT_TRUE(seen) << process.readAllStandardError().toStdString();
+    EXPECT_TRUE(run.seen) << run.log;
 }
 
 } // namespace
