@@ -12,9 +12,6 @@ protected:
     {
         lvEnsureApplication();
         ASSERT_TRUE(home.isValid());
-        QString error;
-        for (const char* colour : {"red", "lime", "blue"})
-            ASSERT_TRUE(lvMakeSolidMovie(colour, 1.0, clip(colour), &error)) << error.toStdString();
     }
     void TearDown() override { lvUnlinkFrameSegments(); }
 
@@ -25,6 +22,9 @@ protected:
 
 TEST_F(LVMoviePlayProcessTest, PlayPublishesEachClipInOrder)
 {
+    QString error;
+    for (const char* colour : {"red", "lime", "blue"})
+        ASSERT_TRUE(lvMakeSolidMovie(colour, 1.0, clip(colour), &error)) << error.toStdString();
     // The colours the published frames show, repeats folded.
     std::string seen;
     const LVHeadlessRun run = lvRunHeadless(
