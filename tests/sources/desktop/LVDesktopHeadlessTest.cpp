@@ -1,21 +1,15 @@
-// The real lumaveil executable, run headless under an X server the test starts: with
-// --source Desktop the screen reaches the shared-memory frames, and a saved setup brings its
-// viewport rectangle back.
+// The real lumaveil executable, run headless under an X server the test starts: a saved setup
+// with a Desktop source publishes the screen through its viewport rectangle.
 #include "LVXvfb.h"
 
 #include "core/LVDefaults.h"
 #include "core/LVEffectRegistry.h"
 #include "render/LVContext.h"
-#include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "sources/desktop/DesktopLion.h"
-#include "tests/support/LVTestSupport.h"
+#include "tests/sources/LVHeadlessRun.h"
 
 #include <gtest/gtest.h>
-
-#include <QProcess>
-#include <QTemporaryDir>
-
 
 namespace {
 
@@ -28,51 +22,20 @@ protected:
         ASSERT_TRUE(server_.isRunning());
         ASSERT_TRUE(home_.isValid());
         // Left half red, right half blue, over the whole screen.
-        window_ = client_.createWindow(QRect(0, 0, 640, 480), "Halves", "Halves");
-        client_.fill(window_, QRect(0, 0, 320, 480), kRed);
-        client_.fill(window_, QRect(320, 0, 320, 480), kBlue);
-    }
-
-    // Runs lumaveil until a published 320x240 frame shows left and right as given.
-    bool publishes(const QStringList& arguments, uint32_t left, uint32_t right, QString* log)
-    {
-        QProcessEnvironment environment = lvPrivateEnvironment(home_);
-        environment.insert("DISPLAY", server_.name());
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        const uint64_t started = LVShmem::currentHostTime();
-        process.start(LV_LUMAVEIL_BINARY,
-                      QStringList{"--headless", "--video-size", "320x240", "--fps", "15", "--frames", "150"} + arguments);
-        if (!process.waitForStarted()) return false;
-        const auto rgb = [](const uint8_t* px) { return uint32_t(px[1]) << 16 | uint32_t(px[2]) << 8 | px[3]; };
-        const bool seen = lvWatchFrames(
-            process, started,
-            [&](const LVShmemReadResult& r, const uint8_t* argb) {
-                return r.width == 320 && r.height == 240 && rgb(argb + (120 * 320 + 10) * 4) == left &&
-                       rgb(argb + (120 * 320 + 310) * 4) == right;
-            },
-            std::chrono::seconds(20));
-        process.terminate();
-        if (!process.waitForFinished(10000)) process.kill();
-        *log = QString::fromLocal8Bit(process.readAllStandardError());
-        return seen;
+        const unsigned long window = client_.createWindow(QRect(0, 0, 640, 480), "Halves", "Halves");
+        client_.fill(window, QRect(0, 0, 320, 480), kRed);
+        client_.fill(window, QRect(320, 0, 320, 480), kBlue);
     }
 
     LVXvfb server_{640, 480};
     LVXClient client_{server_.name()};
     QTemporaryDir home_;
-    unsigned long window_ = 0;
 };
 
-TEST_F(LVDesktopHeadless, DesktopSourcePublishesTheScreen)
+TEST_F(LVDesktopHeadless, ASavedSetupPublishesTheScreenThroughItsViewport)
 {
-    QString log;
-    EXPECT_TRUE(publishes({"--source", "Desktop"}, kRed, kBlue, &log)) << log.toStdString();
-}
-
-TEST_F(LVDesktopHeadless, ASavedViewportRectangleComesBack)
-{
-    // A setup saved the way the application saves one: the viewport over the blue half.
+    // A setup saved the way the application saves one: the viewport from x 240 to 560, so the
+    // frame's left edge shows red, and blue from its x 40 on (the whole screen would be red there).
     server_.makeCurrent();
     LVRegisterDesktopKinds();
     QString error;
@@ -85,16 +48,28 @@ TEST_F(LVDesktopHeadless, ASavedViewportRectangleComesBack)
     const LVEffectRef effect = registry.instantiateNamedSource("Desktop", context.get());
     auto* desktop = dynamic_cast<DesktopLion*>(effect.get());
     ASSERT_NE(desktop, nullptr);
-    desktop->viewPort()->setPortRect(QRectF(320, 120, 320, 240));
+    desktop->viewPort()->setPortRect(QRectF(240, 120, 320, 240));
     desktop->model().setFullScreen(false);
     {
         LVDefaults defaults(home_.filePath("builder.json"));
         LVSetupManager manager(defaults, context.get(), home_.filePath("data/Lumaveil/Saved Setups"));
         manager.startup();
-        ASSERT_TRUE(manager.newSavedSetupWithName("Right Half", {effect}, &error)) << error.toStdString();
+        ASSERT_TRUE(manager.newSavedSetupWithName("Middle", {effect}, &error)) << error.toStdString();
     }
-    QString log;
-    EXPECT_TRUE(publishes({"--setup", "Right Half"}, kBlue, kBlue, &log)) << log.toStdString();
+    QProcessEnvironment environment = lvPrivateEnvironment(home_);
+    environment.insert("DISPLAY", server_.name());
+    const auto rgb = [](const uint8_t* argb, int x) {
+        const uint8_t* px = argb + (120 * 320 + x) * 4;
+        return uint32_t(px[1]) << 16 | uint32_t(px[2]) << 8 | px[3];
+    };
+    const LVHeadlessRun run = lvRunHeadless(
+        LV_LUMAVEIL_BINARY, environment, {"--video-size", "320x240", "--fps", "15", "--frames", "150", "--setup", "Middle"},
+        [&](const LVShmemReadResult& r, const uint8_t* argb) {
+            return r.width == 320 && r.height == 240 && rgb(argb, 10) == kRed && rgb(argb, 100) == kBlue &&
+                   rgb(argb, 310) == kBlue;
+        },
+        std::chrono::seconds(20));
+    EXPECT_TRUE(run.seen) << run.log;
 }
 
 } // namespace

@@ -1,20 +1,15 @@
 // The desktop sources against a real X server started by the test: exact pixels, damage-driven
 // reads, the mouse arrow, display names, the unplugged monitor, the archive, Desktop+ windows,
-// the viewport window, and a session with no X at all.
+// and a session with no X at all.
+#include "LVDesktopTestSupport.h"
 #include "LVXvfb.h"
 
 #include "core/LVEffectRegistry.h"
-#include "render/LVContext.h"
-#include "sources/desktop/DesktopLion.h"
 #include "sources/desktop/DesktopPlus.h"
 
 #include <QGuiApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
-
-#include <gtest/gtest.h>
-
-#include <array>
 
 // Last: Xlib's macros (None, Bool, Status) would break the headers above.
 #include <X11/Xatom.h>
@@ -31,12 +26,6 @@ constexpr uint32_t kRed = 0xFF0000, kGreen = 0x00FF00, kBlue = 0x0000FF, kOdd = 
 constexpr uint32_t kCyan = 0x00FFFF;
 // The pattern window: four quadrants of 200x100 at (200, 100) on the root.
 const QRect kPattern(200, 100, 400, 200);
-
-uint32_t pictureAt(const LVDesktopPicture& p, int x, int y)
-{
-    const uint8_t* px = p.bits + y * p.bytesPerLine + x * 4;
-    return uint32_t(px[2]) << 16 | uint32_t(px[1]) << 8 | px[0];
-}
 
 // A,R,G,B frame rows, top first.
 uint32_t frameAt(const std::vector<uint8_t>& argb, int width, int x, int y)
@@ -100,7 +89,7 @@ protected:
             uint32_t rgb;
         } probes[] = {{0, 0, kRed}, {199, 99, kRed}, {200, 0, kGreen}, {0, 100, kBlue}, {399, 199, kOdd}, {250, 150, kOdd}};
         for (const auto& probe : probes)
-            EXPECT_EQ(pictureAt(p, probe.x, probe.y), probe.rgb) << probe.x << "," << probe.y;
+            EXPECT_EQ(lvPictureAt(p, probe.x, probe.y), probe.rgb) << probe.x << "," << probe.y;
     }
 
     static LVXvfb* server_;
@@ -140,8 +129,8 @@ TEST_F(DesktopX, ReadsExactPixelsOnlyWhenTheRectangleChanges)
     // Inside: read again, with the change in it.
     client_->fill(pattern_, QRect(0, 0, 10, 10), kWhite);
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() >= 2; }, 5s));
-    EXPECT_EQ(pictureAt(*grabber->last(), 5, 5), kWhite);
-    EXPECT_EQ(pictureAt(*grabber->last(), 15, 15), kRed);
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 5, 5), kWhite);
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 15, 15), kRed);
 
     // Stopped: changes are not read, the last picture stays.
     grabber->stop();
@@ -186,38 +175,18 @@ TEST_F(DesktopX, WithoutSharedMemoryReadsOverTheConnectionAndSaysSo)
     grabber->setGrabRect(QRectF(10, 480 - 20 - 40, 30, 40));
     grabber->start();
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() >= 1; }, 5s));
-    EXPECT_EQ(pictureAt(*grabber->last(), 0, 0), kOdd);
-    EXPECT_EQ(pictureAt(*grabber->last(), 29, 39), kOdd);
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 0, 0), kOdd);
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 29, 39), kOdd);
     server_->makeCurrent();
-}
-
-std::unique_ptr<DesktopLion> makeDesktop(LVContext* ctx)
-{
-    auto effect = std::unique_ptr<DesktopLion>(static_cast<DesktopLion*>(DesktopLion::classDescriptor().make().release()));
-    effect->initWithContext(ctx);
-    return effect;
-}
-
-std::unique_ptr<LVContext> makeContext(QSize size)
-{
-    QString error;
-    auto ctx = LVContext::create(size, &error);
-    EXPECT_TRUE(ctx) << error.toStdString();
-    return ctx;
 }
 
 TEST_F(DesktopX, ANewSourceCapturesThisScreenWhole)
 {
-    auto ctx = makeContext(QSize(640, 400));
+    auto ctx = lvMakeContext(QSize(640, 400));
     ASSERT_TRUE(ctx);
-    auto desktop = makeDesktop(ctx.get());
-    EXPECT_EQ(desktop->screen(), "This screen");
-    EXPECT_TRUE(desktop->isFullScreen());
-    EXPECT_TRUE(desktop->isResizable());
-    EXPECT_EQ(desktop->viewPort()->portRect(), QRectF(100, 150, 640, 400));
+    auto desktop = lvMakeDesktop(ctx.get());
     EXPECT_EQ(desktop->grabRect(), QRectF(0, 0, kRootW, kRootH));
     EXPECT_EQ(desktop->grabber()->rootGrabRect(), QRect(0, 0, kRootW, kRootH));
-    EXPECT_EQ(desktop->effectProperties().front().choiceLabels, QStringList({"This screen", "Main screen", "-"}));
 
     // Whole display, 1280x800 into 640x400: every second pixel of the pattern.
     desktop->setMode(LVModeLive);
@@ -234,9 +203,9 @@ TEST_F(DesktopX, ANewSourceCapturesThisScreenWhole)
 
 TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
 {
-    auto ctx = makeContext(QSize(400, 200));
+    auto ctx = lvMakeContext(QSize(400, 200));
     ASSERT_TRUE(ctx);
-    auto desktop = makeDesktop(ctx.get());
+    auto desktop = lvMakeDesktop(ctx.get());
     desktop->viewPort()->setPortRect(patternInDisplay());
     desktop->model().setFullScreen(false);
     EXPECT_EQ(desktop->grabRect(), patternInDisplay());
@@ -287,9 +256,9 @@ TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
 
 TEST_F(DesktopX, FollowTheMouseStaysOnTheDisplay)
 {
-    auto ctx = makeContext(QSize(320, 240));
+    auto ctx = lvMakeContext(QSize(320, 240));
     ASSERT_TRUE(ctx);
-    auto desktop = makeDesktop(ctx.get());
+    auto desktop = lvMakeDesktop(ctx.get());
     desktop->model().setFullScreen(false);
     desktop->model().setFollowMouse(true);
     desktop->setMode(LVModeLive);
@@ -322,13 +291,13 @@ QJsonObject decodedKeys(const LVEffect& effect)
 
 TEST_F(DesktopX, ArchivesRoundTripAndOlderArchivesDecodeAsDesktop)
 {
-    auto ctx = makeContext(QSize(320, 240));
+    auto ctx = lvMakeContext(QSize(320, 240));
     ASSERT_TRUE(ctx);
     LVEffectClasses::registerClass(&DesktopLion::classDescriptor());
     LVEffectRegistry registry(LVEffectFolders{});
     registry.findEffects();
 
-    auto desktop = makeDesktop(ctx.get());
+    auto desktop = lvMakeDesktop(ctx.get());
     desktop->setSelectedScreen(1);
     desktop->viewPort()->setPortRect(QRectF(30, 40, 500, 300));
     desktop->model().setFullScreen(false);
@@ -377,17 +346,25 @@ TEST_F(DesktopX, ArchivesRoundTripAndOlderArchivesDecodeAsDesktop)
     }
 }
 
+// A Desktop+ source on the one window whose label contains filter.
+std::unique_ptr<DesktopPlus> makePlus(LVContext* ctx, const char* filter)
+{
+    auto plus = std::unique_ptr<DesktopPlus>(static_cast<DesktopPlus*>(DesktopPlus::classDescriptor().make().release()));
+    plus->initWithContext(ctx);
+    plus->setParameterValue("filter", filter);
+    EXPECT_EQ(plus->windows().size(), 1u);
+    return plus;
+}
+
 TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCovered)
 {
-    auto ctx = makeContext(QSize(200, 100));
+    auto ctx = lvMakeContext(QSize(200, 100));
     ASSERT_TRUE(ctx);
     const unsigned long slides = client_->createWindow(QRect(700, 300, 220, 110), "Impress", "Talk.odp");
     client_->fill(slides, QRect(0, 0, 220, 110), kGreen);
     client_->fill(slides, QRect(0, 0, 20, 10), kWhite);
 
-    auto plus = std::unique_ptr<DesktopPlus>(static_cast<DesktopPlus*>(DesktopPlus::classDescriptor().make().release()));
-    plus->initWithContext(ctx.get());
-    plus->setParameterValue("filter", "talk");
+    auto plus = makePlus(ctx.get(), "talk");
     ASSERT_EQ(plus->windows().size(), 1u);
     EXPECT_EQ(DesktopPlus::windowLabel(plus->windows()[0]), "Impress — Talk.odp");
     plus->setParameterValue("cropLeft", 20);
@@ -397,15 +374,15 @@ TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCovered)
     LVDesktopGrabber* grabber = plus->grabber();
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->last() && grabber->last()->width == 200; }, 5s));
     EXPECT_EQ(grabber->last()->height, 100);
-    EXPECT_EQ(pictureAt(*grabber->last(), 0, 0), kGreen) << "the white corner is cropped off";
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 0, 0), kGreen) << "the white corner is cropped off";
 
     // A window over part of it, then a change elsewhere in it: its own pixels still come through.
     const unsigned long cover = client_->createWindow(QRect(800, 350, 50, 50), "Cover", "Cover");
     client_->fill(cover, QRect(0, 0, 50, 50), kBlue);
     const uint64_t reads = grabber->readCount();
     client_->fill(slides, QRect(200, 100, 10, 10), kRed);
-    ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() > reads && pictureAt(*grabber->last(), 185, 95) == kRed; }, 5s));
-    EXPECT_EQ(pictureAt(*grabber->last(), 100, 60), kGreen) << "the covering window does not show";
+    ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() > reads && lvPictureAt(*grabber->last(), 185, 95) == kRed; }, 5s));
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 100, 60), kGreen) << "the covering window does not show";
     ctx->reset(false);
     plus->doit();
     EXPECT_EQ(frameAt(readFrame(*ctx), 200, 100, 60), kGreen);
@@ -421,48 +398,28 @@ TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCovered)
 
 TEST_F(DesktopX, DesktopPlusReadsAWindowWithAlpha)
 {
-    auto ctx = makeContext(QSize(100, 50));
+    auto ctx = lvMakeContext(QSize(100, 50));
     ASSERT_TRUE(ctx);
     const unsigned long shadowed = client_->createWindow(QRect(50, 600, 100, 50), "Shadowed", "Alpha", true);
     client_->fill(shadowed, QRect(0, 0, 100, 50), kOdd);
-    auto plus = std::unique_ptr<DesktopPlus>(static_cast<DesktopPlus*>(DesktopPlus::classDescriptor().make().release()));
-    plus->initWithContext(ctx.get());
-    plus->setParameterValue("filter", "shadowed");
+    auto plus = makePlus(ctx.get(), "shadowed");
     ASSERT_EQ(plus->windows().size(), 1u);
     plus->setParameterValue("window", 0);
     plus->setMode(LVModeLive);
     LVDesktopGrabber* grabber = plus->grabber();
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->last() != nullptr; }, 5s));
     EXPECT_EQ(grabber->last()->width, 100);
-    EXPECT_EQ(pictureAt(*grabber->last(), 50, 25), kOdd);
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 50, 25), kOdd);
 
     // The program closes the window and opens it again elsewhere: it is found by class and title.
     client_->destroyWindow(shadowed);
     const unsigned long again = client_->createWindow(QRect(300, 650, 80, 40), "Shadowed", "Alpha");
     client_->fill(again, QRect(0, 0, 80, 40), kRed);
     EXPECT_TRUE(grabber->waitFor([&] { return grabber->window() == again && grabber->last()->width == 80; }, 5s));
-    EXPECT_EQ(pictureAt(*grabber->last(), 40, 20), kRed);
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 40, 20), kRed);
     plus->setMode(LVModeOff);
     plus.reset();
     client_->destroyWindow(again);
-}
-
-TEST_F(DesktopX, TheSelectControlShowsTheViewportOverTheDisplay)
-{
-    auto ctx = makeContext(QSize(320, 240));
-    ASSERT_TRUE(ctx);
-    auto desktop = makeDesktop(ctx.get());
-    desktop->model().setFullScreen(false);
-    ViewPortWindow* window = desktop->viewPort()->window();
-    ASSERT_NE(window, nullptr);
-    EXPECT_FALSE(window->isVisible());
-    desktop->setParameterValue("select", true);
-    EXPECT_TRUE(window->isVisible());
-    EXPECT_EQ(window->geometry(), QRect(0, 0, kRootW, kRootH));
-    EXPECT_TRUE(window->flags().testFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint));
-    EXPECT_EQ(window->requestedFormat().alphaBufferSize(), 8);
-    desktop->doSelectStart(0);
-    EXPECT_FALSE(window->isVisible());
 }
 
 TEST_F(DesktopX, MonitorNamesComeFromEdidAndAnUnpluggedOneFallsBackToMainScreen)
@@ -510,9 +467,9 @@ TEST_F(DesktopX, MonitorNamesComeFromEdidAndAnUnpluggedOneFallsBackToMainScreen)
     EXPECT_EQ(list[0]->name(), "LV Test Panel");
     EXPECT_EQ(list[1]->screen().frame, QRect(320, 0, 320, 480));
 
-    auto ctx = makeContext(QSize(320, 240));
+    auto ctx = lvMakeContext(QSize(320, 240));
     ASSERT_TRUE(ctx);
-    auto desktop = makeDesktop(ctx.get());
+    auto desktop = lvMakeDesktop(ctx.get());
     desktop->setSelectedScreen(3);
     ASSERT_EQ(desktop->screen(), "RIGHT");
     EXPECT_EQ(desktop->grabber()->rootGrabRect(), QRect(320, 0, 320, 480));
@@ -535,10 +492,9 @@ TEST(DesktopWithoutX, SaysSoAndDrawsNothingButKeepsTheSetup)
     const QByteArray display = qgetenv("DISPLAY");
     unsetenv("DISPLAY");
     setenv("WAYLAND_DISPLAY", "wayland-0", 1);
-    QString error;
-    auto ctx = LVContext::create(QSize(64, 48), &error);
-    ASSERT_TRUE(ctx) << error.toStdString();
-    auto desktop = makeDesktop(ctx.get());
+    auto ctx = lvMakeContext(QSize(64, 48));
+    ASSERT_TRUE(ctx);
+    auto desktop = lvMakeDesktop(ctx.get());
     EXPECT_TRUE(desktop->message().startsWith("Desktop capture needs an X session for now")) << desktop->message().toStdString();
     EXPECT_TRUE(desktop->message().contains("Wayland"));
     EXPECT_EQ(desktop->grabber(), nullptr);

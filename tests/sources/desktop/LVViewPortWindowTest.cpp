@@ -1,14 +1,10 @@
 // The viewport window on a real X server through Qt's X11 platform: shown by the select control,
 // it puts its frame line around the capture rectangle and leaves the desktop inside visible.
+#include "LVDesktopTestSupport.h"
 #include "LVXvfb.h"
-
-#include "render/LVContext.h"
-#include "sources/desktop/DesktopLion.h"
 
 #include <QElapsedTimer>
 #include <QGuiApplication>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -17,12 +13,6 @@ using namespace std::chrono_literals;
 LVXvfb* server = nullptr;
 constexpr int kRootW = 1024;
 constexpr int kRootH = 768;
-
-uint32_t pictureAt(const LVDesktopPicture& p, int x, int y)
-{
-    const uint8_t* px = p.bits + y * p.bytesPerLine + x * 4;
-    return uint32_t(px[2]) << 16 | uint32_t(px[1]) << 8 | px[0];
-}
 
 // Runs the event loop until done() holds or two seconds pass.
 bool processEventsUntil(const std::function<bool()>& done)
@@ -40,11 +30,9 @@ TEST(ViewPortWindow, ShowsTheFrameAroundTheRectangleOverTheScreen)
     const unsigned long desk = client.createWindow(QRect(0, 0, kRootW, kRootH), "Desk", "Desk");
     client.fill(desk, QRect(0, 0, kRootW, kRootH), 0x808080);
 
-    QString error;
-    auto ctx = LVContext::create(QSize(320, 240), &error);
-    ASSERT_TRUE(ctx) << error.toStdString();
-    auto desktop = std::unique_ptr<DesktopLion>(static_cast<DesktopLion*>(DesktopLion::classDescriptor().make().release()));
-    desktop->initWithContext(ctx.get());
+    auto ctx = lvMakeContext(QSize(320, 240));
+    ASSERT_TRUE(ctx);
+    auto desktop = lvMakeDesktop(ctx.get());
     desktop->model().setFullScreen(false);
     desktop->setParameterValue("select", true);
     ViewPortWindow* window = desktop->viewPort()->window();
@@ -54,6 +42,7 @@ TEST(ViewPortWindow, ShowsTheFrameAroundTheRectangleOverTheScreen)
     const QRect rect(100, kRootH - 150 - 240, 320, 240);
     const QRect around = rect.adjusted(-20, -20, 20, 20);
 
+    QString error;
     auto grabber = LVDesktopGrabber::create(desktop->selectedScreen(), &error);
     ASSERT_TRUE(grabber) << error.toStdString();
     grabber->setMinimumFrameTime(1ms);
@@ -62,16 +51,16 @@ TEST(ViewPortWindow, ShowsTheFrameAroundTheRectangleOverTheScreen)
     const int edge = 20 - 2; // two pixels outside the rectangle, in the picture
     const auto frameShows = [&] {
         const auto p = grabber->last();
-        return p && (pictureAt(*p, 20 + 60, edge) >> 16) > 200;
+        return p && (lvPictureAt(*p, 20 + 60, edge) >> 16) > 200;
     };
     // The first paint arrives through the event loop; each read follows the damage it makes.
     ASSERT_TRUE(processEventsUntil([&] { return grabber->waitFor(frameShows, 20ms); }));
     const auto picture = grabber->last();
-    const uint32_t line = pictureAt(*picture, 20 + 60, edge);
+    const uint32_t line = lvPictureAt(*picture, 20 + 60, edge);
     EXPECT_GT(int(line >> 16), 200) << std::hex << line;
     EXPECT_LT(int((line >> 8) & 0xFF), 100) << std::hex << line;
-    EXPECT_EQ(pictureAt(*picture, 20 + 160, 20 + 120), 0x808080u) << "the inside shows the desktop";
-    EXPECT_EQ(pictureAt(*picture, 2, 100), 0x808080u) << "beyond the frame the desktop shows";
+    EXPECT_EQ(lvPictureAt(*picture, 20 + 160, 20 + 120), 0x808080u) << "the inside shows the desktop";
+    EXPECT_EQ(lvPictureAt(*picture, 2, 100), 0x808080u) << "beyond the frame the desktop shows";
 
     desktop->setParameterValue("select", false);
     EXPECT_FALSE(window->isVisible());

@@ -333,13 +333,6 @@ TEST(LVXmlElement, ParsesWhatTheRepliesNeedAndRefusesTheRest)
         const LVXmlElement* set = root->firstElementForName("photoset");
         EXPECT_EQ(set ? int(set->elementsForName("photo").size()) : 0, c.photos);
     }
-    QString error;
-    const auto sets = LVXmlElement::parse(kSets, &error);
-    ASSERT_TRUE(sets);
-    const LVXmlElement* first = sets->firstElementForName("photosets")->firstElementForName("photoset");
-    EXPECT_EQ(getAttributeValue(first, "id"), QString("72157626216528324"));
-    EXPECT_FALSE(getAttributeValue(first, "nothing"));
-    EXPECT_EQ(first->firstElementForName("title")->stringValue(), "Avis Blanche");
 }
 
 } // namespace

@@ -1,7 +1,10 @@
-// The Movie source on real generated clips: loop modes, shuffle, the time overlay, the
-// at-end timeline, the hot folder and the archive with its older forms.
+// The movie player and the Movie source on real generated clips: exact pictures after seeks
+// and at in and out points, titles, loop modes, shuffle, the time overlay, the at-end
+// timeline, the hot folder and the archive with its older forms.
 #include "LVMovieTestSupport.h"
 
+#include "sources/movie/LVMoviePlayer.h"
+#include "sources/webcam/LVCamConverter.h"
 #include "sources/movie/MovieSource.h"
 #include "tests/support/LVTestSupport.h"
 
@@ -28,6 +31,9 @@ protected:
         for (const char* colour : {"red", "lime", "blue"})
             ASSERT_TRUE(lvMakeSolidMovie(colour, 0.3, path(colour), &error)) << error.toStdString();
         ASSERT_TRUE(lvMakeQuarterMovie(path("quarters"), &error)) << error.toStdString();
+        ASSERT_TRUE(lvMakeSolidMovie("red", 0.3, path("titled"), &error, "Holding Slide")) << error.toStdString();
+        QFile garbage(path("garbage"));
+        ASSERT_TRUE(garbage.open(QIODevice::WriteOnly) && garbage.write(QByteArray(4096, 'x')) == 4096);
     }
     static void TearDownTestSuite()
     {
@@ -66,6 +72,17 @@ protected:
         source.doit();
     }
 
+    // What the player shows now, drawn into the frame.
+    char drawn(LVMoviePlayer& player)
+    {
+        context->reset(false);
+        const auto picture = player.lastImage();
+        if (!picture) return '-';
+        context->framebuffer();
+        LVContext::drawPBuffer(picture->texture(), false, false);
+        return lvColourName(lvCentrePixel(*context));
+    }
+
     char shown(MovieSource& source)
     {
         if (source.player()) source.player()->waitUntilReady(10000);
@@ -79,6 +96,57 @@ protected:
 };
 
 QTemporaryDir* MovieSourceTest::folder = nullptr;
+
+TEST_F(MovieSourceTest, PlayerSeeksLandOnTheExactPicture)
+{
+    const struct {
+        int32_t position; // thousandths of two seconds
+        char colour;
+    } cases[] = {{0, 'r'}, {240, 'r'}, {260, 'g'}, {499, 'g'}, {501, 'b'}, {740, 'b'}, {760, 'w'}, {990, 'w'}, {100, 'r'}};
+    LVMoviePlayer player(path("quarters"));
+    ASSERT_TRUE(player.waitUntilReady(10000));
+    EXPECT_EQ(player.movieEndSeconds(), 2);
+    EXPECT_EQ(player.imageRect(), QRectF(0, 0, 64, 48));
+    for (const auto& c : cases) {
+        player.setMoviePosition(c.position);
+        ASSERT_TRUE(player.waitUntilReady(10000)) << c.position;
+        EXPECT_EQ(drawn(player), c.colour) << "at " << c.position;
+        EXPECT_NEAR(player.getMoviePosition(), c.position, 20) << c.position;
+    }
+}
+
+TEST_F(MovieSourceTest, PlayerPlaybackEndsAtTheOutPoint)
+{
+    LVMoviePlayer player(path("quarters"));
+    player.setMoviePosition(400);
+    player.stopAt(550);
+    ASSERT_TRUE(player.waitUntilReady(10000));
+    EXPECT_FALSE(player.isOver()) << "never started";
+    player.setPlaying(true);
+    EXPECT_TRUE(player.getPlaying());
+    ASSERT_TRUE(player.waitForEnd(10000));
+    EXPECT_TRUE(player.isOver());
+    EXPECT_FALSE(player.getPlaying());
+    // Stopped inside the third quarter, never at the end of the file.
+    EXPECT_EQ(drawn(player), 'b');
+    EXPECT_LE(player.getMoviePosition(), 560);
+}
+
+TEST_F(MovieSourceTest, PlayerTitlesComeFromTheFileOrReadUnknown)
+{
+    const struct {
+        const char* file;
+        const char* title;
+        bool fails;
+    } cases[] = {{"titled", "Holding Slide", false}, {"quarters", "Unknown title", false},
+                 {"missing", "Unknown title", true}, {"garbage", "Unknown title", true}};
+    for (const auto& c : cases) {
+        LVMoviePlayer player(path(c.file));
+        EXPECT_EQ(player.waitUntilReady(10000), !c.fails) << c.file;
+        EXPECT_EQ(player.hasFailed(), c.fails) << c.file;
+        EXPECT_EQ(player.getMovieTitle(), QString::fromLatin1(c.title)) << c.file;
+    }
+}
 
 TEST_F(MovieSourceTest, EachLoopModeDoesItsThingAtTheEndOfAnEntry)
 {
@@ -188,7 +256,7 @@ TEST_F(MovieSourceTest, TimeCountsUpOrDownInWholeSeconds)
         source->player()->setMoviePosition(600);
         ASSERT_TRUE(source->player()->waitUntilReady(10000));
         source->doit();
-        EXPECT_EQ(source->timeText(), QLatin1String(direction == 0 ? "00:01" : "00:01"));
+        EXPECT_EQ(source->timeText(), "00:01") << direction;
     }
 }
 
@@ -339,13 +407,8 @@ TEST_F(MovieSourceTest, HotFolderFollowsTheFolderAndKeepsInAndOutPoints)
 
 TEST_F(MovieSourceTest, BadAndVanishedEntriesAreSkippedAndTheSourceGoesOn)
 {
-    QTemporaryDir scratch;
-    const QString garbage = scratch.filePath("garbage.mp4");
-    QFile file(garbage);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(QByteArray(2048, 'x'));
-    file.close();
-    auto source = makeSource({garbage, scratch.filePath("vanished.mp4"), path("blue")});
+    const QString garbage = path("garbage");
+    auto source = makeSource({garbage, path("vanished"), path("blue")});
     source->setMode(LVModeLive);
     ASSERT_EQ(source->playlistFile(), 0);
     EXPECT_FALSE(source->player()->waitUntilReady(10000));

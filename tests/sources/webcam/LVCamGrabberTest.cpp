@@ -1,9 +1,5 @@
 #include "LVCamTestSupport.h"
 
-#include "sources/webcam/LVCamGstProvider.h"
-
-#include <gst/gst.h>
-
 #include <QJsonObject>
 
 namespace {
@@ -243,21 +239,6 @@ TEST_F(LVCamGrabberTest, ReleasingTheListWhileCapturingStopsCleanly)
     LVCamGrabber::releaseDeviceList();
     g.reset();
     EXPECT_FALSE(LVCamGrabber::deviceList().empty());
-}
-
-TEST(LVCamGstProvider, DeviceMonitorListsOnlyNamedVideoSources)
-{
-    // Whatever this machine has (often nothing): every device has a name, an identifier and
-    // an element to capture with.
-    LVCamGstProvider provider;
-    for (const LVCamDeviceRef& device : provider.devices()) {
-        EXPECT_FALSE(device->localizedName().isEmpty());
-        EXPECT_FALSE(device->uniqueID().isEmpty());
-        QString error;
-        GstElement* element = device->createElement(&error);
-        EXPECT_TRUE(element) << qPrintable(error);
-        if (element) gst_object_unref(gst_object_ref_sink(element));
-    }
 }
 
 } // namespace
