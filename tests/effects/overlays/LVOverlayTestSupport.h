@@ -1,10 +1,12 @@
 #pragma once
 // Rendering an overlay effect over a black frame and looking for its colours in the result.
 #include "core/LVEffect.h"
+#include "effects/registration/LVEffectKinds.h"
 #include "render/LVContext.h"
 
 #include <QRect>
 #include <QTest>
+#include <QVariantMap>
 
 #include <gtest/gtest.h>
 
@@ -60,3 +62,47 @@ inline bool lvWaitFor(const std::function<bool()>& done, std::chrono::seconds li
 {
     return QTest::qWaitFor(done, int(std::chrono::milliseconds(limit).count()));
 }
+
+// An overlay effect of a registered kind, with the given settings.
+template <class Effect = LVEffect>
+std::shared_ptr<Effect> lvMakeOverlay(const QString& kind, LVContext* ctx, const QVariantMap& settings)
+{
+    LVRegisterEffectKinds();
+    const LVEffectDescriptor* descriptor = LVEffectClasses::classNamed(kind);
+    if (!descriptor) return nullptr;
+    std::shared_ptr<Effect> effect(static_cast<Effect*>(descriptor->make().release()));
+    effect->initWithContext(ctx);
+    for (auto it = settings.begin(); it != settings.end(); ++it) effect->setParameterValue(it.key(), it.value());
+    return effect;
+}
+
+// A GL context of the given size and one overlay effect drawn into it.
+template <class Effect>
+class LVOverlayTest : public ::testing::Test {
+protected:
+    void start(QSize size, const QString& kind, const QVariantMap& settings)
+    {
+        QString error;
+        ctx = LVContext::create(size, &error);
+        ASSERT_TRUE(ctx) << error.toStdString();
+        effect = lvMakeOverlay<Effect>(kind, ctx.get(), settings);
+        ASSERT_TRUE(effect);
+    }
+
+    void TearDown() override
+    {
+        // No layout may outlive the fonts of the application.
+        if (effect) effect->waitForOverlay();
+        effect.reset();
+        ctx.reset();
+    }
+
+    LVOverlayFrame render(double frameTime = 0)
+    {
+        effect->waitForOverlay();
+        return lvRenderOverlay(*ctx, *effect, frameTime);
+    }
+
+    std::unique_ptr<LVContext> ctx;
+    std::shared_ptr<Effect> effect;
+};
