@@ -2,7 +2,6 @@
 #include "LVEffectsTestSupport.h"
 
 #include "core/LVKeyedArchive.h"
-#include "effects/composition/LVAnimatedImage.h"
 #include "core/util/LVBoundedRead.h"
 #include "effects/composition/LVISFExpression.h"
 #include "effects/composition/LVISFProgram.h"
@@ -18,7 +17,8 @@ const QByteArray kAllInputs = R"(/*{
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "flag", "TYPE": "bool", "DEFAULT": true},
-        {"NAME": "mode", "LABEL": "Mode", "TYPE": "long", "VALUES": [0, 5], "LABELS": ["A", "B"], "DEFAULT": 5},
+        {"NAME": "mode", "LABEL": "Mode", "TYPE": "long", "VALUES": [0, 5], "LABELS": ["A", "B"], "DEFAULT": 5,
+         "PRESETS": {"0": {"gain": 0.25}}},
         {"NAME": "gain", "LABEL": "Gain", "TYPE": "float", "DEFAULT": 0.5, "MIN": 0, "MAX": 2},
         {"NAME": "loose", "TYPE": "float", "DEFAULT": 3},
         {"NAME": "Font_Size", "TYPE": "float", "DEFAULT": 0.1},
@@ -99,11 +99,14 @@ TEST_F(LVEffectsTest, InputsBecomeParametersByTheirRules)
     EXPECT_TRUE(c->isFilter());
     EXPECT_TRUE(c->isPointwise());
 
+    // Editors other than the type's own: the font, the fixed line, the pad and its Y.
+    using E = LVParameterEditor;
     struct Expected {
         const char* key;
         const char* name;
         LVParameterType type;
         QVariant def, min, max;
+        LVParameterEditor editor = E::Standard;
     };
     const Expected expected[] = {
         {"flag", "flag", LVParameterType::Bool, true, {}, {}},
@@ -111,14 +114,14 @@ TEST_F(LVEffectsTest, InputsBecomeParametersByTheirRules)
         {"gain", "Gain", LVParameterType::Float, 0.5, 0.0, 2.0},
         {"loose", "loose", LVParameterType::Float, 3.0, {}, {}},
         {"Font_Size", "Font_Size", LVParameterType::Float, 0.1, 0.01, 2.0},
-        {"Font_Name", "Font_Name", LVParameterType::Text, QStringLiteral("DejaVu Sans"), {}, {}},
-        {"caption", "static_text", LVParameterType::Text, QStringLiteral("hello"), {}, {}},
+        {"Font_Name", "Font_Name", LVParameterType::Text, QStringLiteral("DejaVu Sans"), {}, {}, E::Font},
+        {"caption", "static_text", LVParameterType::Text, QStringLiteral("hello"), {}, {}, E::FixedText},
         {"where", "where", LVParameterType::Point2D, QPointF(1, 2), QPointF(0, 0), QPointF(10, 10)},
         {"tint", "tint", LVParameterType::Color, QColor::fromRgbF(1, 0, 0, 1), {}, {}},
         {"logo", "logo", LVParameterType::Image, QString(), {}, {}},
         {"bang", "bang", LVParameterType::Event, false, {}, {}},
-        {"Logo_X_Position", "Logo Position", LVParameterType::Float, 0.0, -1.0, 1.0},
-        {"Logo_Y_Position", "Logo Position Y", LVParameterType::Float, 0.0, -1.0, 1.0},
+        {"Logo_X_Position", "Logo Position", LVParameterType::Float, 0.0, -1.0, 1.0, E::XYPad},
+        {"Logo_Y_Position", "Logo Position Y", LVParameterType::Float, 0.0, -1.0, 1.0, E::PairedAxis},
         {"X_Position", "X_Position", LVParameterType::Float, 0.25, -1.0, 1.0},
     };
     const LVParameterList parameters = c->parameters();
@@ -132,22 +135,10 @@ TEST_F(LVEffectsTest, InputsBecomeParametersByTheirRules)
         EXPECT_EQ(p.defaultValue, e.def) << e.key;
         EXPECT_EQ(p.minimum, e.min) << e.key;
         EXPECT_EQ(p.maximum, e.max) << e.key;
+        EXPECT_EQ(p.editor, e.editor) << e.key;
     }
     EXPECT_EQ(parameters[1].choiceLabels, (QStringList{QStringLiteral("A"), QStringLiteral("B")}));
     EXPECT_EQ(parameters[1].choiceValues, (QList<int>{0, 5}));
-
-    // Editors other than the type's own: the pad and its Y, the font, the fixed line.
-    QHash<QString, LVParameterEditor> editors;
-    for (const LVParameter& p : parameters) {
-        if (p.editor != LVParameterEditor::Standard) editors.insert(p.key, p.editor);
-    }
-    const QHash<QString, LVParameterEditor> expectedEditors{
-        {QStringLiteral("Logo_X_Position"), LVParameterEditor::XYPad},
-        {QStringLiteral("Logo_Y_Position"), LVParameterEditor::PairedAxis},
-        {QStringLiteral("Font_Name"), LVParameterEditor::Font},
-        {QStringLiteral("caption"), LVParameterEditor::FixedText},
-    };
-    EXPECT_EQ(editors, expectedEditors);
     EXPECT_EQ(parameters[11].pairedKey, QStringLiteral("Logo_Y_Position"));
 }
 
@@ -157,6 +148,9 @@ TEST_F(LVEffectsTest, SavedValuesAreClampedAndRoundTrip)
     LVEffectRef effect = make(QStringLiteral("All"));
     ASSERT_TRUE(effect);
     EXPECT_EQ(qc(effect)->patchAttributes().size(), 13);
+    // A choice with a preset sets the input it names; a value set after it is what is saved.
+    effect->setParameterValue(QStringLiteral("mode"), 0);
+    EXPECT_DOUBLE_EQ(effect->parameterValue(QStringLiteral("gain")).toDouble(), 0.25);
     effect->setParameterValue(QStringLiteral("gain"), 1.5);
     effect->setName(QStringLiteral("Mine"));
     const QByteArray data = LVEffect::dataFromEffect(*effect);
@@ -171,6 +165,7 @@ TEST_F(LVEffectsTest, SavedValuesAreClampedAndRoundTrip)
     LVEffectRef restored = LVEffect::effectFromData(data, ctx.get());
     ASSERT_TRUE(restored);
     EXPECT_EQ(restored->name(), QStringLiteral("Mine"));
+    EXPECT_EQ(restored->parameterValue(QStringLiteral("mode")).toInt(), 0);
     EXPECT_DOUBLE_EQ(restored->parameterValue(QStringLiteral("gain")).toDouble(), 1.5);
     EXPECT_DOUBLE_EQ(qc(restored)->renderer()->valueForInputKey(QStringLiteral("gain")).toDouble(), 1.5);
 
@@ -320,7 +315,7 @@ void main() { gl_FragColor = vec4(TIME / 10.0, float(FRAMEINDEX) / 255.0, TIMEDE
     EXPECT_EQ(render(solid(Qt::black), 109.0).at(0, 0)[1], 0);
 }
 
-TEST_F(LVEffectsTest, ImportedImagesAndAnimatedImageInputs)
+TEST_F(LVEffectsTest, ImportedImagesAndAnAnimatedGifPlayingItsFramesAtTheirTimes)
 {
     QImage green(2, 2, QImage::Format_ARGB32);
     green.fill(Qt::green);
@@ -331,38 +326,23 @@ TEST_F(LVEffectsTest, ImportedImagesAndAnimatedImageInputs)
 }*/
 void main() { gl_FragColor = isf_FragNormCoord.x < 0.5 ? IMG_NORM_PIXEL(pic, vec2(0.5)) : IMG_NORM_PIXEL(movie, vec2(0.5)); }
 )");
-    LVEffectRef effect = make(QStringLiteral("Imported"));
+    // Frame 1 red for 0.2 s, frame 2 blue for 0.3 s, looping.
     const QString gif = QStringLiteral(LV_TEST_EFFECTS_DATA "/twoframes.gif");
+    LVEffectRef effect = make(QStringLiteral("Imported"));
     effect->setParameterValue(QStringLiteral("movie"), gif);
     ASSERT_TRUE(qc(effect)->renderer()->hasAnimationForInputKey(QStringLiteral("movie")));
     chain = {effect};
     effect->setMode(LVModeLive);
-    const Frame first = render(solid(Qt::black), 0.0);
-    EXPECT_EQ(first.at(2, 2), (ARGB{255, 0, 255, 0}));
-    const ARGB red = first.at(12, 2);
-    EXPECT_GT(red[1], 200);
-    EXPECT_LT(red[3], 60);
-    const ARGB blue = render(solid(Qt::black), 0.35).at(12, 2);
-    EXPECT_LT(blue[1], 60);
-    EXPECT_GT(blue[3], 200);
-}
-
-TEST(LVAnimatedImageTest, PlaysFramesByTimeAndLoops)
-{
-    auto gif = LVAnimatedImage::animatedImageFromFile(QStringLiteral(LV_TEST_EFFECTS_DATA "/twoframes.gif"));
-    ASSERT_TRUE(gif);
-    EXPECT_GE(gif->frameCount(), 2);
-    const double d = gif->duration();
-    EXPECT_FALSE(gif->advance(0.0));
-    EXPECT_TRUE(gif->advance(d * 0.75));
-    EXPECT_GT(qBlue(gif->currentImage().pixel(0, 0)), 200);
-    EXPECT_TRUE(gif->advance(d + 0.01));
-    EXPECT_GT(qRed(gif->currentImage().pixel(0, 0)), 200);
-    QImage still(2, 2, QImage::Format_ARGB32);
-    still.fill(Qt::red);
-    QTemporaryDir dir;
-    still.save(dir.filePath(QStringLiteral("still.png")));
-    EXPECT_FALSE(LVAnimatedImage::animatedImageFromFile(dir.filePath(QStringLiteral("still.png"))));
+    const ARGB red{255, 255, 0, 0}, blue{255, 0, 0, 255};
+    const struct {
+        double time;  // seconds since the effect's first frame
+        ARGB colour;
+    } steps[] = {{0, red}, {0.19, red}, {0.21, blue}, {0.49, blue}, {0.51, red}, {0.75, blue}};
+    for (const auto& s : steps) {
+        const Frame f = render(solid(Qt::black), 50 + s.time);
+        EXPECT_EQ(f.at(2, 2), (ARGB{255, 0, 255, 0})) << "the imported image";
+        EXPECT_EQ(f.at(12, 2), s.colour) << "at " << s.time << " s";
+    }
 }
 
 TEST_F(LVEffectsTest, DroppedFileAppearsInTheCatalogueAndTransitionsAreFiledApart)
