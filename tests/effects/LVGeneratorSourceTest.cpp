@@ -36,7 +36,8 @@ void main() { gl_FragColor = mix(IMG_THIS_PIXEL(startImage), IMG_THIS_PIXEL(endI
         bool source, effect;
     };
     for (const Case c : {Case{"Plasma", true, true}, Case{"Logo", true, true}, Case{"Invert", false, true},
-                         Case{"Legacy", false, true}, Case{"Fade", false, false}, Case{"Broken", false, true}}) {
+                         Case{"Legacy", false, true}, Case{"Fade", false, false}, Case{"Broken", false, true},
+                         Case{"PIP", false, true}}) {
         EXPECT_EQ(sources.contains(QLatin1String(c.name)), c.source) << c.name;
         EXPECT_EQ(effects.contains(QLatin1String(c.name)), c.effect) << c.name;
     }
@@ -67,19 +68,17 @@ TEST_F(LVEffectsTest, ColorBarsAsTheSourceDrawExactBarsAndSurviveASetup)
         ctx->flush();
         return read();
     };
+    // Seven bars over the upper two thirds (rows 0..19 from the top), below them the reversed row.
     const auto expectBars = [&](const Frame& f, int on, const char* what) {
+        const ARGB black{255, 0, 0, 0};
         const ARGB upper[7] = {{255, on, on, on}, {255, on, on, 0}, {255, 0, on, on}, {255, 0, on, 0},
                                {255, on, 0, on},  {255, on, 0, 0},  {255, 0, 0, on}};
-        const ARGB lower[7] = {upper[6], {255, 0, 0, 0}, upper[4], {255, 0, 0, 0}, upper[2], {255, 0, 0, 0}, upper[0]};
-        for (int column = 0; column < 7; ++column) {
-            for (const int x : {column * 10, column * 10 + 9}) {
-                // Rows 0..19 from the top are the upper two thirds.
-                EXPECT_EQ(f.at(x, 0), upper[column]) << what << " column " << column;
-                EXPECT_EQ(f.at(x, 19), upper[column]) << what << " column " << column;
-                EXPECT_EQ(f.at(x, 20), lower[column]) << what << " column " << column;
-                EXPECT_EQ(f.at(x, 29), lower[column]) << what << " column " << column;
-            }
-        }
+        const ARGB lower[7] = {upper[6], black, upper[4], black, upper[2], black, upper[0]};
+        for (int column = 0; column < 7; ++column)
+            for (const int x : {column * 10, column * 10 + 9})
+                for (const int row : {0, 19, 20, 29})
+                    EXPECT_EQ(f.at(x, row), row < 20 ? upper[column] : lower[column])
+                        << what << " column " << column << " row " << row;
     };
     expectBars(frameOf(bars), 191, "at the default level");
 
