@@ -43,20 +43,6 @@ inline bool lvIsRed(int r, int g, int b) { return r > 200 && g < 60 && b < 60; }
 inline bool lvIsYellow(int r, int g, int b) { return r > 200 && g > 200 && b < 60; }
 inline bool lvIsBlue(int r, int g, int b) { return r < 30 && g < 30 && b > 220; }
 
-// One frame: opaque black, then the effect, read back.
-inline LVOverlayFrame lvRenderOverlay(LVContext& ctx, LVEffect& effect, double frameTime = 0)
-{
-    ctx.makeCurrent();
-    ctx.setFrameTime(frameTime);
-    ctx.reset(false);
-    effect.doit();
-    ctx.flush();
-    LVOverlayFrame frame{ctx.width(), ctx.height(), {}};
-    frame.argb.resize(size_t(ctx.width()) * size_t(ctx.height()) * 4);
-    ctx.fetchOpenGLPixels(frame.argb.data(), ctx.width() * 4);
-    return frame;
-}
-
 // Serves the event loop until done() holds; false when it never did.
 inline bool lvWaitFor(const std::function<bool()>& done, std::chrono::seconds limit = std::chrono::seconds(20))
 {
@@ -97,10 +83,18 @@ protected:
         ctx.reset();
     }
 
+    // One frame: opaque black, then the effect, read back.
     LVOverlayFrame render(double frameTime = 0)
     {
         effect->waitForOverlay();
-        return lvRenderOverlay(*ctx, *effect, frameTime);
+        ctx->makeCurrent();
+        ctx->setFrameTime(frameTime);
+        ctx->reset(false);
+        effect->doit();
+        ctx->flush();
+        LVOverlayFrame frame{ctx->width(), ctx->height(), std::vector<uint8_t>(size_t(ctx->width()) * ctx->height() * 4)};
+        ctx->fetchOpenGLPixels(frame.argb.data(), ctx->width() * 4);
+        return frame;
     }
 
     std::unique_ptr<LVContext> ctx;

@@ -1,6 +1,6 @@
 // The news ticker against a local HTTP server: fetching, the item count, failures that keep
 // the last headlines and are said once, the band drawn into a real GL context, scrolling
-// without a seam, and a loaded ticker.
+// without a seam.
 #include "LVOverlayTestSupport.h"
 #include "LVTestHttpServer.h"
 
@@ -53,7 +53,7 @@ protected:
     std::shared_ptr<NewsTicker>& ticker = effect;
 };
 
-TEST_F(NewsTickerTest, TheFeedsHeadlinesAreShownUpToTheChosenCount)
+TEST_F(NewsTickerTest, TheFeedsHeadlinesAreShownUpToTheChosenCountAndReadAgainOnLoad)
 {
     EXPECT_EQ(ticker->statusNote(), QStringLiteral("No feed address"));
     serve(rss({"One", "Two", "Three", "Four"}));
@@ -69,6 +69,13 @@ TEST_F(NewsTickerTest, TheFeedsHeadlinesAreShownUpToTheChosenCount)
     serve(rss({"Fresh"}));
     fetch();
     EXPECT_EQ(ticker->items(), QStringList({"Fresh"}));
+
+    // Settings travel with the parameters; what is the ticker's own is reading the feed on load.
+    const LVEffectRef loaded = LVEffect::effectFromData(LVEffect::dataFromEffect(*ticker), ctx.get());
+    auto* restored = dynamic_cast<NewsTicker*>(loaded.get());
+    ASSERT_TRUE(restored);
+    EXPECT_TRUE(lvWaitFor([&] { return restored->items() == QStringList{"Fresh"}; }));
+    restored->waitForOverlay();
 }
 
 TEST_F(NewsTickerTest, AFailingFeedKeepsTheLastHeadlinesAndSaysSoOnce)
@@ -182,19 +189,6 @@ TEST(NewsTickerLayout, CopiesOfTheHeadlinesFollowWithoutASeam)
         SCOPED_TRACE(c.scrolled);
         EXPECT_DOUBLE_EQ(NewsTicker::firstCopyX(c.scrolled, c.total, c.width), c.x);
     }
-}
-
-// Settings travel with the effect's parameters; what is the ticker's own is reading the feed at once.
-TEST_F(NewsTickerTest, ALoadedTickerReadsItsFeedAtOnce)
-{
-    serve(rss({"Restored"}));
-    ticker->setParameterValue(QStringLiteral("feedAddress"), feedAddress());
-    const LVEffectRef loaded = LVEffect::effectFromData(LVEffect::dataFromEffect(*ticker), ctx.get());
-    auto* restored = dynamic_cast<NewsTicker*>(loaded.get());
-    ASSERT_TRUE(restored);
-    EXPECT_EQ(restored->name(), QStringLiteral("News Ticker"));
-    EXPECT_TRUE(lvWaitFor([&] { return restored->items() == QStringList{"Restored"}; }));
-    restored->waitForOverlay();
 }
 
 } // namespace
