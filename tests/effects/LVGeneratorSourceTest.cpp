@@ -1,10 +1,6 @@
-// Compositions without an image input serve as sources as well as effects, and animated
-// images dropped on the chain play as an overlay.
-#include "core/LVChainEdits.h"
+// Compositions without an image input serve as sources as well as effects.
 #include "effects/composition/LVQCSource.h"
 #include "tests/effects/LVEffectsTestSupport.h"
-
-#include <QProcess>
 
 namespace {
 
@@ -40,7 +36,8 @@ void main() { gl_FragColor = mix(IMG_THIS_PIXEL(startImage), IMG_THIS_PIXEL(endI
         bool source, effect;
     };
     for (const Case c : {Case{"Plasma", true, true}, Case{"Logo", true, true}, Case{"Invert", false, true},
-                         Case{"Legacy", false, true}, Case{"Fade", false, false}, Case{"Broken", false, true}}) {
+                         Case{"Legacy", false, true}, Case{"Fade", false, false}, Case{"Broken", false, true},
+                         Case{"PIP", false, true}}) {
         EXPECT_EQ(sources.contains(QLatin1String(c.name)), c.source) << c.name;
         EXPECT_EQ(effects.contains(QLatin1String(c.name)), c.effect) << c.name;
     }
@@ -71,19 +68,17 @@ TEST_F(LVEffectsTest, ColorBarsAsTheSourceDrawExactBarsAndSurviveASetup)
         ctx->flush();
         return read();
     };
+    // Seven bars over the upper two thirds (rows 0..19 from the top), below them the reversed row.
     const auto expectBars = [&](const Frame& f, int on, const char* what) {
+        const ARGB black{255, 0, 0, 0};
         const ARGB upper[7] = {{255, on, on, on}, {255, on, on, 0}, {255, 0, on, on}, {255, 0, on, 0},
                                {255, on, 0, on},  {255, on, 0, 0},  {255, 0, 0, on}};
-        const ARGB lower[7] = {upper[6], {255, 0, 0, 0}, upper[4], {255, 0, 0, 0}, upper[2], {255, 0, 0, 0}, upper[0]};
-        for (int column = 0; column < 7; ++column) {
-            for (const int x : {column * 10, column * 10 + 9}) {
-                // Rows 0..19 from the top are the upper two thirds.
-                EXPECT_EQ(f.at(x, 0), upper[column]) << what << " column " << column;
-                EXPECT_EQ(f.at(x, 19), upper[column]) << what << " column " << column;
-                EXPECT_EQ(f.at(x, 20), lower[column]) << what << " column " << column;
-                EXPECT_EQ(f.at(x, 29), lower[column]) << what << " column " << column;
-            }
-        }
+        const ARGB lower[7] = {upper[6], black, upper[4], black, upper[2], black, upper[0]};
+        for (int column = 0; column < 7; ++column)
+            for (const int x : {column * 10, column * 10 + 9})
+                for (const int row : {0, 19, 20, 29})
+                    EXPECT_EQ(f.at(x, row), row < 20 ? upper[column] : lower[column])
+                        << what << " column " << column << " row " << row;
     };
     expectBars(frameOf(bars), 191, "at the default level");
 
@@ -95,40 +90,4 @@ TEST_F(LVEffectsTest, ColorBarsAsTheSourceDrawExactBarsAndSurviveASetup)
     EXPECT_EQ(back->name(), QStringLiteral("Color Bars"));
     back->setMode(LVModeLive);
     expectBars(frameOf(back), 255, "restored at full level");
-}
-
-TEST_F(LVEffectsTest, ADroppedAnimatedGifPlaysItsFramesAtTheirTimes)
-{
-    makeContext(40, 40);
-    // Frame 1 red for 0.2 s, frame 2 blue for 0.3 s, looping.
-    const QString gif = dir.filePath(QStringLiteral("two.gif"));
-    QProcess convert;
-    convert.start(QStringLiteral("convert"), {QStringLiteral("-delay"), QStringLiteral("20"), QStringLiteral("-size"),
-                                              QStringLiteral("8x8"), QStringLiteral("xc:red"), QStringLiteral("-delay"),
-                                              QStringLiteral("30"), QStringLiteral("xc:blue"), QStringLiteral("-loop"),
-                                              QStringLiteral("0"), gif});
-    ASSERT_TRUE(convert.waitForFinished(30000));
-    ASSERT_EQ(convert.exitCode(), 0) << convert.readAllStandardError().toStdString();
-
-    // A dropped image file is an image for the chain; one image becomes the overlay.
-    EXPECT_EQ(LVClassifyDroppedFiles({gif}).images, QStringList{gif});
-    scan(bundledEffects());
-    const LVEffectRef overlay = registry->instantiateNamedEffect(QStringLiteral("Image Overlay"), ctx.get());
-    ASSERT_TRUE(overlay);
-    overlay->setEffectProperty(QVariant(gif), QStringLiteral("Image"));
-    overlay->setEffectProperty(QVariant(1.0), QStringLiteral("Size"));
-    ASSERT_TRUE(qc(overlay)->renderer()->hasAnimationForInputKey(QStringLiteral("Image")));
-    overlay->setMode(LVModeLive);
-    chain = {overlay};
-
-    struct Step {
-        double time;  // seconds since the effect's first frame
-        QRgb colour;
-    };
-    const double start = 50;
-    for (const Step s : {Step{0, qRgb(255, 0, 0)}, Step{0.19, qRgb(255, 0, 0)}, Step{0.21, qRgb(0, 0, 255)},
-                         Step{0.49, qRgb(0, 0, 255)}, Step{0.51, qRgb(255, 0, 0)}, Step{0.75, qRgb(0, 0, 255)}}) {
-        const Frame f = render(solid(Qt::black), start + s.time);
-        EXPECT_EQ(f.at(20, 20), (ARGB{255, qRed(s.colour), qGreen(s.colour), qBlue(s.colour)})) << "at " << s.time << " s";
-    }
 }

@@ -15,51 +15,44 @@ protected:
         registry->loadEffectsFrom(dir.path(), false, LVEffectOrigin::UserFolder);
     }
 
-    std::shared_ptr<PIPEffect> makePIP(const QString& source)
+    // An inset from the top-left corner, size times the frame, without a border.
+    std::shared_ptr<PIPEffect> makePIP(const QString& source, double size)
     {
-        auto pip = std::make_unique<PIPEffect>();
+        auto pip = std::make_shared<PIPEffect>();
         pip->initWithContext(ctx.get(), source.isEmpty() ? nullptr : registry->instantiateNamedEffect(source, ctx.get()));
-        return std::shared_ptr<PIPEffect>(std::move(pip));
+        pip->setParameterValue(QStringLiteral("PIP_X_Position"), 0.0);
+        pip->setParameterValue(QStringLiteral("PIP_Y_Position"), 0.0);
+        pip->setParameterValue(QStringLiteral("size"), size);
+        pip->setParameterValue(QStringLiteral("borderWidth"), 0.0);
+        pip->setMode(LVModeLive);
+        return pip;
     }
 };
 
-TEST_F(LVPIPTest, ShowsTheSecondSourceInsideTheMainPicture)
+TEST_F(LVPIPTest, TheInsetShowsTheSecondSourceAndNoSourceLeavesTheVideo)
 {
-    auto pip = makePIP(QStringLiteral("Green"));
-    EXPECT_EQ(pip->name(), QStringLiteral("PIP Green"));
-    pip->setParameterValue(QStringLiteral("PIP_X_Position"), 0.0);
-    pip->setParameterValue(QStringLiteral("PIP_Y_Position"), 0.0);
-    pip->setParameterValue(QStringLiteral("size"), 0.5);
-    pip->setParameterValue(QStringLiteral("borderWidth"), 0.0);
-    pip->setMode(LVModeLive);
-    EXPECT_EQ(pip->getOtherEffect()->mode(), LVModeLive);
-    chain = {pip};
-    const Frame f = render(solid(Qt::blue));
-    EXPECT_EQ(f.at(8, 4), (ARGB{255, 0, 255, 0}));
-    EXPECT_EQ(f.at(1, 1), (ARGB{255, 0, 0, 255}));
-    EXPECT_EQ(f.at(14, 6), (ARGB{255, 0, 0, 255}));
-    const auto params = pip->effectProperties();
-    EXPECT_EQ(params[1].name, QStringLiteral("PIP Position"));
-}
-
-TEST_F(LVPIPTest, WithoutASecondSourceTheVideoPassesUnchanged)
-{
-    auto pip = makePIP(QString());
-    EXPECT_EQ(pip->name(), QStringLiteral("PIP"));
-    pip->setMode(LVModeLive);
-    chain = {pip};
-    const Frame f = render(solid(Qt::blue));
-    for (auto [x, row] : {std::pair{0, 0}, std::pair{8, 4}, std::pair{15, 7}}) {
-        EXPECT_EQ(f.at(x, row), (ARGB{255, 0, 0, 255})) << x << "," << row;
+    const ARGB blue{255, 0, 0, 255}, green{255, 0, 255, 0};
+    const struct {
+        const char* source;
+        const char* name;
+        ARGB centre, corner;
+    } cases[] = {{"Green", "PIP Green", green, blue}, {"", "PIP", blue, blue}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto pip = makePIP(QString::fromLatin1(c.source), 0.5);
+        EXPECT_EQ(pip->name(), QLatin1String(c.name));
+        chain = {pip};
+        const Frame f = render(solid(Qt::blue));
+        EXPECT_EQ(f.at(8, 4), c.centre);
+        EXPECT_EQ(f.at(1, 1), c.corner);
+        EXPECT_EQ(f.at(14, 6), c.corner);
     }
 }
 
 TEST_F(LVPIPTest, ArchiveRestoresPortsAndTheEmbeddedSource)
 {
-    auto pip = makePIP(QStringLiteral("Green"));
-    pip->setParameterValue(QStringLiteral("size"), 0.7);
-    const QByteArray data = LVEffect::dataFromEffect(*pip);
-    LVEffectRef restored = LVEffect::effectFromData(data, ctx.get());
+    auto pip = makePIP(QStringLiteral("Green"), 0.7);
+    LVEffectRef restored = LVEffect::effectFromData(LVEffect::dataFromEffect(*pip), ctx.get());
     auto* back = dynamic_cast<PIPEffect*>(restored.get());
     ASSERT_TRUE(back);
     EXPECT_DOUBLE_EQ(back->parameterValue(QStringLiteral("size")).toDouble(), 0.7);
@@ -70,11 +63,7 @@ TEST_F(LVPIPTest, ArchiveRestoresPortsAndTheEmbeddedSource)
 
 TEST_F(LVPIPTest, WithoutClearingTheSourceDrawsOverItsLastFrame)
 {
-    auto pip = makePIP(QStringLiteral("Dot"));
-    pip->setParameterValue(QStringLiteral("size"), 1.0);
-    pip->setParameterValue(QStringLiteral("PIP_X_Position"), 0.0);
-    pip->setParameterValue(QStringLiteral("PIP_Y_Position"), 0.0);
-    pip->setParameterValue(QStringLiteral("borderWidth"), 0.0);
+    auto pip = makePIP(QStringLiteral("Dot"), 1.0);
     chain = {pip};
     // Dot draws white in column 0 and transparent elsewhere: the main picture shows through.
     EXPECT_EQ(render(solid(Qt::red)).at(5, 3), (ARGB{255, 255, 0, 0}));
@@ -83,24 +72,10 @@ TEST_F(LVPIPTest, WithoutClearingTheSourceDrawsOverItsLastFrame)
     EXPECT_EQ(render(solid(Qt::red)).at(0, 3), (ARGB{255, 255, 255, 255}));
 }
 
-TEST_F(LVPIPTest, SwapGoesThroughTheController)
-{
-    auto pip = makePIP(QStringLiteral("Green"));
-    int swaps = 0;
-    PIPEffect::setSwapHandler([&](PIPEffect& which) {
-        EXPECT_EQ(&which, pip.get());
-        ++swaps;
-    });
-    pip->doSwap();
-    pip->doSwap();
-    EXPECT_EQ(swaps, 2);
-    PIPEffect::setSwapHandler(nullptr);
-}
-
 TEST_F(LVPIPTest, SwappedSourcesKeepRunningWhereTheyGo)
 {
-    auto pip = makePIP(QStringLiteral("Green"));
-    pip->setMode(LVModeLive);
+    auto pip = makePIP(QStringLiteral("Green"), 0.5);
+    EXPECT_EQ(pip->getOtherEffect()->mode(), LVModeLive);
     LVOtherSourceHolder* holder = pip.get();
     LVEffectRef main = registry->instantiateNamedEffect(QStringLiteral("Dot"), ctx.get());
     main->setMode(LVModeLive);

@@ -1,17 +1,13 @@
 // The news ticker against a local HTTP server: fetching, the item count, failures that keep
 // the last headlines and are said once, the band drawn into a real GL context, scrolling
-// without a seam, and its settings in a saved setup.
+// without a seam.
+#include "LVOverlayTestSupport.h"
 #include "LVTestHttpServer.h"
 
-#include "effects/registration/LVEffectKinds.h"
 #include "effects/ticker/LVFeedReader.h"
 #include "effects/ticker/NewsTicker.h"
-#include "tests/effects/LVOverlayTestSupport.h"
-
-#include <gtest/gtest.h>
 
 #include <QColor>
-#include <QTemporaryDir>
 
 #include <memory>
 
@@ -24,37 +20,13 @@ QByteArray rss(const QStringList& titles)
     return document + "</channel></rss>";
 }
 
-class NewsTickerTest : public ::testing::Test {
+class NewsTickerTest : public LVOverlayTest<NewsTicker> {
 protected:
     void SetUp() override
     {
-        QString error;
-        ctx = LVContext::create(QSize(240, 100), &error);
-        ASSERT_TRUE(ctx) << error.toStdString();
-        LVRegisterEffectKinds();
         server = std::make_unique<LVTestHttpServer>();
-        ticker = makeTicker();
-    }
-
-    void TearDown() override
-    {
-        // No layout may outlive the fonts of the application.
-        ticker->waitForOverlay();
-        ticker.reset();
-        server.reset();
-        ctx.reset();
-    }
-
-    std::shared_ptr<NewsTicker> makeTicker()
-    {
-        const LVEffectDescriptor* kind = LVEffectClasses::classNamed(QStringLiteral("NewsTicker"));
-        EXPECT_TRUE(kind);
-        std::shared_ptr<NewsTicker> effect(static_cast<NewsTicker*>(kind->make().release()));
-        effect->initWithContext(ctx.get());
-        effect->setParameterValue(QStringLiteral("color"), QColor(255, 255, 0));
-        effect->setParameterValue(QStringLiteral("backgroundColor"), QColor(0, 0, 255));
-        effect->setParameterValue(QStringLiteral("fontSize"), 16);
-        return effect;
+        start(QSize(240, 100), QStringLiteral("NewsTicker"),
+              {{"color", QColor(255, 255, 0)}, {"backgroundColor", QColor(0, 0, 255)}, {"fontSize", 16}});
     }
 
     void serve(const QByteArray& body, int status = 200)
@@ -77,18 +49,11 @@ protected:
         QObject::disconnect(bad);
     }
 
-    LVOverlayFrame render(double frameTime = 0)
-    {
-        ticker->waitForOverlay();
-        return lvRenderOverlay(*ctx, *ticker, frameTime);
-    }
-
-    std::unique_ptr<LVContext> ctx;
     std::unique_ptr<LVTestHttpServer> server;
-    std::shared_ptr<NewsTicker> ticker;
+    std::shared_ptr<NewsTicker>& ticker = effect;
 };
 
-TEST_F(NewsTickerTest, TheFeedsHeadlinesAreShownUpToTheChosenCount)
+TEST_F(NewsTickerTest, TheFeedsHeadlinesAreShownUpToTheChosenCountAndReadAgainOnLoad)
 {
     EXPECT_EQ(ticker->statusNote(), QStringLiteral("No feed address"));
     serve(rss({"One", "Two", "Three", "Four"}));
@@ -104,6 +69,13 @@ TEST_F(NewsTickerTest, TheFeedsHeadlinesAreShownUpToTheChosenCount)
     serve(rss({"Fresh"}));
     fetch();
     EXPECT_EQ(ticker->items(), QStringList({"Fresh"}));
+
+    // Settings travel with the parameters; what is the ticker's own is reading the feed on load.
+    const LVEffectRef loaded = LVEffect::effectFromData(LVEffect::dataFromEffect(*ticker), ctx.get());
+    auto* restored = dynamic_cast<NewsTicker*>(loaded.get());
+    ASSERT_TRUE(restored);
+    EXPECT_TRUE(lvWaitFor([&] { return restored->items() == QStringList{"Fresh"}; }));
+    restored->waitForOverlay();
 }
 
 TEST_F(NewsTickerTest, AFailingFeedKeepsTheLastHeadlinesAndSaysSoOnce)
@@ -217,27 +189,6 @@ TEST(NewsTickerLayout, CopiesOfTheHeadlinesFollowWithoutASeam)
         SCOPED_TRACE(c.scrolled);
         EXPECT_DOUBLE_EQ(NewsTicker::firstCopyX(c.scrolled, c.total, c.width), c.x);
     }
-}
-
-TEST_F(NewsTickerTest, SettingsSurviveASavedSetupAndTheFeedIsReadAgain)
-{
-    serve(rss({"Restored"}));
-    const QVariantMap settings{
-        {"feedAddress", feedAddress()}, {"refreshMinutes", 5}, {"itemCount", 7}, {"scrollSpeed", 120},
-        {"position", 1}, {"fontName", QStringLiteral("DejaVu Serif")}, {"fontSize", 30},
-        {"color", QColor(1, 2, 3)}, {"backgroundColor", QColor(4, 5, 6, 7)},
-    };
-    for (auto it = settings.begin(); it != settings.end(); ++it) ticker->setParameterValue(it.key(), it.value());
-    const QByteArray data = LVEffect::dataFromEffect(*ticker);
-    const LVEffectRef loaded = LVEffect::effectFromData(data, ctx.get());
-    ASSERT_TRUE(loaded);
-    EXPECT_EQ(loaded->name(), QStringLiteral("News Ticker"));
-    for (auto it = settings.begin(); it != settings.end(); ++it)
-        EXPECT_EQ(loaded->parameterValue(it.key()), it.value()) << it.key().toStdString();
-    auto* restored = dynamic_cast<NewsTicker*>(loaded.get());
-    ASSERT_TRUE(restored);
-    EXPECT_TRUE(lvWaitFor([&] { return restored->items() == QStringList{"Restored"}; })) << "a loaded ticker fetches at once";
-    restored->waitForOverlay();
 }
 
 } // namespace
