@@ -106,6 +106,7 @@ TEST_F(LVStudioControlTest, CommandsDriveTheStudioAndReadsFollowIt)
         {R"({"command":"button","name":"Blue","action":"selectForAir"})", R"({"ok":true})"},
         {R"({"command":"startTransition"})", R"({"ok":true})"},
         {R"({"command":"get","property":"studioTransition"})", R"({"ok":true,"result":{"fraction":0,"running":true}})"},
+        {R"({"command":"studioDissolve"})", R"({"ok":true})"},
     };
     for (const Step& step : steps) {
         const QJsonObject reply = send(step.request);
