@@ -145,12 +145,8 @@ TEST_F(AppleScriptEffectTest, AReloadedEffectHasTheDefaultScript)
     EXPECT_FALSE(data.contains("echo edited"));
 }
 
-TEST_F(AppleScriptEffectTest, TheInterpreterIsAPreference)
+TEST_F(AppleScriptEffectTest, AMissingInterpreterFromThePreferencesRunsNothing)
 {
-    EXPECT_EQ(LVScriptRunner::interpreter(), QStringLiteral("/bin/sh"));
-    defaults->setValue(QStringLiteral("scriptInterpreter"), QStringLiteral("/bin/bash"));
-    EXPECT_EQ(LVScriptRunner::interpreter(), QStringLiteral("/bin/bash"));
-    // A missing interpreter is said in the check and runs nothing.
     defaults->setValue(QStringLiteral("scriptInterpreter"), dir.filePath(QStringLiteral("no-such-sh")));
     EXPECT_EQ(LVScriptRunner::shared().run(LVScriptRunner::interpreter(), "echo x\n", {}), -1);
     EXPECT_EQ(LVScriptRunner::shared().pendingChildren(), 0u);

@@ -43,6 +43,7 @@ TEST(LVAutomationCommandsTest, TimelinesAndTheUserMenuAreDrivenByName)
     menu.awakeFromNib();
     menu.addEntry();
     menu.setCurrentAction(menu.addEntry(), std::make_unique<LVStopTimeLineMenuAction>(*show));
+    menu.shortcutRecorderKeyComboDidChange(1, LVKeyComboFromQt(Qt::Key_S, Qt::ControlModifier));
     LVControlCommands commands(*app);
     LVAddAutomationCommands(commands, timeLines, menu);
 
@@ -57,7 +58,7 @@ TEST(LVAutomationCommandsTest, TimelinesAndTheUserMenuAreDrivenByName)
         {R"({"command":"stopTimeline"})", nullptr},
         {R"({"command":"userMenu"})",
          R"({"ok":true,"result":[{"exclusive":false,"index":0,"shortcut":"","summary":""},)"
-         R"({"exclusive":false,"index":1,"shortcut":"","summary":"Stop Automation \"Show\""}]})"},
+         R"({"exclusive":false,"index":1,"shortcut":"Ctrl+S","summary":"Stop Automation \"Show\""}]})"},
         {R"({"command":"invokeUserMenu","index":0})", R"({"error":"user menu entry 0 has no action","ok":false})"},
         {R"({"command":"invokeUserMenu","index":2})", R"j({"error":"no user menu entry at index 2 (there are 2)","ok":false})j"},
         {R"({"command":"invokeUserMenu","index":0.5})", R"({"error":"invokeUserMenu takes \"index\", a whole number","ok":false})"},

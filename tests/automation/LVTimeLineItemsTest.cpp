@@ -31,22 +31,6 @@ TEST(LVTimeLineItems, OfferedInTheirFixedOrderAndMadeByName)
     EXPECT_EQ(holder.name(), QStringLiteral("Loop"));
 }
 
-TEST(LVTimeLineItems, SetupActionsCarryTheirFixedFlags)
-{
-    const struct {
-        const char* name;
-        bool sourcesOnly;
-        bool selected;
-    } rows[] = {{"Set Source", true, true}, {"Select Setup", false, true}, {"Deselect Setup", false, false}};
-    for (const auto& row : rows) {
-        auto item = LVTimeLineItem::itemWithName(QString::fromLatin1(row.name));
-        auto* setup = dynamic_cast<LVTimeLineSelectSetup*>(item.get());
-        ASSERT_NE(setup, nullptr) << row.name;
-        EXPECT_EQ(setup->sourcesOnly(), row.sourcesOnly) << row.name;
-        EXPECT_EQ(setup->selectedState(), row.selected) << row.name;
-    }
-}
-
 TEST(LVTimeLineItems, DescriptionsFollowTheSettings)
 {
     const struct {

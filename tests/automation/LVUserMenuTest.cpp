@@ -1,5 +1,5 @@
 // The user menu: the exclusive raw-key rule, the actions' summaries and archive, saving on
-// every rebuild, and the listing other control surfaces read.
+// every rebuild, and actions that find their timeline by name.
 #include "automation/LVTimeLineManager.h"
 #include "control/usermenu/LVUserMenu.h"
 #include "core/LVDefaults.h"
@@ -95,12 +95,6 @@ TEST_F(LVUserMenuTest, KeyCombinationsAreStoredWithTheDocumentedBits)
         EXPECT_EQ(combo.code, row.key);
         EXPECT_EQ(LVQtModifiersFromFlags(combo.flags), row.modifiers);
     }
-    LVUserMenuItem item;
-    EXPECT_FALSE(item.hasShortcut());
-    item.setCombo(LVKeyComboFromQt(Qt::Key_L, Qt::ControlModifier));
-    EXPECT_EQ(item.shortcutString(), QKeySequence(Qt::CTRL | Qt::Key_L).toString(QKeySequence::NativeText));
-    item.setCombo({0, -1});
-    EXPECT_TRUE(item.shortcutString().isEmpty());
 }
 
 TEST_F(LVUserMenuTest, ActionsSumUpAndComeBackFromTheArchive)
@@ -162,27 +156,11 @@ TEST_F(LVUserMenuTest, EveryRebuildSavesAndAnEntryWithoutActionKeepsItsShortcut)
     EXPECT_TRUE(reread.entryAt(1)->isExclusive());
 }
 
-TEST_F(LVUserMenuTest, TheListingNamesEveryEntryAndInvokesByIndex)
+TEST_F(LVUserMenuTest, ATimelineActionFindsItsTimelineByName)
 {
     LVTimeLine* show = timeLines->newTimeLine();
     show->setName(QStringLiteral("Show"));
     menu->setCurrentAction(menu->addEntry(), std::make_unique<LVTimeLineMenuAction>(*show));
-    menu->addEntry();
-    menu->setCurrentAction(menu->addEntry(), std::make_unique<LVStopTimeLineMenuAction>(*show));
-    menu->shortcutRecorderKeyComboDidChange(2, LVKeyComboFromQt(Qt::Key_S, Qt::ControlModifier));
-    const auto listing = menu->listing();
-    ASSERT_EQ(listing.size(), 3u);
-    EXPECT_EQ(listing[0].summary, QStringLiteral("Start Automation \"Show\""));
-    EXPECT_TRUE(listing[1].summary.isEmpty());
-    EXPECT_EQ(listing[2].shortcut, menu->entryAt(2)->shortcutString());
-    EXPECT_TRUE(menu->invokeEntry(0));
-    EXPECT_TRUE(show->isRunning());
-    EXPECT_FALSE(menu->invokeEntry(1));
-    EXPECT_FALSE(menu->invokeEntry(7));
-    EXPECT_TRUE(menu->invokeEntry(2));
-    EXPECT_FALSE(show->isRunning());
-
-    // A renamed timeline is no longer reached by the old name.
     show->setName(QStringLiteral("Renamed"));
     EXPECT_TRUE(menu->invokeEntry(0));
     EXPECT_FALSE(show->isRunning());

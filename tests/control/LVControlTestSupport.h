@@ -39,7 +39,9 @@ auto runWhileServing(Work work) -> decltype(work())
 // test instead of hanging it.
 class LVTestControlClient {
 public:
-    explicit LVTestControlClient(const QString& path) : fd_(LVControlSocket::connectTo(path))
+    explicit LVTestControlClient(const QString& path) : LVTestControlClient(LVControlSocket::connectTo(path)) {}
+    // Takes over a connected socket (or -1).
+    explicit LVTestControlClient(int fd) : fd_(fd)
     {
         if (fd_ < 0) return;
         timeval timeout{20, 0};

@@ -1,11 +1,8 @@
 // The remote-control server on a real controller, setup manager and studio, driven by our
 // own protocol client over real WebSocket connections.
-#include "control/websocket/LVRemoteControlService.h"
 #include "control/websocket/LVRemoteHotkeys.h"
-#include "effects/composition/LVQCEffect.h"
 #include "tests/control/LVControlTestSupport.h"
 #include "tests/control/LVRemoteTestClient.h"
-#include "tests/studio/LVStudioTestSupport.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -31,53 +28,22 @@ public:
     QStringList triggered;
 };
 
-class LVRemoteControlTest : public LVStudioTest {
+class LVRemoteControlTest : public LVRemoteServiceTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        LVStudioTest::SetUpTestSuite();
-        // Transitions are compositions; the catalogue needs their kind to make them.
-        LVQCEffectFactory::setCompositionEffectMaker(&LVQCEffect::makeForFile);
-    }
-
     void SetUp() override
     {
-        LVStudioTest::SetUp();
-        red = addSetup("Red", Qt::red);
-        blue = addSetup("Blue", Qt::blue);
+        LVRemoteServiceTest::SetUp();
         fx = addSetup("Marker FX", {}, 2);
-        ASSERT_TRUE(red && blue && fx);
-        defaults->setValue("remoteControlPassword", "s3cret");
+        ASSERT_TRUE(fx);
     }
 
-    void TearDown() override
-    {
-        service.reset();
-        LVStudioTest::TearDown();
-    }
-
-    // Serving on a free port of 127.0.0.1.
-    LVRemoteControlServer& serve(LVRemoteControlLimits limits = {})
+    LVRemoteControlServer& serveWith(LVRemoteControlLimits limits = {})
     {
         LVRemoteControlService::Options options;
-        options.forceEnabled = true;
-        options.port = 0;
         options.limits = limits;
-        service = std::make_unique<LVRemoteControlService>(*app, studio, options);
+        LVRemoteControlServer& server = serve(options);
         service->setHotkeys(&hotkeys);
-        EXPECT_TRUE(service->isServing()) << service->status().toStdString();
-        return service->server();
-    }
-
-    quint16 port() const { return service->server().port(); }
-
-    // A client past Identify.
-    std::unique_ptr<LVRemoteTestClient> identified(int subscriptions = -1)
-    {
-        auto client = std::make_unique<LVRemoteTestClient>();
-        EXPECT_TRUE(client->open(port()));
-        EXPECT_TRUE(client->identify("s3cret", subscriptions));
-        return client;
+        return server;
     }
 
     // Runs frames on the studio's clock until the running transition has ended.
@@ -88,14 +54,8 @@ protected:
     }
 
     LVTestHotkeys hotkeys;
-    std::unique_ptr<LVRemoteControlService> service;
-    LVStudioButtonRef red, blue, fx;
+    LVStudioButtonRef fx;
 };
-
-int code(const QJsonObject& response)
-{
-    return response.value("requestStatus").toObject().value("code").toInt();
-}
 
 QJsonObject data(const QJsonObject& response)
 {
@@ -111,7 +71,7 @@ QStringList names(const QJsonArray& list, const char* field)
 
 TEST_F(LVRemoteControlTest, IdentifyAnswersTheChallengeOrClosesWithTheProtocolsCode)
 {
-    serve();
+    serveWith();
     struct Case {
         const char* what;
         std::function<void(LVRemoteTestClient&)> identify;
@@ -135,49 +95,53 @@ TEST_F(LVRemoteControlTest, IdentifyAnswersTheChallengeOrClosesWithTheProtocolsC
         EXPECT_FALSE(authentication.value("salt").toString().isEmpty());
         test.identify(client);
         if (test.closeCode < 0) {
-            EXPECT_EQ(code(client.request("GetVersion")), LVRemote::Success);
+            EXPECT_EQ(remoteCode(client.request("GetVersion")), LVRemote::Success);
             EXPECT_FALSE(client.isClosed());
         } else {
             EXPECT_EQ(client.closeCode(), test.closeCode);
         }
         // Failures from this address would hold the next case; each case starts afresh.
         service.reset();
-        serve();
+        serveWith();
     }
 }
 
 TEST_F(LVRemoteControlTest, EachWrongPasswordFromAnAddressMakesItsNextTryWaitLonger)
 {
+    testing::internal::CaptureStderr();
     LVRemoteControlLimits limits;
     limits.failureDelayMs = 300;
-    LVRemoteControlServer& server = serve(limits);
-    const qint64 slack = 250; // time the machine may take between the close and the reading
-    for (int failure = 1; failure <= 3; ++failure) {
+    LVRemoteControlServer& server = serveWith(limits);
+    auto tryPassword = [&](const QString& password) {
         LVRemoteTestClient client;
-        ASSERT_TRUE(client.open(port()));
+        EXPECT_TRUE(client.open(port()));
         QElapsedTimer answered;
         answered.start();
-        EXPECT_FALSE(client.identify("guess"));
-        EXPECT_EQ(client.closeCode(), LVRemote::AuthenticationFailed);
-        // The try itself waited out the delay the failure before it set.
-        if (failure > 1) {
-            EXPECT_GE(answered.elapsed(), limits.failureDelayMs * (1 << (failure - 2)) - slack);
+        // Read once the clock runs: the answer cannot come sooner than this (1 ms: the clocks' rounding).
+        const qint64 pending = server.identifyDelayMs("127.0.0.1");
+        const bool identified = client.identify(password);
+        EXPECT_GE(answered.elapsed() + 1, pending);
+        if (!identified) {
+            EXPECT_EQ(client.closeCode(), LVRemote::AuthenticationFailed);
         }
-        const qint64 expected = qint64(limits.failureDelayMs) << (failure - 1);
-        const qint64 delay = server.identifyDelayMs("127.0.0.1");
-        EXPECT_LE(delay, expected) << "after failure " << failure;
-        EXPECT_GT(delay, expected - slack) << "after failure " << failure;
-    }
+        return identified;
+    };
+    for (int failure = 1; failure <= 3; ++failure) EXPECT_FALSE(tryPassword("guess"));
     // The right password waits too, then succeeds and clears the record.
-    LVRemoteTestClient client;
-    ASSERT_TRUE(client.open(port()));
-    EXPECT_TRUE(client.identify("s3cret"));
+    EXPECT_TRUE(tryPassword("s3cret"));
     EXPECT_EQ(server.identifyDelayMs("127.0.0.1"), 0);
+    const QString log = QString::fromStdString(testing::internal::GetCapturedStderr());
+    for (int failure = 1; failure <= 3; ++failure) {
+        EXPECT_TRUE(log.contains(QStringLiteral("wrong password from 127.0.0.1 (%1 in a row); its next try waits %2 ms")
+                                     .arg(failure)
+                                     .arg(limits.failureDelayMs << (failure - 1))))
+            << qPrintable(log);
+    }
 }
 
 TEST_F(LVRemoteControlTest, EveryRequestActsOnTheStudio)
 {
-    serve();
+    serveWith();
     auto client = identified();
     const QString blueUid = blue->uid();
     using Check = std::function<void(const QJsonObject& data)>;
@@ -273,7 +237,7 @@ TEST_F(LVRemoteControlTest, EveryRequestActsOnTheStudio)
         const QJsonObject response = client->request(QString::fromLatin1(step.type), step.data);
         ASSERT_FALSE(response.isEmpty()) << "no response; the connection closed";
         EXPECT_EQ(response.value("requestType").toString(), QString::fromLatin1(step.type));
-        EXPECT_EQ(code(response), step.code) << response.value("requestStatus").toObject().value("comment").toString().toStdString();
+        EXPECT_EQ(remoteCode(response), step.code) << response.value("requestStatus").toObject().value("comment").toString().toStdString();
         EXPECT_EQ(response.value("requestStatus").toObject().value("result").toBool(), step.code == 100);
         if (step.check) step.check(data(response));
     }
@@ -285,7 +249,7 @@ TEST_F(LVRemoteControlTest, EveryRequestActsOnTheStudio)
 
 TEST_F(LVRemoteControlTest, BatchesRunInOrderAndSleepInMillisecondsOrFrames)
 {
-    serve();
+    serveWith();
     auto client = identified();
     auto request = [](const char* type, QJsonObject data = {}) {
         QJsonObject body{{"requestType", type}};
@@ -321,17 +285,17 @@ TEST_F(LVRemoteControlTest, BatchesRunInOrderAndSleepInMillisecondsOrFrames)
         SCOPED_TRACE(test.what);
         const QJsonArray results = client->batchResponse(client->sendBatch(test.requests, test.executionType, test.halt));
         std::vector<int> codes;
-        for (const QJsonValue& result : results) codes.push_back(code(result.toObject()));
+        for (const QJsonValue& result : results) codes.push_back(remoteCode(result.toObject()));
         EXPECT_EQ(codes, test.codes);
     }
 
     // A frame-timed sleep goes on only as the studio renders frames.
     const QString frames = client->sendBatch({request("Sleep", {{"sleepFrames", 2}}), request("GetCurrentPreviewScene")},
                                              LVRemote::SerialFrame);
-    EXPECT_EQ(code(client->request("GetVersion")), 100); // the batch was read and is waiting
+    EXPECT_EQ(remoteCode(client->request("GetVersion")), 100); // the batch was read and is waiting
     EXPECT_FALSE(client->hasBatchResponse(frames));
     frameAfter(0.04);
-    EXPECT_EQ(code(client->request("GetVersion")), 100);
+    EXPECT_EQ(remoteCode(client->request("GetVersion")), 100);
     EXPECT_FALSE(client->hasBatchResponse(frames));
     frameAfter(0.04);
     EXPECT_EQ(client->batchResponse(frames).size(), 2);
@@ -339,7 +303,7 @@ TEST_F(LVRemoteControlTest, BatchesRunInOrderAndSleepInMillisecondsOrFrames)
 
 TEST_F(LVRemoteControlTest, ClientsGetTheEventsTheySubscribedToAfterACutAndATransition)
 {
-    serve();
+    serveWith();
     auto scenes = identified(LVRemote::SubscribeScenes | LVRemote::SubscribeTransitions);
     auto none = identified(LVRemote::SubscribeNone);
 
@@ -366,7 +330,7 @@ TEST_F(LVRemoteControlTest, ClientsGetTheEventsTheySubscribedToAfterACutAndATran
     EXPECT_EQ(names(scenes->event("SceneListChanged").value("eventData").toObject().value("scenes").toArray(), "sceneName").size(), 4);
 
     // The unsubscribed client saw none of it: its next message is its own answer.
-    EXPECT_EQ(code(none->request("GetVersion")), 100);
+    EXPECT_EQ(remoteCode(none->request("GetVersion")), 100);
     EXPECT_TRUE(none->pendingEventTypes().isEmpty()) << none->pendingEventTypes().join(", ").toStdString();
 
     // Subscriptions change on the way: now only the general events, and quitting is one.
@@ -386,7 +350,7 @@ TEST_F(LVRemoteControlTest, BadMessagesCloseTheConnectionWithTheProtocolsCode)
 {
     LVRemoteControlLimits limits;
     limits.maxClients = 4;
-    serve(limits);
+    serveWith(limits);
     struct Case {
         const char* what;
         bool identifyFirst;
@@ -420,7 +384,7 @@ TEST_F(LVRemoteControlTest, BadMessagesCloseTheConnectionWithTheProtocolsCode)
     // Nothing was left behind, and the server still serves.
     ASSERT_TRUE(LVRemoteTestClient::wait([&] { return service->server().clientCount() == 0; }));
     auto client = identified();
-    EXPECT_EQ(code(client->request("GetSceneList")), 100);
+    EXPECT_EQ(remoteCode(client->request("GetSceneList")), 100);
 
     // Beyond the most clients at once, the next is turned away.
     std::vector<std::unique_ptr<LVRemoteTestClient>> others;
@@ -430,71 +394,43 @@ TEST_F(LVRemoteControlTest, BadMessagesCloseTheConnectionWithTheProtocolsCode)
     EXPECT_EQ(extra.closeCode(), int(QWebSocketProtocol::CloseCodePolicyViolated));
 }
 
-// A client of our own making at the byte level: it never reads, so replies pile up.
-class LVUnreadingClient {
-public:
-    explicit LVUnreadingClient(quint16 port)
-    {
-        fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const int small = 4096;
-        ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-        timeval timeout{20, 0};
-        ::setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+// A WebSocket client of our own making at the byte level, with a small receive buffer: past
+// the handshake it never reads, so replies pile up. Null when the handshake failed.
+std::unique_ptr<LVTestControlClient> unreadingClient(quint16 port)
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int small = 4096;
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        ::close(fd);
+        return nullptr;
     }
-    ~LVUnreadingClient() { ::close(fd_); }
+    auto client = std::make_unique<LVTestControlClient>(fd);
+    const QByteArray upgrade = "GET / HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port) +
+                               "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+                               "Sec-WebSocket-Version: 13\r\n\r\n";
+    if (!client->send(upgrade) || !client->readLine().startsWith("HTTP/1.1 101")) return nullptr;
+    return client;
+}
 
-    bool handshake(quint16 port)
-    {
-        const QByteArray request = "GET / HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port) +
-                                   "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
-                                   "Sec-WebSocket-Version: 13\r\n\r\n";
-        if (!sendAll(request)) return false;
-        // Only the handshake's answer is read; everything after it is left unread.
-        QByteArray answer;
-        char byte;
-        while (!answer.endsWith("\r\n\r\n") && ::recv(fd_, &byte, 1, 0) == 1) answer.append(byte);
-        return answer.startsWith("HTTP/1.1 101");
+// A masked text frame shorter than 64 KiB, as clients must send.
+QByteArray maskedTextFrame(const QByteArray& text)
+{
+    QByteArray frame("\x81", 1);
+    if (text.size() < 126) {
+        frame.append(char(0x80 | text.size()));
+    } else {
+        frame.append(char(0x80 | 126)).append(char(text.size() >> 8)).append(char(text.size() & 0xff));
     }
-
-    // A masked text frame, as clients must send.
-    bool sendText(const QByteArray& text)
-    {
-        QByteArray frame;
-        frame.append(char(0x81));
-        if (text.size() < 126) {
-            frame.append(char(0x80 | text.size()));
-        } else {
-            frame.append(char(0x80 | 126));
-            frame.append(char(text.size() >> 8));
-            frame.append(char(text.size() & 0xff));
-        }
-        const char mask[4] = {0x11, 0x22, 0x33, 0x44};
-        frame.append(mask, 4);
-        for (qsizetype i = 0; i < text.size(); ++i) frame.append(char(text[i] ^ mask[i % 4]));
-        return sendAll(frame);
-    }
-
-    bool isConnected() const { return connected_; }
-
-private:
-    bool sendAll(const QByteArray& bytes)
-    {
-        qsizetype sent = 0;
-        while (sent < bytes.size()) {
-            const ssize_t n = ::send(fd_, bytes.constData() + sent, size_t(bytes.size() - sent), MSG_NOSIGNAL);
-            if (n <= 0) return false;
-            sent += n;
-        }
-        return true;
-    }
-    int fd_ = -1;
-    bool connected_ = false;
-};
+    const char mask[4] = {0x11, 0x22, 0x33, 0x44};
+    frame.append(mask, 4);
+    for (qsizetype i = 0; i < text.size(); ++i) frame.append(char(text[i] ^ mask[i % 4]));
+    return frame;
+}
 
 TEST_F(LVRemoteControlTest, AClientThatLeavesRepliesUnreadIsDroppedAndTheOthersGoOn)
 {
@@ -503,7 +439,7 @@ TEST_F(LVRemoteControlTest, AClientThatLeavesRepliesUnreadIsDroppedAndTheOthersG
     limits.maxQueuedSendBytes = 64 << 10;
     // Every request is read and queued; only the unread replies can end this client.
     limits.maxWaitingMessages = 1 << 20;
-    serve(limits);
+    serveWith(limits);
     auto reader = identified();
     const quint16 serverPort = port();
     // The server has a password; this client answers the challenge it cannot read back
@@ -516,17 +452,17 @@ TEST_F(LVRemoteControlTest, AClientThatLeavesRepliesUnreadIsDroppedAndTheOthersG
         if (clients == 1 && !gone.exchange(true)) dropped.set_value();
     });
     const bool wasDropped = runWhileServing([&] {
-        LVUnreadingClient slow(serverPort);
-        if (!slow.isConnected() || !slow.handshake(serverPort)) return false;
-        slow.sendText(R"({"op":1,"d":{"rpcVersion":1}})");
-        const QByteArray request = R"({"op":6,"d":{"requestType":"GetVersion","requestId":"x"}})";
+        const auto slow = unreadingClient(serverPort);
+        if (!slow) return false;
+        slow->send(maskedTextFrame(R"({"op":1,"d":{"rpcVersion":1}})"));
+        const QByteArray request = maskedTextFrame(R"({"op":6,"d":{"requestType":"GetVersion","requestId":"x"}})");
         // Far more replies than the kernel's buffers and the limit hold; sending fails once dropped.
-        for (int i = 0; i < 20000 && !gone; ++i) slow.sendText(request);
+        for (int i = 0; i < 20000 && !gone; ++i) slow->send(request);
         // Kept open, unread, until the server has let it go.
         return dropped.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready;
     });
     EXPECT_TRUE(wasDropped);
-    EXPECT_EQ(code(reader->request("GetSceneList")), 100);
+    EXPECT_EQ(remoteCode(reader->request("GetSceneList")), 100);
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_NE(log.find("Remote control: dropped the client at 127.0.0.1: it leaves too much unread"), std::string::npos) << log;
 }
@@ -590,11 +526,11 @@ TEST_F(LVRemoteControlTest, WithoutTheStudioItsRequestsSaySo)
     red = blue = fx = nullptr;
     app->setStudio(nullptr);
     studio = nullptr;
-    serve();
+    serveWith();
     auto client = identified();
-    EXPECT_EQ(code(client->request("GetSceneList")), LVRemote::NotReady);
+    EXPECT_EQ(remoteCode(client->request("GetSceneList")), LVRemote::NotReady);
     EXPECT_FALSE(data(client->request("GetStudioModeEnabled")).value("studioModeEnabled").toBool());
-    EXPECT_EQ(code(client->request("GetVersion")), 100);
+    EXPECT_EQ(remoteCode(client->request("GetVersion")), 100);
 }
 
 } // namespace

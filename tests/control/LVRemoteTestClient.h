@@ -2,8 +2,11 @@
 // A remote-control client written from the protocol's documentation: it connects with
 // QtWebSockets on this thread's event loop, identifies (answering the challenge), sends
 // requests and batches and collects events. Every wait gives up after 20 s, so a broken
-// server fails the test instead of hanging it.
+// server fails the test instead of hanging it. Beside it, the studio fixture that serves it.
+#include "control/websocket/LVRemoteControlService.h"
 #include "control/websocket/LVRemoteProtocol.h"
+#include "effects/composition/LVQCEffect.h"
+#include "tests/studio/LVStudioTestSupport.h"
 
 #include <QCryptographicHash>
 #include <QEventLoop>
@@ -13,6 +16,7 @@
 #include <QTimer>
 #include <QWebSocket>
 
+#include <algorithm>
 #include <deque>
 #include <functional>
 
@@ -33,7 +37,7 @@ public:
     bool open(quint16 port)
     {
         socket_.open(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(port)));
-        const QJsonObject hello = next([](const QJsonObject& m) { return m.value("op").toInt(-1) == LVRemote::Hello; });
+        const QJsonObject hello = next(matching(LVRemote::Hello));
         hello_ = hello.value("d").toObject();
         return !hello.isEmpty();
     }
@@ -53,14 +57,14 @@ public:
         if (hello_.contains("authentication")) data.insert("authentication", answer(password, hello_.value("authentication").toObject()));
         if (subscriptions >= 0) data.insert("eventSubscriptions", subscriptions);
         sendJson(LVRemote::Identify, data);
-        return !next([](const QJsonObject& m) { return m.value("op").toInt(-1) == LVRemote::Identified; }).isEmpty();
+        return !next(matching(LVRemote::Identified)).isEmpty();
     }
 
     // Changes the subscriptions; true once the server confirmed.
     bool reidentify(int subscriptions)
     {
         sendJson(LVRemote::Reidentify, {{"eventSubscriptions", subscriptions}});
-        return !next([](const QJsonObject& m) { return m.value("op").toInt(-1) == LVRemote::Identified; }).isEmpty();
+        return !next(matching(LVRemote::Identified)).isEmpty();
     }
 
     void sendJson(int op, const QJsonObject& data)
@@ -77,9 +81,7 @@ public:
         QJsonObject body{{"requestType", type}, {"requestId", id}};
         if (!data.isEmpty()) body.insert("requestData", data);
         sendJson(LVRemote::Request, body);
-        return next([&](const QJsonObject& m) {
-                   return m.value("op").toInt(-1) == LVRemote::RequestResponse && m.value("d").toObject().value("requestId") == id;
-               }).value("d").toObject();
+        return next(matching(LVRemote::RequestResponse, "requestId", id)).value("d").toObject();
     }
 
     // Sends a batch without waiting; batchResponse() waits for its answer.
@@ -92,27 +94,16 @@ public:
     }
     QJsonArray batchResponse(const QString& id)
     {
-        return next([&](const QJsonObject& m) {
-                   return m.value("op").toInt(-1) == LVRemote::RequestBatchResponse && m.value("d").toObject().value("requestId") == id;
-               }).value("d").toObject().value("results").toArray();
+        return next(matching(LVRemote::RequestBatchResponse, "requestId", id)).value("d").toObject().value("results").toArray();
     }
     // True when a batch answer is already here (nothing is waited for).
     bool hasBatchResponse(const QString& id) const
     {
-        for (const QJsonObject& m : seen_)
-            if (m.value("op").toInt(-1) == LVRemote::RequestBatchResponse && m.value("d").toObject().value("requestId") == id) return true;
-        for (const QJsonObject& m : messages_)
-            if (m.value("op").toInt(-1) == LVRemote::RequestBatchResponse && m.value("d").toObject().value("requestId") == id) return true;
-        return false;
+        return std::any_of(messages_.begin(), messages_.end(), matching(LVRemote::RequestBatchResponse, "requestId", id));
     }
 
     // The next event of that type, as {"eventType", "eventIntent", "eventData"}; empty on close or time-out.
-    QJsonObject event(const QString& type)
-    {
-        return next([&](const QJsonObject& m) {
-                   return m.value("op").toInt(-1) == LVRemote::Event && m.value("d").toObject().value("eventType") == type;
-               }).value("d").toObject();
-    }
+    QJsonObject event(const QString& type) { return next(matching(LVRemote::Event, "eventType", type)).value("d").toObject(); }
     // Event types received so far and not yet taken, in order.
     QStringList pendingEventTypes() const
     {
@@ -147,20 +138,25 @@ public:
     }
 
 private:
+    using Matcher = std::function<bool(const QJsonObject&)>;
+    // Messages of that op, and when a field is named, whose "d" carries that value in it.
+    static Matcher matching(int op, const char* field = nullptr, const QString& value = {})
+    {
+        return [=](const QJsonObject& m) {
+            return m.value("op").toInt(-1) == op && (!field || m.value("d").toObject().value(field) == value);
+        };
+    }
+
     // The first message (taken from the queue) that matches; others stay, in order.
-    QJsonObject next(const std::function<bool(const QJsonObject&)>& matches)
+    QJsonObject next(const Matcher& matches)
     {
         QJsonObject found;
         wait([&] {
-            for (auto it = messages_.begin(); it != messages_.end(); ++it) {
-                if (matches(*it)) {
-                    found = *it;
-                    seen_.push_back(*it);
-                    messages_.erase(it);
-                    return true;
-                }
-            }
-            return closed_;
+            const auto it = std::find_if(messages_.begin(), messages_.end(), matches);
+            if (it == messages_.end()) return closed_;
+            found = *it;
+            messages_.erase(it);
+            return true;
         });
         return found;
     }
@@ -168,8 +164,61 @@ private:
     QWebSocket socket_;
     QJsonObject hello_;
     std::deque<QJsonObject> messages_;
-    std::deque<QJsonObject> seen_;
     bool closed_ = false;
     int closeCode_ = -1;
     int lastId_ = 0;
+};
+
+inline int remoteCode(const QJsonObject& response)
+{
+    return response.value("requestStatus").toObject().value("code").toInt();
+}
+
+// A studio of a red and a blue setup, the remote control served on a free port of 127.0.0.1.
+class LVRemoteServiceTest : public LVStudioTest {
+protected:
+    static void SetUpTestSuite()
+    {
+        LVStudioTest::SetUpTestSuite();
+        // Transitions are compositions; the catalogue needs their kind to make them.
+        LVQCEffectFactory::setCompositionEffectMaker(&LVQCEffect::makeForFile);
+    }
+
+    void SetUp() override
+    {
+        LVStudioTest::SetUp();
+        red = addSetup("Red", Qt::red);
+        blue = addSetup("Blue", Qt::blue);
+        ASSERT_TRUE(red && blue);
+        defaults->setValue("remoteControlPassword", "s3cret");
+    }
+
+    void TearDown() override
+    {
+        service.reset();
+        LVStudioTest::TearDown();
+    }
+
+    LVRemoteControlServer& serve(LVRemoteControlService::Options options = {})
+    {
+        options.forceEnabled = true;
+        options.port = 0;
+        service = std::make_unique<LVRemoteControlService>(*app, studio, options);
+        EXPECT_TRUE(service->isServing()) << service->status().toStdString();
+        return service->server();
+    }
+
+    quint16 port() const { return service->server().port(); }
+
+    // A client past Identify.
+    std::unique_ptr<LVRemoteTestClient> identified(int subscriptions = -1)
+    {
+        auto client = std::make_unique<LVRemoteTestClient>();
+        EXPECT_TRUE(client->open(port()));
+        EXPECT_TRUE(client->identify("s3cret", subscriptions));
+        return client;
+    }
+
+    std::unique_ptr<LVRemoteControlService> service;
+    LVStudioButtonRef red, blue;
 };

@@ -2,27 +2,14 @@
 // browser_driver.py) against `lumaveil --headless --studio --remote-control`: signing in, the
 // setups as buttons, taps and Cut reaching the published frames, a second browser following,
 // and the colours following changes made with lumaveil-ctl.
-#include "tests/support/LVTestSupport.h"
-
-#include <gtest/gtest.h>
+#include "tests/control/LVLumaveilProcessTest.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QTimer>
-
-#include <algorithm>
 
 namespace {
 
-const QString kPassword = QStringLiteral("open sesame");
 const QString kChromium = QStringLiteral("/usr/bin/chromium");
 
 // One command to the browser driver and its reply.
@@ -90,81 +77,20 @@ QString tileShows(const QString& name, int state, const QString& colour)
         .arg(colour);
 }
 
-class LVWebRemoteBrowserTest : public ::testing::Test {
+class LVWebRemoteBrowserTest : public LVLumaveilProcessTest {
 protected:
-    static void SetUpTestSuite() { lvEnsureApplication(); }
-
     void SetUp() override
     {
         if (!QFileInfo(kChromium).isExecutable()) GTEST_SKIP() << "no Chromium at /usr/bin/chromium (Debian package chromium)";
-        ASSERT_TRUE(dir.isValid());
-        environment = lvPrivateEnvironment(dir, true);
+        LVLumaveilProcessTest::SetUp();
         environment.insert(QStringLiteral("LUMAVEIL_WEB_DIR"), QStringLiteral(LV_SOURCE_WEB_DIR));
-        const QString setups = dir.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
-        ASSERT_TRUE(QDir().mkpath(setups));
-        const char* const files[][2] = {
-            {"Intro", R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})"},
-            {"Empty", R"({"encoded": [], "midiKey": 0})"},
-        };
-        for (const auto& [name, contents] : files) {
-            QFile file(setups + QLatin1Char('/') + QString::fromLatin1(name));
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(contents);
-        }
-        const QString config = dir.filePath(QStringLiteral("config/lumaveil"));
-        ASSERT_TRUE(QDir().mkpath(config));
-        QFile prefs(config + QStringLiteral("/com.marrowkit.Lumaveil.json"));
-        ASSERT_TRUE(prefs.open(QIODevice::WriteOnly));
-        prefs.write(QJsonDocument(QJsonObject{{"remoteControlPassword", kPassword}}).toJson());
-        prefs.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    }
-
-    quint16 startLumaveil()
-    {
-        lumaveil.setProcessEnvironment(environment);
-        QEventLoop loop;
-        const QRegularExpression serving(QStringLiteral("the web remote is at http://127\\.0\\.0\\.1:(\\d+)/"));
-        quint16 port = 0;
-        QObject::connect(&lumaveil, &QProcess::readyReadStandardError, &loop, [&] {
-            log += QString::fromUtf8(lumaveil.readAllStandardError());
-            const QRegularExpressionMatch match = serving.match(log);
-            if (match.hasMatch()) {
-                port = quint16(match.captured(1).toUInt());
-                loop.quit();
-            }
-        });
-        QObject::connect(&lumaveil, &QProcess::finished, &loop, &QEventLoop::quit);
-        QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-        lumaveil.start(QStringLiteral(LV_LUMAVEIL_PATH), {"--headless", "--studio", "--remote-control=0", "--video-size",
-                                                          "320x180", "--fps", "30"});
-        loop.exec();
-        QObject::disconnect(&lumaveil, nullptr, &loop, nullptr);
-        return port;
+        writeSetupsAndPassword();
     }
 
     void TearDown() override
     {
         browsers.reset();
-        if (lumaveil.state() != QProcess::NotRunning) {
-            lumaveil.terminate();
-            lumaveil.waitForFinished(30000);
-        }
-        log += QString::fromUtf8(lumaveil.readAllStandardError());
-        EXPECT_FALSE(log.contains(kPassword)) << qPrintable(log);
-        lvUnlinkFrameSegments();
-    }
-
-    LVProcessRun ctl(const QStringList& arguments)
-    {
-        return lvRunServed(QStringLiteral(LV_CTL_PATH), arguments, environment);
-    }
-
-    static int brightest(const LVShmemReadResult& frame, const uint8_t* argb)
-    {
-        int most = 0;
-        const size_t pixels = size_t(frame.width) * size_t(frame.height);
-        for (size_t i = 0; i < pixels; ++i) most = std::max({most, int(argb[i * 4 + 1]), int(argb[i * 4 + 2]), int(argb[i * 4 + 3])});
-        return most;
+        LVLumaveilProcessTest::TearDown();
     }
 
     // Types a password into a browser's sign-in form and sends it.
@@ -176,16 +102,12 @@ protected:
                                     .arg(QString::fromUtf8(QJsonDocument(QJsonArray{password}).toJson(QJsonDocument::Compact)).mid(1).chopped(1)));
     }
 
-    QTemporaryDir dir;
-    QProcessEnvironment environment;
-    QProcess lumaveil;
-    QString log;
     std::unique_ptr<LVBrowsers> browsers;
 };
 
 TEST_F(LVWebRemoteBrowserTest, ThePageRunsTheStudioFromTwoBrowsers)
 {
-    const quint16 port = startLumaveil();
+    const quint16 port = startRemoteControl({"--video-size", "320x180"}, R"(the web remote is at http://127\.0\.0\.1:(\d+)/)");
     ASSERT_NE(port, 0) << qPrintable(log);
     const QString url = QStringLiteral("http://127.0.0.1:%1/").arg(port);
     browsers = std::make_unique<LVBrowsers>();
@@ -198,7 +120,7 @@ TEST_F(LVWebRemoteBrowserTest, ThePageRunsTheStudioFromTwoBrowsers)
     EXPECT_TRUE(browsers->eval("first", "document.getElementById('studio').hidden").toBool());
     EXPECT_EQ(browsers->eval("first", "document.querySelectorAll('.tile').length").toInt(-1), 0);
 
-    signIn("first", kPassword);
+    signIn("first", password);
     ASSERT_EQ(browsers->wait("first", "document.querySelectorAll('.tile').length === 2"), QString());
     EXPECT_EQ(browsers->eval("first", "[...document.querySelectorAll('.tile')].map(t => t.dataset.name).join(',')").toString(),
               "Intro,Empty");
@@ -206,14 +128,11 @@ TEST_F(LVWebRemoteBrowserTest, ThePageRunsTheStudioFromTwoBrowsers)
 
     // The second browser keeps its own storage: it signs in for itself.
     ASSERT_TRUE(succeeded(browsers->command({"open", "second", url})));
-    signIn("second", kPassword);
+    signIn("second", password);
     ASSERT_EQ(browsers->wait("second", "document.querySelectorAll('.tile').length === 2"), QString());
 
-    uint64_t before = 0;
-    ASSERT_TRUE(lvWatchFrames(lumaveil, 0, [&](const LVShmemReadResult& frame, const uint8_t* argb) {
-        before = frame.timestamp;
-        return brightest(frame, argb) < 16;
-    })) << "nothing on air should publish black frames";
+    uint64_t since = 0;
+    ASSERT_TRUE(waitForFrame(since, false)) << "nothing on air should publish black frames";
 
     // A tap selects into Preview; both browsers show the studio window's green.
     ASSERT_TRUE(succeeded(browsers->command({"press", "first", ".tile[data-name=\"Intro\"]", 50})));
@@ -223,10 +142,7 @@ TEST_F(LVWebRemoteBrowserTest, ThePageRunsTheStudioFromTwoBrowsers)
     // Cut puts it on air: the published frames change and both browsers turn red.
     ASSERT_TRUE(succeeded(browsers->command({"eval", "first", "document.getElementById('cut').click(); true"})));
     for (const char* browser : {"first", "second"}) EXPECT_EQ(browsers->wait(browser, tileShows("Intro", 3, "#ad0a05")), QString());
-    EXPECT_TRUE(lvWatchFrames(lumaveil, before, [&](const LVShmemReadResult& frame, const uint8_t* argb) {
-        before = frame.timestamp;
-        return brightest(frame, argb) > 64;
-    })) << "the test pattern never reached the frames";
+    EXPECT_TRUE(waitForFrame(since, true)) << "the test pattern never reached the frames";
     EXPECT_EQ(browsers->wait("first", "(document.getElementById('thumbnail').getAttribute('src') || '').startsWith('data:image/jpeg')"),
               QString());
 
@@ -234,16 +150,11 @@ TEST_F(LVWebRemoteBrowserTest, ThePageRunsTheStudioFromTwoBrowsers)
     const LVProcessRun off = ctl({"button", "Intro", "punchToOffAir"});
     ASSERT_EQ(off.status, 0) << qPrintable(off.out + off.err);
     for (const char* browser : {"first", "second"}) EXPECT_EQ(browsers->wait(browser, tileShows("Intro", 0, "#000000")), QString());
-    EXPECT_TRUE(lvWatchFrames(lumaveil, before, [&](const LVShmemReadResult& frame, const uint8_t* argb) {
-        before = frame.timestamp;
-        return brightest(frame, argb) < 16;
-    })) << "Program never went black again";
+    EXPECT_TRUE(waitForFrame(since, false)) << "Program never went black again";
 
     // A long press punches straight onto Program.
     ASSERT_TRUE(succeeded(browsers->command({"press", "second", ".tile[data-name=\"Intro\"]", 900})));
     for (const char* browser : {"first", "second"}) EXPECT_EQ(browsers->wait(browser, tileShows("Intro", 3, "#ad0a05")), QString());
-    const LVProcessRun states = ctl({"get", "studioButtons"});
-    EXPECT_TRUE(states.out.contains("Intro")) << qPrintable(states.out);
 
     // Transition settings follow between browsers.
     browsers->eval("first", "const s = document.getElementById('transition-time'); s.value = '2.5';"

@@ -1,11 +1,8 @@
 // The web remote's side of the remote control on a real controller and studio: the page and
 // the WebSocket on one port, one-time access links, the studio requests a panel needs, and
 // Program pictures from the frame the outputs read back.
-#include "control/websocket/LVRemoteControlService.h"
 #include "control/websocket/LVRemoteWebFront.h"
-#include "effects/composition/LVQCEffect.h"
 #include "tests/control/LVRemoteTestClient.h"
-#include "tests/studio/LVStudioTestSupport.h"
 
 #include <QDir>
 #include <QFile>
@@ -37,11 +34,6 @@ HttpAnswer httpGet(quint16 port, const QString& target, const QByteArray& method
     return answer;
 }
 
-int code(const QJsonObject& response)
-{
-    return response.value("requestStatus").toObject().value("code").toInt();
-}
-
 QJsonObject vendorData(const QJsonObject& response)
 {
     return response.value("responseData").toObject().value("responseData").toObject();
@@ -61,21 +53,11 @@ QImage decodeDataUrl(const QString& url, const char* format)
     return QImage::fromData(QByteArray::fromBase64(url.mid(comma + 1).toLatin1()), format);
 }
 
-class LVWebRemoteTest : public LVStudioTest {
+class LVWebRemoteTest : public LVRemoteServiceTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        LVStudioTest::SetUpTestSuite();
-        LVQCEffectFactory::setCompositionEffectMaker(&LVQCEffect::makeForFile);
-    }
-
     void SetUp() override
     {
-        LVStudioTest::SetUp();
-        red = addSetup("Red", Qt::red);
-        blue = addSetup("Blue", Qt::blue);
-        ASSERT_TRUE(red && blue);
-        defaults->setValue("remoteControlPassword", "s3cret");
+        LVRemoteServiceTest::SetUp();
         ASSERT_TRUE(pages.isValid());
         writeFile("index.html", "<!DOCTYPE html><title>remote</title>");
         writeFile("remote.js", "\"use strict\";");
@@ -84,19 +66,9 @@ protected:
         writeFile("sub/inner.js", "1");
         writeFile(".hidden", "secret");
         ASSERT_TRUE(QFile::link(pages.filePath("remote.js"), pages.filePath("link.js")));
-
         LVRemoteControlService::Options options;
-        options.forceEnabled = true;
-        options.port = 0;
         options.pagesFolder = pages.path();
-        service = std::make_unique<LVRemoteControlService>(*app, studio, options);
-        ASSERT_TRUE(service->isServing()) << service->status().toStdString();
-    }
-
-    void TearDown() override
-    {
-        service.reset();
-        LVStudioTest::TearDown();
+        serve(options);
     }
 
     void writeFile(const char* name, const QByteArray& bytes)
@@ -106,24 +78,12 @@ protected:
         file.write(bytes);
     }
 
-    quint16 port() const { return service->server().port(); }
-
-    std::unique_ptr<LVRemoteTestClient> identified()
-    {
-        auto client = std::make_unique<LVRemoteTestClient>();
-        EXPECT_TRUE(client->open(port()));
-        EXPECT_TRUE(client->identify("s3cret"));
-        return client;
-    }
-
     QJsonObject vendor(LVRemoteTestClient& client, const QString& type, const QJsonObject& data = {})
     {
         return client.request("CallVendorRequest", {{"vendorName", "lumaveil"}, {"requestType", type}, {"requestData", data}});
     }
 
     QTemporaryDir pages;
-    std::unique_ptr<LVRemoteControlService> service;
-    LVStudioButtonRef red, blue;
 };
 
 TEST_F(LVWebRemoteTest, ServesOnlyThePagesPlainFilesOnTheRemoteControlPort)
@@ -218,7 +178,7 @@ TEST_F(LVWebRemoteTest, StudioRequestsActAndEveryClientHearsTheNewState)
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(test.what);
-        EXPECT_EQ(code(vendor(*first, test.type, test.data)), test.status);
+        EXPECT_EQ(remoteCode(vendor(*first, test.type, test.data)), test.status);
         if (!test.button) continue;
         // Both clients hear it as the vendor event, without asking.
         for (LVRemoteTestClient* client : {first.get(), second.get()}) {
@@ -233,7 +193,7 @@ TEST_F(LVWebRemoteTest, StudioRequestsActAndEveryClientHearsTheNewState)
         }
     }
     EXPECT_TRUE(vendorData(vendor(*first, "GetStudioState")).value("swapMode").toBool());
-    EXPECT_EQ(code(first->request("CallVendorRequest", {{"vendorName", "someone"}, {"requestType", "Cut"}})), 600);
+    EXPECT_EQ(remoteCode(first->request("CallVendorRequest", {{"vendorName", "someone"}, {"requestType", "Cut"}})), 600);
 }
 
 TEST_F(LVWebRemoteTest, ProgramPicturesComeFromTheFramesAlreadyReadBack)
@@ -245,9 +205,9 @@ TEST_F(LVWebRemoteTest, ProgramPicturesComeFromTheFramesAlreadyReadBack)
         if (!extra.contains("imageFormat")) extra.insert("imageFormat", "jpeg");
         return client->request("GetSourceScreenshot", extra);
     };
-    EXPECT_EQ(code(client->request("GetSourceScreenshot", {{"sourceName", "Blue"}, {"imageFormat", "jpeg"}})), 604);
-    EXPECT_EQ(code(screenshot({{"imageFormat", "gif"}})), 400);
-    EXPECT_EQ(code(screenshot({{"imageWidth", 2}})), 402);
+    EXPECT_EQ(remoteCode(client->request("GetSourceScreenshot", {{"sourceName", "Blue"}, {"imageFormat", "jpeg"}})), 604);
+    EXPECT_EQ(remoteCode(screenshot({{"imageFormat", "gif"}})), 400);
+    EXPECT_EQ(remoteCode(screenshot({{"imageWidth", 2}})), 402);
 
     // The first ask starts the pictures; frames then bring one.
     const uint64_t readBacksBefore = app->outputs().readBacks();
@@ -255,7 +215,7 @@ TEST_F(LVWebRemoteTest, ProgramPicturesComeFromTheFramesAlreadyReadBack)
     QJsonObject answer;
     ASSERT_TRUE(LVRemoteTestClient::wait([&] {
         answer = screenshot({});
-        if (code(answer) == 100) return true;
+        if (remoteCode(answer) == 100) return true;
         frameAfter(0.05);
         ++framesRendered;
         return false;
@@ -277,7 +237,7 @@ TEST_F(LVWebRemoteTest, ProgramPicturesComeFromTheFramesAlreadyReadBack)
     for (const Case& test : cases) {
         SCOPED_TRACE(test.what);
         const QJsonObject reply = screenshot(test.request);
-        ASSERT_EQ(code(reply), 100);
+        ASSERT_EQ(remoteCode(reply), 100);
         const QImage image = decodeDataUrl(reply.value("responseData").toObject().value("imageData").toString(), test.format);
         ASSERT_FALSE(image.isNull());
         if (test.width) {
