@@ -1,6 +1,6 @@
 // The show end to end: a timeline made in the automation window (through its add-step menu
-// and inspector) is saved, a headless studio started from lumaveil-ctl runs it, the published
-// picture alternates between the two setups, and the timeline is still there after a restart.
+// and inspector) is saved, a headless studio runs it when lumaveil-ctl says so, and the published
+// picture alternates between the two setups.
 #include "automation/LVTimeLineManager.h"
 #include "core/LVDefaults.h"
 #include "core/Lumaveil.h"
@@ -120,7 +120,7 @@ QAction* actionTitled(QMenu& menu, const QString& title)
     return nullptr;
 }
 
-TEST_F(LVShowProcessTest, AShowMadeInTheWindowAlternatesThePictureAndSurvivesARestart)
+TEST_F(LVShowProcessTest, AShowMadeInTheWindowAlternatesThePictureInAHeadlessStudio)
 {
     {
         // The window as the application shows it: a controller for the transitions, the setups
@@ -199,15 +199,6 @@ TEST_F(LVShowProcessTest, AShowMadeInTheWindowAlternatesThePictureAndSurvivesARe
     EXPECT_EQ(ctl({"timelines"}).out, QStringLiteral("name=Show state=0\n"));
     ASSERT_EQ(ctl({"startTimeline", "Show"}).status, 0);
     EXPECT_GE(watchAlternations(*studio, 3), 3);
-    EXPECT_EQ(ctl({"pauseTimeline", "Show"}).out, QStringLiteral("name=Show state=3\n"));
-    EXPECT_EQ(ctl({"stopTimeline", "Nope"}).status, 1);
-    lvTerminate(*studio);
-
-    // Back after a restart, stopped, and it runs the same show again.
-    studio = startStudio();
-    EXPECT_EQ(ctl({"timelines"}).out, QStringLiteral("name=Show state=0\n"));
-    ASSERT_EQ(ctl({"startTimeline", "Show"}).status, 0);
-    EXPECT_GE(watchAlternations(*studio, 2), 2);
     lvTerminate(*studio);
     lvUnlinkFrameSegments();
 }

@@ -4,20 +4,12 @@
 #include "gui/automation/LVUserMenuWindow.h"
 #include "setups/model/LVSetupManager.h"
 #include "sources/testpattern/TestPatternSource.h"
-#include "tests/gui/main/LVWindowTestSupport.h"
-#include "tests/support/LVTestSupport.h"
+#include "tests/gui/LVGuiTestSupport.h"
 
-#include <gtest/gtest.h>
-
-#include <QApplication>
 #include <QCheckBox>
-#include <QDir>
-#include <QFile>
 #include <QListWidget>
 #include <QMenuBar>
 #include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
 
 namespace {
 
@@ -28,11 +20,7 @@ TEST(LVUserMenuWindowTest, ARecordedShortcutLoadsASetupInTheWindow)
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QString setups = dir.filePath(QStringLiteral("Saved Setups"));
-    ASSERT_TRUE(QDir().mkpath(setups));
-    QFile intro(setups + QStringLiteral("/Intro"));
-    ASSERT_TRUE(intro.open(QIODevice::WriteOnly));
-    intro.write(R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})");
-    intro.close();
+    ASSERT_TRUE(lvWriteFiles(setups, {{"Intro", R"({"encoded": [{"class": "TestPatternSource", "enabled": true}], "midiKey": 0})"}}));
 
     LVDefaults defaults(dir.filePath(QStringLiteral("prefs.json")));
     std::unique_ptr<Lumaveil> app;

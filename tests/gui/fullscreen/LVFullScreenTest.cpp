@@ -1,22 +1,14 @@
 // The full-screen output on two offscreen screens of known names and shapes: the screen menu,
 // the window it makes, Escape, and the picture fitted on black.
-#include "core/LVDefaults.h"
-#include "core/Lumaveil.h"
 #include "gui/main/LVFullScreenOutput.h"
-#include "gui/main/LVMainWindow.h"
 #include "tests/app/LVTestKinds.h"
-#include "tests/gui/main/LVWindowTestSupport.h"
+#include "tests/gui/LVGuiTestSupport.h"
 
-#include <gtest/gtest.h>
-
-#include <QApplication>
 #include <QFile>
 #include <QMenu>
 #include <QPointer>
 #include <QScreen>
 #include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
 
 namespace {
 
@@ -26,34 +18,26 @@ constexpr const char* kScreens = R"({"screens": [
     {"name": "Right", "x": 1280, "y": 0, "width": 1024, "height": 768, "logicalDpi": 96, "logicalBaseDpi": 96, "dpr": 1}
 ]})";
 
-class LVFullScreenTest : public ::testing::Test {
+class LVFullScreenTest : public LVWindowTest {
 protected:
     static void SetUpTestSuite()
     {
         static QTemporaryDir config;
-        const QString path = config.filePath(QStringLiteral("screens.json"));
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(kScreens);
-        file.close();
-        qputenv("QT_QPA_PLATFORM", QByteArray("offscreen:configfile=") + path.toUtf8());
-        static int argc = 1;
-        static char name[] = "test";
-        static char* argv[] = {name, nullptr};
-        if (!QApplication::instance()) new QApplication(argc, argv);
+        ASSERT_TRUE(lvWriteFiles(config.path(), {{"screens.json", kScreens}}));
+        qputenv("QT_QPA_PLATFORM", "offscreen:configfile=" + QFile::encodeName(config.filePath("screens.json")));
+        lvEnsureApplication<QApplication>();
     }
 
     void SetUp() override
     {
+        LVWindowTest::SetUp();
         ASSERT_EQ(QGuiApplication::screens().size(), 2);
-        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
-        lvStartMainWindow(*defaults, dir.filePath(QStringLiteral("none")), app, window);
+        start(dir.filePath(QStringLiteral("none")));
     }
 
     void TearDown() override
     {
-        window.reset();
-        app.reset();
+        LVWindowTest::TearDown();
         // Windows closed from their own key handler go once the loop runs.
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
@@ -65,14 +49,9 @@ protected:
             if (screen->name() == name) return screen;
         return nullptr;
     }
-
-    QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<Lumaveil> app;
-    std::unique_ptr<LVMainWindow> window;
 };
 
-TEST_F(LVFullScreenTest, ScreenMenuOffersNoneThenEveryScreenByName)
+TEST_F(LVFullScreenTest, TheScreenMenuNamesEveryScreenAndEachChoiceMakesANewOutput)
 {
     emit window->screenMenu()->aboutToShow();
     QStringList titles;
@@ -83,20 +62,13 @@ TEST_F(LVFullScreenTest, ScreenMenuOffersNoneThenEveryScreenByName)
     }
     EXPECT_EQ(titles, (QStringList{QStringLiteral("None"), QStringLiteral("Left"), QStringLiteral("Right")}));
     EXPECT_EQ(tags, (QList<int>{-1, 0, 1}));
-    // The menu's entries act as doSelectScreen does.
     window->screenMenu()->actions().at(2)->trigger();
     ASSERT_TRUE(output());
     EXPECT_EQ(output()->window()->screen()->name(), QStringLiteral("Right"));
-}
 
-TEST_F(LVFullScreenTest, EachChoiceReleasesTheOldOutputAndMakesANewOne)
-{
-    struct Step {
-        int index;
-        const char* screen; // null: no full-screen output afterwards
-    };
+    struct Step { int index; const char* screen; }; // no screen: no full-screen output afterwards
     const Step steps[] = {{1, "Right"}, {1, "Right"}, {0, "Left"}, {-1, nullptr}, {-1, nullptr}, {0, "Left"}};
-    QPointer<LVFullScreenWindow> previous;
+    QPointer<LVFullScreenWindow> previous = output()->window();
     for (const Step& step : steps) {
         window->doSelectScreen(step.index);
         EXPECT_TRUE(previous.isNull()) << "the old window is gone, even for the same screen";
@@ -149,10 +121,7 @@ TEST_F(LVFullScreenTest, AFourByThreeFrameIsPillarBoxedOnASixteenByNineScreen)
     const QImage screen = shown->screen()->grabWindow(shown->winId()).toImage();
     ASSERT_EQ(screen.size(), QSize(1280, 720));
     // 320x240 fitted into 1280x720: 960x720 from x = 160.
-    struct Probe {
-        int x, y;
-        QColor expected;
-    };
+    struct Probe { int x, y; QColor expected; };
     const Probe probes[] = {
         {0, 360, Qt::black}, {159, 360, Qt::black}, {160, 360, Qt::red},    {640, 0, Qt::red},
         {640, 719, Qt::red}, {1119, 360, Qt::red},  {1120, 360, Qt::black}, {1279, 719, Qt::black},

@@ -1,34 +1,23 @@
 // The main window under the offscreen platform: preview, chooser, chain editing, settings,
 // menus and the readout, all driving a real controller.
-#include "core/LVDefaults.h"
-#include "core/LVVideoSizes.h"
-#include "core/Lumaveil.h"
 #include "core/util/KDDelayedDispatcher.h"
 #include "gui/main/LVChainModel.h"
-#include "gui/main/LVMainWindow.h"
 #include "gui/main/LVPreviewWidget.h"
 #include "gui/main/LVSettingsPanel.h"
 #include "gui/setups/LVSavedSetupsWindow.h"
 #include "setups/model/LVSetupManager.h"
 #include "tests/app/LVTestKinds.h"
-#include "tests/gui/main/LVWindowTestSupport.h"
+#include "tests/gui/LVGuiTestSupport.h"
 
-#include <gtest/gtest.h>
-
-#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QLabel>
 #include <QListView>
 #include <QMenu>
-#include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
-#include <QSignalSpy>
 #include <QTabWidget>
-#include <QTemporaryDir>
-#include <QTest>
 #include <QUrl>
 
 namespace {
@@ -247,34 +236,22 @@ TEST_F(LVMainWindowTest, PictureInPicturePagesChooseSwapAndEditTheInsetSource)
     }
 }
 
-TEST_F(LVMainWindowTest, MenusAndReadout)
+TEST_F(LVMainWindowTest, MenusOfferARestartForANewSizeStoreTheRateAndShowAbout)
 {
-    QStringList sizes;
-    for (QAction* action : window->videoSizeMenu()->actions()) {
-        if (action->isCheckable()) sizes.append(action->text());
-    }
-    EXPECT_EQ(sizes.size(), int(LVVideoSizeMenu().size()));
-    EXPECT_EQ(sizes.last(), QStringLiteral("Custom"));
     window->videoSizeMenu()->actions().at(4)->trigger();
-    EXPECT_EQ(defaults->stringForKey(QStringLiteral("videoSize")), QStringLiteral("{1280, 720}"));
-    EXPECT_EQ(window->findChild<QMessageBox*>(QStringLiteral("restartForSize")), nullptr) << "no way to restart";
+    EXPECT_EQ(defaults->stringForKey("videoSize"), "{1280, 720}");
+    EXPECT_EQ(window->findChild<QMessageBox*>("restartForSize"), nullptr) << "no way to restart";
 
     // With a way to restart, a new size offers it: "No" first, only "Yes" restarts.
     int restarts = 0;
     window->setRestartHandler([&] { ++restarts; });
     for (const char* answer : {"No", "Yes"}) {
         window->videoSizeMenu()->actions().at(2)->trigger();
-        auto* offer = window->findChild<QMessageBox*>(QStringLiteral("restartForSize"));
+        auto* offer = window->findChild<QMessageBox*>("restartForSize");
         ASSERT_TRUE(offer) << answer;
-        EXPECT_TRUE(offer->text().contains(QStringLiteral("640x480"))) << offer->text().toStdString();
+        EXPECT_TRUE(offer->text().contains("640x480")) << offer->text().toStdString();
         ASSERT_EQ(offer->buttons().size(), 2);
-        QAbstractButton* button = nullptr;
-        for (QAbstractButton* candidate : offer->buttons()) {
-            if (candidate->text() == QString::fromLatin1(answer)) button = candidate;
-        }
-        ASSERT_TRUE(button) << answer;
-        button->click();
-        QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        ASSERT_TRUE(lvAnswer(offer, answer));
     }
     EXPECT_EQ(restarts, 1);
 
@@ -282,18 +259,14 @@ TEST_F(LVMainWindowTest, MenusAndReadout)
         if (action->data().toInt() == 30) action->trigger();
     }
     EXPECT_EQ(app->frameRate(), 30);
-    EXPECT_EQ(defaults->integerForKey(QStringLiteral("frameRate")), 30);
-
+    EXPECT_EQ(defaults->integerForKey("frameRate"), 30);
     emit app->fpsChanged(29.96);
-    EXPECT_EQ(window->fpsLabel()->text(), QStringLiteral("30.0 fps"));
+    EXPECT_EQ(window->fpsLabel()->text(), "30.0 fps");
 
-    auto* quit = window->findChild<QAction*>(QStringLiteral("quit"));
-    ASSERT_TRUE(quit);
-    EXPECT_EQ(quit->shortcut(), QKeySequence(QKeySequence::Quit));
-    window->findChild<QAction*>(QStringLiteral("about"))->trigger();
-    auto* about = window->findChild<QMessageBox*>(QStringLiteral("aboutBox"));
+    window->findChild<QAction*>("about")->trigger();
+    auto* about = window->findChild<QMessageBox*>("aboutBox");
     ASSERT_TRUE(about);
-    EXPECT_TRUE(about->text().startsWith(QStringLiteral("Lumaveil "))) << about->text().toStdString();
+    EXPECT_TRUE(about->text().startsWith("Lumaveil ")) << about->text().toStdString();
     about->close();
 }
 
@@ -306,21 +279,16 @@ TEST_F(LVMainWindowTest, BetaNoticeAppearsOnceWithItsText)
     // On Linux the first thing to set up is the camera device.
     for (const char* says : {"v4l2loopback-dkms", "sudo modprobe v4l2loopback exclusive_caps=1 card_label=Lumaveil"})
         EXPECT_TRUE(box->text().contains(QLatin1String(says))) << says;
-    ASSERT_EQ(box->buttons().size(), 1);
-    EXPECT_EQ(box->buttons().front()->text(), QStringLiteral("OK, got it"));
-    EXPECT_TRUE(defaults->boolForKey(QStringLiteral("betaNag")));
-    box->close();
-    QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(lvButtonTexts(*box), QStringList{"OK, got it"});
+    EXPECT_TRUE(defaults->boolForKey("betaNag"));
+    ASSERT_TRUE(lvAnswer(box, "OK, got it"));
     window->showBetaNagIfNeeded();
     EXPECT_EQ(window->findChild<QMessageBox*>(QStringLiteral("betaNag")), nullptr);
 }
 
 TEST_F(LVMainWindowTest, ASlowEffectIsOfferedForDisablingWithoutStoppingAnything)
 {
-    const struct {
-        const char* button;
-        bool enabledAfter;
-    } cases[] = {{"Keep", true}, {"Disable", false}};
+    const struct { const char* button; bool enabledAfter; } cases[] = {{"Keep", true}, {"Disable", false}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.button);
         app->clearEffects(true);
@@ -333,12 +301,7 @@ TEST_F(LVMainWindowTest, ASlowEffectIsOfferedForDisablingWithoutStoppingAnything
         EXPECT_NE(box->windowModality(), Qt::ApplicationModal) << "the window goes on";
         EXPECT_TRUE(box->text().contains(QStringLiteral("\u201cHeavy\u201d takes 500 ms a frame")))
             << box->text().toStdString();
-        QAbstractButton* chosen = nullptr;
-        for (QAbstractButton* button : box->buttons())
-            if (button->text() == QLatin1String(c.button)) chosen = button;
-        ASSERT_TRUE(chosen);
-        chosen->click();
-        QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        ASSERT_TRUE(lvAnswer(box, c.button));
         EXPECT_EQ(slow->isEnabled(), c.enabledAfter);
         EXPECT_EQ(window->findChild<QMessageBox*>(QStringLiteral("slowEffect")), nullptr);
     }
@@ -406,10 +369,7 @@ TEST_F(LVMainWindowTest, KeysReachTheControllerOnceExceptWhileTyping)
 
 TEST(LVColorTextTest, ShowsRGBAndTheOpacityOnlyWhenItIsUsed)
 {
-    const struct {
-        QColor color;
-        const char* text;
-    } cases[] = {
+    const struct { QColor color; const char* text; } cases[] = {
         {QColor(0, 255, 0), "#00FF00"},
         {QColor(255, 0, 128, 128), "#FF0080, 50% opaque"},
         {QColor(0, 0, 0, 0), "#000000, 0% opaque"},

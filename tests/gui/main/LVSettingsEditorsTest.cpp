@@ -1,21 +1,17 @@
-// Editors made from a composition's inputs, the chain's close buttons and the window's
-// start-up restores, under the offscreen platform with a real controller.
-#include "core/LVDefaults.h"
-#include "core/Lumaveil.h"
+// Editors made from a composition's inputs, the chain's close buttons, the window's start-up
+// restores and strokes drawn on the preview, under the offscreen platform with a real controller.
+#include "control/usermenu/LVUserMenuActions.h"
 #include "core/util/KDDelayedDispatcher.h"
 #include "effects/registration/LVEffectKinds.h"
+#include "effects/telestrator/Telestrator.h"
 #include "gui/main/LVChainModel.h"
 #include "gui/main/LVChainRowDelegate.h"
-#include "gui/main/LVMainWindow.h"
 #include "gui/main/LVPreviewWidget.h"
 #include "gui/main/LVSettingsPanel.h"
 #include "gui/widgets/LVFontPicker.h"
 #include "gui/widgets/LVXYPad.h"
-#include "tests/gui/main/LVWindowTestSupport.h"
+#include "tests/gui/LVGuiTestSupport.h"
 
-#include <gtest/gtest.h>
-
-#include <QApplication>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QFile>
@@ -26,8 +22,8 @@
 #include <QLabel>
 #include <QListView>
 #include <QPushButton>
-#include <QTemporaryDir>
-#include <QTest>
+
+#include <cmath>
 
 namespace {
 
@@ -96,6 +92,17 @@ protected:
         return label ? label->text() : QString();
     }
 };
+
+// A 320x240 frame shown on the preview, so it has a picture to draw on.
+LVFramePixelsRef frame()
+{
+    auto pixels = std::make_shared<LVFramePixels>();
+    pixels->width = 320;
+    pixels->height = 240;
+    pixels->stride = 320 * 4;
+    pixels->bytes.assign(size_t(pixels->stride) * 240, 0x80);
+    return pixels;
+}
 
 } // namespace
 
@@ -201,18 +208,29 @@ TEST_F(LVSettingsEditorsTest, FontPickerListsInstalledFamiliesAndKeepsAMissingOn
     EXPECT_EQ(picker->count(), installed.size()) << "the missing family's row goes once another is shown";
 }
 
-TEST_F(LVSettingsEditorsTest, BundledOverlaysShowAPadAFontPickerAndTheirNotes)
+TEST_F(LVSettingsEditorsTest, OverlaysShowAPadAFontPickerAndTheirNotes)
 {
     start();
     const struct {
         const char* effect;
-        bool font;
-    } cases[] = {{"Clock", false}, {"Lower Third", true}};
+        bool pad, font;
+        int notes;
+        const char* note; // how the panel's own note starts
+    } cases[] = {
+        {"Clock", true, false, 2, nullptr},
+        {"Lower Third", true, true, 2, nullptr},
+        {"News Ticker", false, true, 0, "No feed address"},
+    };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.effect);
         select(QLatin1String(c.effect));
-        EXPECT_TRUE(qobject_cast<LVXYPad*>(panel()->editorFor(QStringLiteral("Position")))) << c.effect;
-        EXPECT_EQ(panel()->findChildren<LVFontPicker*>().size(), c.font ? 1 : 0) << c.effect;
-        EXPECT_EQ(panel()->findChildren<QLabel*>(QStringLiteral("inspectorNote")).size(), 2) << c.effect;
+        EXPECT_EQ(qobject_cast<LVXYPad*>(panel()->editorFor("Position")) != nullptr, c.pad);
+        EXPECT_EQ(panel()->findChildren<LVFontPicker*>().size(), c.font ? 1 : 0);
+        EXPECT_EQ(panel()->findChildren<QLabel*>("inspectorNote").size(), c.notes);
+        if (!c.note) continue;
+        auto* note = panel()->findChild<QLabel*>("settingsNote");
+        ASSERT_TRUE(note);
+        EXPECT_TRUE(note->text().startsWith(QLatin1String(c.note))) << note->text().toStdString();
     }
 }
 
@@ -316,11 +334,7 @@ TEST_F(LVSettingsEditorsTest, ImagesTravelWithTheSetupAndOldPathsStillLoad)
         app->renderFrame();
         return window->preview()->picture().pixel(160, 120);
     }();
-    const struct {
-        const char* what;
-        QByteArray data;
-        QRgb centre;
-    } cases[] = {
+    const struct { const char* what; QByteArray data; QRgb centre; } cases[] = {
         {"the archived picture, its file deleted", archived, qRgb(255, 0, 0)},
         {"an old archive holding a path", QJsonDocument(oldStyle).toJson(), qRgb(0, 0, 255)},
     };
@@ -342,10 +356,7 @@ TEST(LVXYPadTest, MapsPositionsToValuesWithYUp)
 {
     LVXYPad pad(QPointF(-1, -2), QPointF(1, 2));
     pad.resize(112, 112); // a 100-pixel square inside the margins
-    const struct {
-        QPointF position;
-        QPointF value;
-    } cases[] = {
+    const struct { QPointF position; QPointF value; } cases[] = {
         {{6, 106}, {-1, -2}}, {{106, 6}, {1, 2}}, {{56, 56}, {0, 0}}, {{-50, 500}, {-1, -2}}, {{81, 31}, {0.5, 1}},
     };
     for (const auto& c : cases) {
@@ -364,11 +375,7 @@ TEST(LVArchivedImageTest, DamagedArchivesLeaveTheImageEmpty)
     qputenv("XDG_DATA_HOME", QFile::encodeName(data.path()));
     const LVParameter image = LVImageParameter(QStringLiteral("Image"), QStringLiteral("Image"));
     const QString png = QString::fromLatin1(QByteArray("\x89PNG").toBase64());
-    const struct {
-        const char* what;
-        QJsonValue archived;
-        bool loads;
-    } cases[] = {
+    const struct { const char* what; QJsonValue archived; bool loads; } cases[] = {
         {"whole", QJsonObject{{"format", "png"}, {"data", png}}, true},
         {"not base64", QJsonObject{{"format", "png"}, {"data", "*!*"}}, false},
         {"no data", QJsonObject{{"format", "png"}}, false},
@@ -383,4 +390,88 @@ TEST(LVArchivedImageTest, DamagedArchivesLeaveTheImageEmpty)
         }
     }
     EXPECT_EQ(QDir(LVArchivedImageFolder()).entryList(QDir::Files).size(), 1) << "nothing written for a damaged one";
+}
+
+TEST(LVPreviewWidgetTest, WidgetPositionsBecomeFramePoints)
+{
+    struct Case {
+        const char* what;
+        QPointF position;
+        QSizeF widget;
+        bool mirrored, clamped;
+        std::optional<QPointF> expected;
+    };
+    const QSizeF picture(320, 240);
+    for (const Case& c : {
+             Case{"fills the widget", {100, 75}, {400, 300}, false, false, QPointF(0.25, 0.25)},
+             Case{"bars left and right", {300, 150}, {800, 300}, false, false, QPointF(0.25, 0.5)},
+             Case{"bars above and below", {200, 200}, {400, 400}, false, false, QPointF(0.5, 0.5)},
+             Case{"on a side bar", {100, 150}, {800, 300}, false, false, std::nullopt},
+             Case{"on a side bar, clamped", {100, 150}, {800, 300}, false, true, QPointF(0, 0.5)},
+             Case{"mirrored", {100, 75}, {400, 300}, true, false, QPointF(0.75, 0.25)},
+             Case{"an empty widget", {0, 0}, {0, 0}, false, true, std::nullopt},
+         }) {
+        const auto got = LVPreviewWidget::framePointAt(c.position, picture, c.widget, c.mirrored, c.clamped);
+        ASSERT_EQ(got.has_value(), c.expected.has_value()) << c.what;
+        if (!got) continue;
+        EXPECT_NEAR(got->x(), c.expected->x(), 1e-9) << c.what;
+        EXPECT_NEAR(got->y(), c.expected->y(), 1e-9) << c.what;
+    }
+}
+
+TEST_F(LVSettingsEditorsTest, AStrokeLandsWhereDrawnAtAnyPreviewSize)
+{
+    start();
+    ASSERT_TRUE(app->addNamedEffect(QStringLiteral("Telestrator")));
+    auto* telestrator = dynamic_cast<Telestrator*>(app->liveEffects().back().get());
+    ASSERT_TRUE(telestrator);
+    auto* preview = window->findChild<LVPreviewWidget*>(QStringLiteral("preview"));
+    ASSERT_TRUE(preview);
+    preview->showPicture(frame(), false);
+
+    // The same picture points, drawn on a preview of two sizes (the second letterboxed).
+    const std::vector<QPointF> drawn = {{0.25, 0.5}, {0.5, 0.25}, {0.75, 0.75}};
+    struct Size {
+        QSize widget;
+        QRectF picture;  // where the picture shows inside the widget
+    };
+    for (const Size& s : {Size{{400, 300}, {0, 0, 400, 300}}, Size{{600, 200}, {167, 0, 266, 200}}}) {
+        preview->setFixedSize(s.widget);
+        QApplication::processEvents();
+        ASSERT_EQ(preview->size(), s.widget);
+        const auto at = [&](QPointF p) {
+            return QPoint(int(std::lround(s.picture.x() + p.x() * s.picture.width())),
+                          int(std::lround(s.picture.y() + p.y() * s.picture.height())));
+        };
+        QTest::mousePress(preview, Qt::LeftButton, {}, at(drawn[0]));
+        QTest::mouseMove(preview, at(drawn[1]));
+        QTest::mouseRelease(preview, Qt::LeftButton, {}, at(drawn[2]));
+
+        const auto& strokes = telestrator->strokes().strokes();
+        ASSERT_FALSE(strokes.empty());
+        const LVStroke& stroke = strokes.back();
+        EXPECT_FALSE(telestrator->strokes().isDrawing());
+        ASSERT_EQ(stroke.points.size(), drawn.size()) << s.widget.width();
+        for (size_t i = 0; i < drawn.size(); ++i) {
+            // Within one widget pixel of where it was meant.
+            EXPECT_NEAR(stroke.points[i].x(), drawn[i].x(), 1.0 / s.picture.width()) << s.widget.width();
+            EXPECT_NEAR(stroke.points[i].y(), drawn[i].y(), 1.0 / s.picture.height()) << s.widget.width();
+        }
+    }
+    EXPECT_EQ(telestrator->strokes().strokes().size(), 2u);
+
+    // A press outside the picture draws nothing; nor does one with no telestrator enabled.
+    QTest::mouseClick(preview, Qt::LeftButton, {}, QPoint(20, 100));
+    EXPECT_EQ(telestrator->strokes().strokes().size(), 2u);
+    telestrator->setEnabled(false);
+    QTest::mouseClick(preview, Qt::LeftButton, {}, QPoint(300, 100));
+    EXPECT_EQ(telestrator->strokes().strokes().size(), 2u);
+    telestrator->setEnabled(true);
+
+    // The user menu's action, as it comes back from the preferences.
+    const auto action = LVUserMenuAction::decode(LVClearTelestratorMenuAction().encode());
+    ASSERT_TRUE(action);
+    EXPECT_EQ(action->summary(), QStringLiteral("Clear Telestrator"));
+    action->invoke(LVUserMenuTargets{app.get(), nullptr});
+    EXPECT_TRUE(telestrator->strokes().isEmpty());
 }

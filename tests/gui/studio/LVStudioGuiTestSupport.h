@@ -3,6 +3,7 @@
 // Effects; drags and drops are real Qt drag events sent to the widgets.
 #include "gui/studio/LVIconView.h"
 #include "gui/studio/LVStudioButtonView.h"
+#include "tests/gui/LVGuiTestSupport.h"
 #include "tests/studio/LVStudioTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -77,11 +78,7 @@ inline std::unique_ptr<QMimeData> buttonMime(const LVStudioButton& button)
 }
 
 // What a drag over a widget ended with.
-struct LVDragResult {
-    bool entered = false;
-    bool accepted = false;
-    Qt::DropAction action = Qt::IgnoreAction;
-};
+struct LVDragResult { bool entered = false; bool accepted = false; Qt::DropAction action = Qt::IgnoreAction; };
 
 // Enters the widget, then moves to point (the drag manager sends the move to whoever took
 // the enter); with drop, drops there.

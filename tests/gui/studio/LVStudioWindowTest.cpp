@@ -12,7 +12,6 @@
 #include <QDesktopServices>
 #include <QDoubleSpinBox>
 #include <QListWidget>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QSplitter>
 #include <QTest>
@@ -21,10 +20,7 @@ namespace {
 
 TEST(LVStudioFrameTest, FramesReadBackAsWrittenAndAnythingElseIsZero)
 {
-    struct Case {
-        const char* text;
-        QRect frame;
-    };
+    struct Case { const char* text; QRect frame; };
     for (const Case& c : {
              Case{"{{10, 20}, {300, 400}}", QRect(10, 20, 300, 400)},
              Case{"{{-1280, 0}, {800, 600}}", QRect(-1280, 0, 800, 600)},
@@ -90,13 +86,9 @@ TEST_F(LVStudioWindowTest, FrameAndSwapModeAreStoredAndRestored)
 
 TEST_F(LVStudioWindowTest, TheFirstRunOfferIsMadeOnceAndYesOpensTheTutorial)
 {
-    defaults->removeValueForKey(QStringLiteral("seenStudio"));
     LVUrlCatcher catcher;
     QDesktopServices::setUrlHandler(QStringLiteral("file"), &catcher, "open");
-    struct Round {
-        const char* answer;
-        int opened;
-    };
+    struct Round { const char* answer; int opened; };
     for (const Round& round : {Round{"Yes", 1}, Round{"No", 0}}) {
         defaults->removeValueForKey(QStringLiteral("seenStudio"));
         catcher.opened.clear();
@@ -107,13 +99,8 @@ TEST_F(LVStudioWindowTest, TheFirstRunOfferIsMadeOnceAndYesOpensTheTutorial)
         ASSERT_TRUE(box);
         EXPECT_EQ(box->text(), QString::fromLatin1(LVStudio::firstRunOfferText));
         EXPECT_TRUE(box->text().contains(QStringLiteral("now?  You can")));
-        const QList<QAbstractButton*> buttons = box->buttons();
-        ASSERT_EQ(buttons.size(), 2);
-        QAbstractButton* yes = buttons[0]->text() == QStringLiteral("Yes") ? buttons[0] : buttons[1];
-        QAbstractButton* no = yes == buttons[0] ? buttons[1] : buttons[0];
-        EXPECT_EQ(no->text(), QStringLiteral("No"));
-        EXPECT_LT(no->x(), yes->x()) << "No first";
-        (QString::fromLatin1(round.answer) == QStringLiteral("Yes") ? yes : no)->click();
+        EXPECT_EQ(lvButtonTexts(*box), (QStringList{"No", "Yes"}));
+        ASSERT_TRUE(lvAnswer(box, round.answer));
         ASSERT_EQ(catcher.opened.size(), round.opened) << round.answer;
         if (round.opened) {
             EXPECT_TRUE(catcher.opened.front().toLocalFile().endsWith(QStringLiteral("studio-tutorial.html")));
@@ -147,11 +134,7 @@ TEST_F(LVStudioWindowTest, CommandsActThroughTheStudio)
     const LVStudioButtonRef b = addSetup(QStringLiteral("B"), QColor(0, 102, 204));
     ASSERT_TRUE(a && b);
     const auto click = [&](const char* name) { window->findChild<QPushButton*>(QString::fromLatin1(name))->click(); };
-    struct Step {
-        const char* command;
-        std::function<void()> before;
-        uint32_t a, b;
-    };
+    struct Step { const char* command; std::function<void()> before; uint32_t a, b; };
     const Step steps[] = {
         {"cut", [&] { a->doNormalToggle(); }, LVButtonOnAir, LVButtonIdle},
         {"clear", [] {}, LVButtonLeaving, LVButtonIdle},
@@ -182,11 +165,7 @@ TEST_F(LVStudioWindowTest, MiniControlsFollowTheSourceOntoEachBus)
     const LVStudioButtonRef a = addSetup(QStringLiteral("A"), kGridRed);
     const LVStudioButtonRef caption = addSetup(QStringLiteral("Caption"), {}, 1);
     ASSERT_TRUE(a && caption);
-    struct Step {
-        const char* what;
-        std::function<void()> act;
-        bool inPreview, inProgram;
-    };
+    struct Step { const char* what; std::function<void()> act; bool inPreview, inProgram; };
     const Step steps[] = {
         {"into Preview", [&] { a->doNormalToggle(); }, true, false},
         {"an effect-only button changes nothing", [&] { caption->doNormalToggle(); }, true, false},
@@ -243,12 +222,7 @@ TEST_F(LVStudioWindowTest, QuickSourcesTakeMoviesOrImagesNeverBoth)
     const QString movie2 = writeMovieFile("two.mkv");
     const QString still = writeImage("still.png");
     const QString text = dir.filePath("notes.txt");
-    struct Case {
-        const char* what;
-        QStringList files;
-        bool taken;
-        int movies, images;
-    };
+    struct Case { const char* what; QStringList files; bool taken; int movies, images; };
     for (const Case& c : {
              Case{"two movies", {movie1, movie2}, true, 2, 0},
              Case{"one image", {still}, true, 0, 1},
@@ -257,17 +231,11 @@ TEST_F(LVStudioWindowTest, QuickSourcesTakeMoviesOrImagesNeverBoth)
              Case{"nothing usable", {text}, false, 0, 0},
          }) {
         LVQuickSourceView view;
-        int calls = 0, movies = -1, images = -1;
-        view.setAction([&](const QStringList& m, const QStringList& i) {
-            ++calls;
-            movies = int(m.size());
-            images = int(i.size());
-        });
+        std::vector<std::pair<qsizetype, qsizetype>> calls;
+        view.setAction([&](const QStringList& m, const QStringList& i) { calls.emplace_back(m.size(), i.size()); });
         EXPECT_EQ(view.takeFiles(c.files), c.taken) << c.what;
-        EXPECT_EQ(calls, c.taken ? 1 : 0) << c.what;
-        if (c.taken) {
-            EXPECT_EQ(std::make_pair(movies, images), std::make_pair(c.movies, c.images)) << c.what;
-        }
+        const decltype(calls) expected = c.taken ? decltype(calls){{c.movies, c.images}} : decltype(calls){};
+        EXPECT_EQ(calls, expected) << c.what;
     }
     EXPECT_FALSE(window->quickSourceView()->pixmap().isNull()) << "Quick source.png";
 

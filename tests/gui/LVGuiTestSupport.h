@@ -1,4 +1,5 @@
-// The controller and main window as the application builds them, without the render timer.
+// The controller and main window as the application builds them (without the render timer),
+// and answering the message boxes the windows open.
 #pragma once
 
 #include "core/LVDefaults.h"
@@ -8,10 +9,13 @@
 
 #include <gtest/gtest.h>
 
+#include <QAbstractButton>
 #include <QApplication>
+#include <QMessageBox>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <memory>
 
 inline void lvStartMainWindow(LVDefaults& defaults, const QString& bundledEffects, std::unique_ptr<Lumaveil>& app,
@@ -26,6 +30,30 @@ inline void lvStartMainWindow(LVDefaults& defaults, const QString& bundledEffect
     window = std::make_unique<LVMainWindow>(*app);
     window->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+}
+
+// A box's button texts as laid out, left to right.
+inline QStringList lvButtonTexts(const QMessageBox& box)
+{
+    QList<QAbstractButton*> buttons = box.buttons();
+    std::sort(buttons.begin(), buttons.end(), [&box](QAbstractButton* a, QAbstractButton* b) {
+        return a->mapTo(&box, QPoint()).x() < b->mapTo(&box, QPoint()).x();
+    });
+    QStringList texts;
+    for (QAbstractButton* button : buttons) texts.append(button->text());
+    return texts;
+}
+
+// Clicks the box's button of that text and lets the box go; false when it has none.
+inline bool lvAnswer(QMessageBox* box, const QString& text)
+{
+    for (QAbstractButton* button : box->buttons()) {
+        if (button->text() != text) continue;
+        button->click();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        return true;
+    }
+    return false;
 }
 
 // A private folder with its preferences file; start() makes the controller and the window.
