@@ -52,66 +52,54 @@ protected:
     QTemporaryDir dir_;
 };
 
-TEST_F(Registry, VersionFolderWinsAndNewerOrForeignFoldersAreSkipped)
+TEST_F(Registry, FoldersAreSearchedInOrderAndSystemCompositionsFiltered)
 {
-    writeComposition(dir_.filePath("user/Blur.fs"));
-    writeComposition(dir_.filePath("user/10.6/Blur.fs"));
-    writeComposition(dir_.filePath("user/10.9/Future.fs"));
-    writeComposition(dir_.filePath("user/Extras/Extra.fs"));
-    writeComposition(dir_.filePath("user/10.10/Lexical.fs"));  // 1010 > 1008: not loaded
-    LVEffectRegistry registry(folders());
-    registry.findEffects();
-    EXPECT_EQ(names(registry.allEffects()), QStringList{"Blur"});
-    EXPECT_EQ(registry.effectPathFromFilename("Blur.fs"), dir_.filePath("user/10.6/Blur.fs"));
-    EXPECT_EQ(registry.allEffects()[0]->origin(), LVEffectOrigin::UserFolder);
-}
-
-TEST_F(Registry, VersionFoldersLoadInDescendingLexicalOrder)
-{
-    // On a 10.10 system both load; "10.9" sorts above "10.10" as a string, so it loads first.
-    writeComposition(dir_.filePath("user/10.9/Shared.fs"));
-    writeComposition(dir_.filePath("user/10.10/Shared.fs"));
-    LVEffectRegistry registry(folders(1010));
-    registry.findEffects();
-    EXPECT_EQ(registry.effectPathFromFilename("Shared.fs"), dir_.filePath("user/10.9/Shared.fs"));
-}
-
-TEST_F(Registry, BundledFolderWinsOverUserFolderAndMissingFoldersAreFine)
-{
-    writeComposition(dir_.filePath("bundled/Tint.fs"));
-    writeComposition(dir_.filePath("user/Tint.fs"));
-    LVEffectRegistry registry(folders());
-    registry.findEffects();  // "system" does not exist
-    ASSERT_EQ(registry.allEffects().size(), 1u);
-    EXPECT_EQ(registry.allEffects()[0]->origin(), LVEffectOrigin::BundledFolder);
-}
-
-TEST_F(Registry, SystemCompositionsAreFilteredByTheirAttributes)
-{
-    writeComposition(dir_.filePath("system/Plain.fs"));
-    writeComposition(dir_.filePath("system/Filter.fs"), R"({"protocols":["ImageFilter","Other"]})");
-    writeComposition(dir_.filePath("system/OtherProtocol.fs"), R"({"protocols":["Generator"]})");
-    writeComposition(dir_.filePath("system/Backdrop.fs"), R"({"isBackdrop":true})");
-    writeComposition(dir_.filePath("system/Face.fs"), R"({"isFaceTrackingEffect":true})");
-    writeComposition(dir_.filePath("system/Broken.fs"), R"({"INPUTS": [)");
-    // Plug-in folders are not filtered.
-    writeComposition(dir_.filePath("user/Generator.fs"), R"({"protocols":["Generator"]})");
-    LVEffectRegistry registry(folders());
-    registry.findEffects();
-    EXPECT_EQ(names(registry.allEffects()), (QStringList{"Broken", "Filter", "Generator", "Plain"}));
-}
-
-TEST_F(Registry, TransitionsAreListedApart)
-{
-    writeComposition(dir_.filePath("user/Dissolve.fs"),
-                     R"({"INPUTS":[{"NAME":"targetImage","TYPE":"image"},{"NAME":"transitionTime","TYPE":"float"}]})");
-    writeComposition(dir_.filePath("user/Wipe.fs"),
-                     R"({"INPUTS":[{"NAME":"startImage","TYPE":"image"},{"NAME":"endImage","TYPE":"image"},{"NAME":"progress","TYPE":"float"}]})");
-    writeComposition(dir_.filePath("user/Half.fs"), R"({"INPUTS":[{"NAME":"targetImage","TYPE":"image"}]})");
-    LVEffectRegistry registry(folders());
-    registry.findEffects();
-    EXPECT_EQ(names(registry.transitions()), (QStringList{"Dissolve", "Wipe"}));
-    EXPECT_EQ(names(registry.allEffects()), QStringList{"Half"});
+    const QByteArray plain = R"({"INPUTS":[]})";
+    struct Case {
+        const char* what;
+        std::vector<std::pair<const char*, QByteArray>> files;
+        int32_t version;
+        QStringList effects, transitions;
+        const char* fileName; // and the path that serves it
+        const char* servedFrom;
+    };
+    const Case cases[] = {
+        {"the version folder wins; newer and foreign folders are skipped (10.10 > 10.8)",
+         {{"user/Blur.fs", plain}, {"user/10.6/Blur.fs", plain}, {"user/10.9/Future.fs", plain},
+          {"user/Extras/Extra.fs", plain}, {"user/10.10/Lexical.fs", plain}},
+         1008, {"Blur"}, {}, "Blur.fs", "user/10.6/Blur.fs"},
+        // "10.9" sorts above "10.10" as a string, so it loads first.
+        {"version folders load in descending lexical order",
+         {{"user/10.9/Shared.fs", plain}, {"user/10.10/Shared.fs", plain}}, 1010, {"Shared"}, {}, "Shared.fs",
+         "user/10.9/Shared.fs"},
+        {"bundled wins over user; a missing system folder is fine",
+         {{"bundled/Tint.fs", plain}, {"user/Tint.fs", plain}}, 1008, {"Tint"}, {}, "Tint.fs", "bundled/Tint.fs"},
+        {"system compositions are filtered by their attributes, plug-in folders are not",
+         {{"system/Plain.fs", plain},
+          {"system/Filter.fs", R"({"protocols":["ImageFilter","Other"]})"},
+          {"system/OtherProtocol.fs", R"({"protocols":["Generator"]})"},
+          {"system/Backdrop.fs", R"({"isBackdrop":true})"},
+          {"system/Face.fs", R"({"isFaceTrackingEffect":true})"},
+          {"system/Broken.fs", R"({"INPUTS": [)"},
+          {"user/Generator.fs", R"({"protocols":["Generator"]})"}},
+         1008, {"Broken", "Filter", "Generator", "Plain"}, {}, "Plain.fs", "system/Plain.fs"},
+        {"transitions are listed apart",
+         {{"user/Dissolve.fs", R"({"INPUTS":[{"NAME":"targetImage","TYPE":"image"},{"NAME":"transitionTime","TYPE":"float"}]})"},
+          {"user/Wipe.fs",
+           R"({"INPUTS":[{"NAME":"startImage","TYPE":"image"},{"NAME":"endImage","TYPE":"image"},{"NAME":"progress","TYPE":"float"}]})"},
+          {"user/Half.fs", R"({"INPUTS":[{"NAME":"targetImage","TYPE":"image"}]})"}},
+         1008, {"Half"}, {"Dissolve", "Wipe"}, "Wipe.fs", "user/Wipe.fs"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        QTemporaryDir dir;
+        for (const auto& [file, header] : c.files) writeComposition(dir.filePath(file), header);
+        LVEffectRegistry registry({dir.filePath("bundled"), dir.filePath("user"), dir.filePath("system"), c.version});
+        registry.findEffects();
+        EXPECT_EQ(names(registry.allEffects()), c.effects);
+        EXPECT_EQ(names(registry.transitions()), c.transitions);
+        EXPECT_EQ(registry.effectPathFromFilename(c.fileName), dir.filePath(c.servedFrom));
+    }
 }
 
 TEST_F(Registry, HiddenFilesOtherTypesAndSymlinks)

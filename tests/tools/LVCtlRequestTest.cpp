@@ -40,6 +40,12 @@ TEST(LVCtlRequestTest, CommandLinesBecomeRequests)
         {{"pauseTimeline", "My Show"}, R"({"command":"pauseTimeline","name":"My Show"})", false},
         {{"userMenu"}, R"({"command":"userMenu"})", false},
         {{"invokeUserMenu", "3"}, R"({"command":"invokeUserMenu","index":3})", false},
+        {{"startRecord"}, R"({"command":"startRecord"})", false},
+        {{"startRecord", "/tmp/show.mkv"}, R"({"command":"startRecord","path":"/tmp/show.mkv"})", false},
+        {{"stopRecord"}, R"({"command":"stopRecord"})", false},
+        {{"startStream", "rtmp://127.0.0.1/live/k"}, R"({"command":"startStream","url":"rtmp://127.0.0.1/live/k"})", false},
+        {{"stopStream"}, R"({"command":"stopStream"})", false},
+        {{"get", "recordStatus"}, R"({"command":"get","property":"recordStatus"})", false},
     };
     for (const Case& c : cases) {
         QString error;
@@ -70,6 +76,9 @@ TEST(LVCtlRequestTest, WrongCommandLinesSayWhatIsWrong)
         {{"startTimeline"}, "startTimeline takes one name"},
         {{"userMenu", "x"}, "userMenu takes no arguments"},
         {{"invokeUserMenu", "-1"}, "invokeUserMenu takes an entry index (0, 1, ...), not \"-1\""},
+        {{"startRecord", "a.mp4", "b.mp4"}, "startRecord takes at most one file"},
+        {{"startStream", "rtmp://a/b/c", "x"}, "startStream takes at most one URL"},
+        {{"stopRecord", "now"}, "stopRecord takes no arguments"},
     };
     for (const Case& c : cases) {
         QString error;

@@ -123,12 +123,4 @@ TEST(LVFrameConverterTest, RowsLongerThanAFrameLineKeepTheirPadding)
     }
 }
 
-TEST(LVFrameConverterTest, FormatNames)
-{
-    EXPECT_EQ(LVVcamFormatFromName(QStringLiteral("nv12")), LVVcamFormat::NV12);
-    EXPECT_FALSE(LVVcamFormatFromName(QStringLiteral("YUYV")).has_value());
-    EXPECT_STREQ(LVVcamFfmpegPixelFormat(LVVcamFormat::YUYV), "yuyv422");
-    EXPECT_EQ(LVVcamFormatFromFourcc(LVVcamFourcc(LVVcamFormat::I420)), LVVcamFormat::I420);
-}
-
 } // namespace

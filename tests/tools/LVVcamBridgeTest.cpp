@@ -5,15 +5,12 @@
 
 #include <QGuiApplication>
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <vector>
 
 namespace {
@@ -53,6 +50,16 @@ void publishGrey(LVShmem& w, int width, int height, int rate, uint8_t level)
     });
 }
 
+// Options for a BGRA camera, whose frames the tests read pixel by pixel.
+LVVcamOptions bgraOptions(QSize size = {}, int rate = 0)
+{
+    LVVcamOptions o;
+    o.format = LVVcamFormat::BGRA;
+    o.size = size;
+    o.rate = rate;
+    return o;
+}
+
 // First byte of a BGRA output frame at (x, y): the blue level.
 uint8_t blueAt(const std::vector<uint8_t>& frame, int width, int x, int y)
 {
@@ -79,13 +86,8 @@ TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
     for (const Case& c : cases) {
         LVShmem reader(LVShmemRole::Reader);
         RecordingOutput out;
-        LVVcamOptions o;
-        o.format = LVVcamFormat::BGRA;
-        o.size = c.size;
-        o.rate = c.rate;
-        LVVcamBridge bridge(reader, out, o);
-        QString error;
-        ASSERT_TRUE(bridge.open(&error));
+        LVVcamBridge bridge(reader, out, bgraOptions(c.size, c.rate));
+        ASSERT_TRUE(bridge.open(nullptr));
         EXPECT_EQ(out.openedLayout.width, c.w);
         EXPECT_EQ(out.openedLayout.height, c.h);
         EXPECT_EQ(out.openedRate, c.wantRate);
@@ -115,11 +117,10 @@ TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
         }
         LVShmem reader(LVShmemRole::Reader);
         RecordingOutput out;
-        LVVcamOptions o;
+        LVVcamOptions o = bgraOptions();
         o.preferencesPath = path;
         LVVcamBridge bridge(reader, out, o);
-        QString error;
-        ASSERT_TRUE(bridge.open(&error));
+        ASSERT_TRUE(bridge.open(nullptr));
         EXPECT_EQ(out.openedLayout.width, c.w);
         EXPECT_EQ(out.openedLayout.height, c.h);
         EXPECT_EQ(out.openedRate, c.rate);
@@ -158,11 +159,8 @@ TEST_F(LVVcamBridgeTest, FollowsTheProducerWhereTheConsumerCanElseWritesWhatWasA
         LVShmem reader(LVShmemRole::Reader);
         std::unique_ptr<RecordingOutput> out =
             c.consumerFollows ? std::make_unique<FollowingOutput>() : std::make_unique<RecordingOutput>();
-        LVVcamOptions o;
-        o.format = LVVcamFormat::BGRA;
-        LVVcamBridge bridge(reader, *out, o);
-        QString error;
-        ASSERT_TRUE(bridge.open(&error));
+        LVVcamBridge bridge(reader, *out, bgraOptions());
+        ASSERT_TRUE(bridge.open(nullptr));
         ASSERT_EQ(out->openedRate, 15);
         const auto t0 = LVVcamBridge::Clock::now();
         ASSERT_TRUE(bridge.step(t0));
@@ -198,11 +196,8 @@ TEST_F(LVVcamBridgeTest, AProducerKilledWithoutAWordGivesTheCardAtOnce)
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
     LVShmem reader(LVShmemRole::Reader);
     RecordingOutput out;
-    LVVcamOptions o;
-    o.format = LVVcamFormat::BGRA;
-    LVVcamBridge bridge(reader, out, o);
-    QString error;
-    ASSERT_TRUE(bridge.open(&error));
+    LVVcamBridge bridge(reader, out, bgraOptions());
+    ASSERT_TRUE(bridge.open(nullptr));
     const auto t0 = LVVcamBridge::Clock::now();
     ASSERT_TRUE(bridge.step(t0));
     EXPECT_FALSE(bridge.showingNoSignal());
@@ -224,12 +219,10 @@ TEST_F(LVVcamBridgeTest, KeepsTheCameraAliveAcrossPausesRestartsAndSizeChanges)
 
     LVShmem reader(LVShmemRole::Reader);
     RecordingOutput out;
-    LVVcamOptions o;
-    o.format = LVVcamFormat::BGRA;
+    LVVcamOptions o = bgraOptions();
     o.noSignalAfter = 3.0;
     LVVcamBridge bridge(reader, out, o);
-    QString error;
-    ASSERT_TRUE(bridge.open(&error));
+    ASSERT_TRUE(bridge.open(nullptr));
     const auto t0 = LVVcamBridge::Clock::now();
     auto at = [&](int ms) { return t0 + milliseconds(ms); };
 
@@ -274,11 +267,10 @@ TEST_F(LVVcamBridgeTest, StopsAfterTheRequestedFrameCount)
 {
     LVShmem reader(LVShmemRole::Reader);
     RecordingOutput out;
-    LVVcamOptions o;
+    LVVcamOptions o = bgraOptions();
     o.frames = 2;
     LVVcamBridge bridge(reader, out, o);
-    QString error;
-    ASSERT_TRUE(bridge.open(&error));
+    ASSERT_TRUE(bridge.open(nullptr));
     const auto t0 = LVVcamBridge::Clock::now();
     EXPECT_TRUE(bridge.step(t0));
     EXPECT_TRUE(bridge.showingNoSignal()); // nothing published yet

@@ -11,11 +11,6 @@
 #include <QGuiApplication>
 #include <QProcess>
 
-#include <sys/mman.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -50,27 +45,32 @@ bool operator==(Rgb a, QRgb b)
     return a.r == qRed(b) && a.g == qGreen(b) && a.b == qBlue(b);
 }
 
-std::unique_ptr<LVContext> makeContext(QSize size)
-{
-    QString error;
-    auto ctx = LVContext::create(size, &error);
-    EXPECT_TRUE(ctx) << error.toStdString();
-    return ctx;
-}
+// A test pattern drawing into a GL context of its own.
+class TestPatternTest : public ::testing::Test {
+protected:
+    void start(QSize size)
+    {
+        QString error;
+        ctx = LVContext::create(size, &error);
+        ASSERT_TRUE(ctx) << error.toStdString();
+        source = TestPatternSource::classDescriptor().make();
+        source->initWithContext(ctx.get());
+    }
+    TestPatternSource& pattern() { return static_cast<TestPatternSource&>(*source); }
 
-TEST(TestPatternTest, BarsAreExactAndTheSquareMovesOneStepPerFrame)
+    std::unique_ptr<LVContext> ctx;
+    std::unique_ptr<LVEffect> source;
+};
+
+TEST_F(TestPatternTest, BarsAreExactAndTheSquareMovesOneStepPerFrame)
 {
     const int w = 70, h = 30; // bars 10 px wide, strip 10 px high, square 5 px
-    auto ctx = makeContext(QSize(w, h));
-    ASSERT_TRUE(ctx);
-    auto src = TestPatternSource::classDescriptor().make();
-    auto& pattern = static_cast<TestPatternSource&>(*src);
-    pattern.initWithContext(ctx.get());
-    pattern.setParameterValue(QStringLiteral("showCounter"), false);
+    ASSERT_NO_FATAL_FAILURE(start(QSize(w, h)));
+    pattern().setParameterValue(QStringLiteral("showCounter"), false);
 
     for (qint64 frame = 0; frame < 3; ++frame) {
         SCOPED_TRACE(frame);
-        const Frame f = render(*ctx, pattern);
+        const Frame f = render(*ctx, pattern());
         for (int i = 0; i < 7; ++i)
             for (int x = i * 10; x < i * 10 + 10; ++x)
                 for (int y = 10; y < h; ++y)
@@ -82,21 +82,18 @@ TEST(TestPatternTest, BarsAreExactAndTheSquareMovesOneStepPerFrame)
                 ASSERT_TRUE(f.atGL(x, y) == (inSquare ? qRgb(255, 255, 255) : qRgb(0, 0, 0))) << x << "," << y;
             }
     }
-    EXPECT_EQ(pattern.frameCount(), 3);
+    EXPECT_EQ(pattern().frameCount(), 3);
 
-    pattern.setParameterValue(QStringLiteral("moving"), false);
-    EXPECT_TRUE(render(*ctx, pattern).atGL(0, 7) == qRgb(255, 255, 255)); // held at the start
+    pattern().setParameterValue(QStringLiteral("moving"), false);
+    EXPECT_TRUE(render(*ctx, pattern()).atGL(0, 7) == qRgb(255, 255, 255)); // held at the start
 }
 
-TEST(TestPatternTest, CounterIsDrawnUnderTheSquare)
+TEST_F(TestPatternTest, CounterIsDrawnUnderTheSquare)
 {
-    auto ctx = makeContext(QSize(640, 360));
-    ASSERT_TRUE(ctx);
-    auto src = TestPatternSource::classDescriptor().make();
-    src->initWithContext(ctx.get());
+    ASSERT_NO_FATAL_FAILURE(start(QSize(640, 360)));
     for (bool show : {true, false}) {
-        src->setParameterValue(QStringLiteral("showCounter"), show);
-        const Frame f = render(*ctx, static_cast<TestPatternSource&>(*src));
+        pattern().setParameterValue(QStringLiteral("showCounter"), show);
+        const Frame f = render(*ctx, pattern());
         const QRect area = TestPatternSource::counterRect(640, 360);
         int lit = 0;
         for (int y = area.top(); y <= area.bottom(); ++y)
@@ -107,31 +104,23 @@ TEST(TestPatternTest, CounterIsDrawnUnderTheSquare)
         else
             EXPECT_EQ(lit, 0);
     }
-}
-
-TEST(TestPatternTest, CounterText)
-{
     EXPECT_EQ(TestPatternSource::counterText(0, 0), QStringLiteral("00:00:00.000  #000000"));
     EXPECT_EQ(TestPatternSource::counterText(123, 3723.4567), QStringLiteral("01:02:03.457  #000123"));
 }
 
 // 100 frames at 1280x720: render, publish, lumaveil-vcam --stdout, ffmpeg decode. Every
 // decoded frame shows the bars and the square further along than in the frame before.
-TEST(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
+TEST_F(TestPatternTest, HundredFramesThroughVcamIntoFfmpegKeepBarsAndOrder)
 {
     lvUnlinkFrameSegments();
     const int w = 1280, h = 720;
-    auto ctx = makeContext(QSize(w, h));
-    ASSERT_TRUE(ctx);
-    auto src = TestPatternSource::classDescriptor().make();
-    auto& pattern = static_cast<TestPatternSource&>(*src);
-    pattern.initWithContext(ctx.get());
+    ASSERT_NO_FATAL_FAILURE(start(QSize(w, h)));
     LVShmem producer(LVShmemRole::Producer);
     producer.setAppRunning();
     LVFrameReadBack readBack;
     auto publish = [&] {
         ctx->reset(false);
-        pattern.doit();
+        pattern().doit();
         LVShmemOutput::publish(producer, *readBack.read(*ctx), 30);
     };
     publish();

@@ -21,22 +21,28 @@ LVEncodeSettings fileSettings(const QString& path, const char* container, int wi
     return settings;
 }
 
+// A file encoder, started and running, that lets every frame wait rather than drop it.
+std::unique_ptr<LVEncoder> startUnpaced(const LVEncodeSettings& settings)
+{
+    LVEncoder::Options options;
+    options.queueFrames = 1000;
+    auto encoder = std::make_unique<LVEncoder>(settings, options);
+    QString error;
+    EXPECT_TRUE(encoder->start(&error)) << error.toStdString();
+    EXPECT_TRUE(lvWaitUntil([&] { return encoder->status().state == LVEncoderState::Running; }, 10));
+    return encoder;
+}
+
 TEST(Encoder, FiveSecondRecordingHasItsDurationFramesAndPrivateMode)
 {
     for (const char* container : {"mp4", "mkv"}) {
         QTemporaryDir dir;
         const QString path = dir.filePath(QStringLiteral("show.") + QString::fromUtf8(container));
-        LVEncoder::Options options;
-        // Unpaced: every frame must be taken, however fast they come.
-        options.queueFrames = 1000;
-        LVEncoder encoder(fileSettings(path, container), options);
-        QString error;
-        ASSERT_TRUE(encoder.start(&error)) << error.toStdString();
-        ASSERT_TRUE(lvWaitUntil([&] { return encoder.status().state == LVEncoderState::Running; }, 10)) << container;
-        for (int i = 0; i < 150; ++i) encoder.pushFrame(lvPatternFrame(320, 240, i), 1000.0 + i / 30.0);
-        encoder.stop();
-        ASSERT_TRUE(encoder.waitFinished(60)) << container;
-        const LVEncoderStatus status = encoder.status();
+        const auto encoder = startUnpaced(fileSettings(path, container));
+        for (int i = 0; i < 150; ++i) encoder->pushFrame(lvPatternFrame(320, 240, i), 1000.0 + i / 30.0);
+        encoder->stop();
+        ASSERT_TRUE(encoder->waitFinished(60)) << container;
+        const LVEncoderStatus status = encoder->status();
         EXPECT_EQ(status.state, LVEncoderState::Stopped) << status.problem.toStdString();
         EXPECT_EQ(status.framesSent, 150u) << container;
         EXPECT_EQ(status.framesDropped, 0u) << container;
@@ -114,20 +120,15 @@ TEST(Encoder, FrameClockGoingBackKeepsTimestampsRising)
 {
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("clock.mp4"));
-    LVEncoder::Options options;
-    options.queueFrames = 1000;
-    LVEncoder encoder(fileSettings(path, "mp4"), options);
-    QString error;
-    ASSERT_TRUE(encoder.start(&error)) << error.toStdString();
-    ASSERT_TRUE(lvWaitUntil([&] { return encoder.status().state == LVEncoderState::Running; }, 10));
+    const auto encoder = startUnpaced(fileSettings(path, "mp4"));
     // A wall-clock step back by an hour in the middle, then a repeated time, then two frames
     // a tenth of a millisecond apart.
     const double times[] = {5000.0, 5000.0 + 1 / 30.0, 1400.0, 1400.0, 1400.0 + 1 / 30.0, 1400.0 + 1 / 30.0 + 0.0001, 1400.0 + 2 / 30.0};
     int index = 0;
-    for (double time : times) encoder.pushFrame(lvPatternFrame(320, 240, index++), time);
-    encoder.stop();
-    ASSERT_TRUE(encoder.waitFinished(60));
-    EXPECT_EQ(encoder.status().framesSent, 7u);
+    for (double time : times) encoder->pushFrame(lvPatternFrame(320, 240, index++), time);
+    encoder->stop();
+    ASSERT_TRUE(encoder->waitFinished(60));
+    EXPECT_EQ(encoder->status().framesSent, 7u);
     const QJsonObject probe = lvProbe(path);
     EXPECT_EQ(probe.value(QStringLiteral("frames")).toInt(), 7);
     EXPECT_NEAR(probe.value(QStringLiteral("duration")).toDouble(), 0.2, 0.05);
