@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QSignalSpy>
-
 #include <cmath>
 #include <limits>
 
@@ -303,22 +301,6 @@ TEST_F(LVStudioTest, WithoutAWindowQuitKeepsTheStoredFrame)
     defaults->setValue(QStringLiteral("studioFrame"), QStringLiteral("{{10, 20}, {300, 200}}"));
     app->applicationWillTerminate();
     EXPECT_EQ(defaults->stringForKey(QStringLiteral("studioFrame")), QStringLiteral("{{10, 20}, {300, 200}}"));
-}
-
-TEST_F(LVStudioTest, ControlSurfacesHearOfButtonsAndKeys)
-{
-    QSignalSpy added(studio, &LVStudio::studioButtonAdded);
-    QSignalSpy removed(studio, &LVStudio::studioButtonRemoved);
-    QSignalSpy keys(studio, &LVStudio::buttonMidiKeyChanged);
-    const LVStudioButtonRef button = addSetup(QStringLiteral("Intro"), kRed);
-    EXPECT_EQ(added.count(), 1);
-    button->setMIDIKey(0x9040);
-    button->setMIDIKey(0x9040);
-    button->setMIDIKey(0);
-    EXPECT_EQ(keys.count(), 2);
-    EXPECT_EQ(keys.front().front().value<LVStudioButton*>(), button.get());
-    button->doDelete();
-    EXPECT_EQ(removed.count(), 1);
 }
 
 TEST_F(LVStudioTest, SnapshotMakesTheIconFromTheButtonsPicture)
