@@ -210,16 +210,6 @@ TEST_F(LVControllerTest, PipSourceIsChosenByKindName)
 
 TEST_F(LVControllerTest, EscapeEndsFullScreenOnTheMainScreenOnly)
 {
-    class FullScreen : public LVFullScreenOutput {
-    public:
-        explicit FullScreen(bool main) : main_(main) {}
-        std::string outputName() const override { return "full screen"; }
-        void drawFrame(LVOutputFrame&) override {}
-        bool isOnMainScreen() const override { return main_; }
-
-    private:
-        bool main_;
-    };
     class Keys : public LVKeyDispatcher {
     public:
         bool dispatchWithEvent(int key, int) override
@@ -230,12 +220,12 @@ TEST_F(LVControllerTest, EscapeEndsFullScreenOnTheMainScreenOnly)
     } keys;
     app->setKeyDispatcher(&keys);
 
-    app->setPreviewFullScreen(std::make_unique<FullScreen>(true));
+    app->setPreviewFullScreen(std::make_unique<LVFullScreenDouble>(app->shmem(), true));
     EXPECT_TRUE(app->sendEvent(Qt::Key_Escape, 0));
     EXPECT_EQ(app->previewFullScreen(), nullptr);
     EXPECT_TRUE(testLog().isEmpty());
 
-    app->setPreviewFullScreen(std::make_unique<FullScreen>(false));
+    app->setPreviewFullScreen(std::make_unique<LVFullScreenDouble>(app->shmem(), false));
     EXPECT_TRUE(app->sendEvent(Qt::Key_Escape, 0));
     EXPECT_NE(app->previewFullScreen(), nullptr);
     EXPECT_TRUE(app->sendEvent(Qt::Key_A, 0));

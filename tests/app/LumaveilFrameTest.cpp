@@ -9,20 +9,6 @@
 
 namespace {
 
-class StudioDouble : public LVStudioHooks {
-public:
-    explicit StudioDouble(LVContext* context) : context_(context) {}
-    void doit() override
-    {
-        testLog().append(QStringLiteral("studio.doit@%1").arg(context_->frameTime()));
-    }
-    void applyTransition() override { testLog().append(QStringLiteral("studio.applyTransition")); }
-    void applicationWillTerminate() override { testLog().append(QStringLiteral("studio.terminate")); }
-
-private:
-    LVContext* context_;
-};
-
 // Notes each output step together with the publish counter at that moment.
 class OutputsDouble : public LVPictureOutput {
 public:
@@ -32,22 +18,10 @@ public:
     {
         testLog().append(QStringLiteral("preview seq=%1 mirrored=%2").arg(shmem_.frameSeq()).arg(mirror));
     }
-    void fullScreen() { testLog().append(QStringLiteral("fullscreen seq=%1").arg(shmem_.frameSeq())); }
     bool visible = true;
 
 private:
     LVShmem& shmem_;
-};
-
-class FullScreenForwarder : public LVFullScreenOutput {
-public:
-    explicit FullScreenForwarder(OutputsDouble& outputs) : outputs_(outputs) {}
-    std::string outputName() const override { return "full screen"; }
-    void drawFrame(LVOutputFrame&) override { outputs_.fullScreen(); }
-    bool isOnMainScreen() const override { return true; }
-
-private:
-    OutputsDouble& outputs_;
 };
 
 using ARGB = std::array<uint8_t, 4>;
@@ -70,9 +44,9 @@ struct Published {
 TEST_F(LVControllerTest, FrameRunsItsStepsInOrder)
 {
     OutputsDouble outputs(app->shmem());
-    app->setStudio(std::make_unique<StudioDouble>(app->context()));
+    app->setStudio(std::make_unique<LVStudioDouble>(*app));
     app->setPreview(&outputs);
-    app->setPreviewFullScreen(std::make_unique<FullScreenForwarder>(outputs));
+    app->setPreviewFullScreen(std::make_unique<LVFullScreenDouble>(app->shmem(), true));
 
     auto source = make("RedSource", "src");
     auto a = make("Marker", "A");

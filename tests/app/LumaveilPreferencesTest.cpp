@@ -240,20 +240,7 @@ TEST_F(LVControllerTest, VideoSizeMenuStoresSizesForTheNextStart)
 
 TEST_F(LVControllerTest, QuitMarksTheProducerNotRunningFirst)
 {
-    class Studio : public LVStudioHooks {
-    public:
-        explicit Studio(LVShmem& shmem) : shmem_(shmem) {}
-        void doit() override {}
-        void applyTransition() override {}
-        void applicationWillTerminate() override
-        {
-            testLog().append(QStringLiteral("studio running=%1").arg(shmem_.appRunning()));
-        }
-
-    private:
-        LVShmem& shmem_;
-    };
-    app->setStudio(std::make_unique<Studio>(app->shmem()));
+    app->setStudio(std::make_unique<LVStudioDouble>(*app));
     app->setWindowFrameSource([this] {
         testLog().append(QStringLiteral("frames running=%1").arg(app->shmem().appRunning()));
         return Lumaveil::WindowFrames{QStringLiteral("{{10, 20}, {800, 600}}"), QStringLiteral("{5, 6}")};
