@@ -1,73 +1,90 @@
-// The headless job's options: what is accepted, and what a refusal says.
+// Lumaveil's options: what is accepted, and what a refusal says.
 #include "app/LVCommandLine.h"
+#include "core/LVVideoSizes.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-QStringList args(std::initializer_list<const char*> list)
+// The fields a command line set, in one line, so a case can say them all at once.
+QString summary(const LVCommandLine& line)
 {
-    QStringList result{QStringLiteral("lumaveil")};
-    for (const char* arg : list) result.append(QString::fromLatin1(arg));
-    return result;
+    QStringList set;
+    if (line.headless) set << QStringLiteral("headless");
+    if (line.studio) set << QStringLiteral("studio");
+    if (line.bench) set << QStringLiteral("bench");
+    if (line.videoSize) set << QStringLiteral("size=") + LVSizeTitle(*line.videoSize);
+    if (line.frameRate) set << QStringLiteral("fps=%1").arg(*line.frameRate);
+    if (line.frames) set << QStringLiteral("frames=%1").arg(*line.frames);
+    if (!line.source.isEmpty()) set << QStringLiteral("source=") + line.source;
+    if (!line.effects.isEmpty()) set << QStringLiteral("effects=") + line.effects.join(QLatin1Char(','));
+    if (!line.setup.isEmpty()) set << QStringLiteral("setup=") + line.setup;
+    if (line.remoteControl)
+        set << QStringLiteral("remote=") + (line.remoteControlPort ? QString::number(*line.remoteControlPort) : QStringLiteral("preference"));
+    return set.join(QLatin1Char(' '));
 }
 
-} // namespace
-
-TEST(LVCommandLineTest, AcceptsTheHeadlessOptions)
-{
-    LVCommandLine line;
-    QString error;
-    ASSERT_TRUE(LVParseCommandLine(args({"--headless", "--video-size", "1280x720", "--fps", "30", "--frames", "90",
-                                         "--source", "Test Pattern", "--effect", "Clock", "--effect", "Title"}),
-                                   &line, &error))
-        << error.toStdString();
-    EXPECT_TRUE(line.headless);
-    EXPECT_EQ(line.videoSize, QSize(1280, 720));
-    EXPECT_EQ(line.frameRate, 30);
-    EXPECT_EQ(line.frames, 90);
-    EXPECT_EQ(line.source, QStringLiteral("Test Pattern"));
-    EXPECT_EQ(line.effects, (QStringList{QStringLiteral("Clock"), QStringLiteral("Title")})) << "in chain order";
-
-    ASSERT_TRUE(LVParseCommandLine(args({"--headless", "--setup=Morning Show", "--bench"}), &line, &error));
-    EXPECT_EQ(line.setup, QStringLiteral("Morning Show"));
-    EXPECT_TRUE(line.bench);
-    ASSERT_TRUE(LVParseCommandLine(args({"--headless", "--studio", "--frames", "3"}), &line, &error));
-    EXPECT_TRUE(line.studio);
-    ASSERT_TRUE(LVParseCommandLine(args({"--studio"}), &line, &error)) << "the studio window";
-    ASSERT_TRUE(LVParseCommandLine(args({}), &line, &error));
-    EXPECT_FALSE(line.headless);
-}
-
-TEST(LVCommandLineTest, RefusesNonsenseSayingWhatIsAllowed)
+TEST(LVCommandLineTest, AcceptsTheOptionsAndRefusesNonsenseSayingWhatIsAllowed)
 {
     struct Case {
-        std::initializer_list<const char*> arguments;
-        const char* says;
+        QStringList arguments;
+        bool ok;
+        const char* expected; // the summary when accepted, a part of the error otherwise
     };
-    for (const Case& c : {
-             Case{{"--headless", "--video-size", "0x0"}, "from 16 to 4096"},
-             Case{{"--headless", "--video-size", "hd"}, "WIDTHxHEIGHT"},
-             Case{{"--headless", "--video-size", "8192x8192"}, "out of range"},
-             Case{{"--headless", "--fps", "0"}, "from 1 to 240"},
-             Case{{"--headless", "--fps", "1000"}, "from 1 to 240"},
-             Case{{"--headless", "--fps", "12.5"}, "whole number"},
-             Case{{"--headless", "--frames", "-3"}, "1 or more"},
-             Case{{"--headless", "--fps"}, "Missing value"},
-             Case{{"--frames", "30"}, "need --headless"},
-             Case{{"--fps", "30", "--bench"}, "need --headless"},
-             Case{{"--headless", "--setup", "x", "--effect", "Clock"}, "cannot be combined"},
-             Case{{"--headless", "--colour", "red"}, "Unknown option"},
-             Case{{"--headless", "stray"}, "unexpected argument"},
-             Case{{"--headless", "--studio", "--setup", "Intro"}, "cannot be combined"},
-             Case{{"--headless", "--studio", "--source", "Test Pattern"}, "cannot be combined"},
-             Case{{"--headless", "--studio", "--effect", "Clock"}, "cannot be combined"},
-         }) {
+    const Case cases[] = {
+        {{}, true, ""},
+        {{"--studio"}, true, "studio"},
+        {{"--headless", "--video-size", "1280x720", "--fps", "30", "--frames", "90", "--source", "Test Pattern",
+          "--effect", "Clock", "--effect", "Title"},
+         true, "headless size=1280x720 fps=30 frames=90 source=Test Pattern effects=Clock,Title"},
+        {{"--headless", "--video-size", "16X16", "--fps", "240"}, true, "headless size=16x16 fps=240"},
+        {{"--headless", "--setup=Morning Show", "--bench"}, true, "headless bench setup=Morning Show"},
+        {{"--headless", "--studio", "--frames", "3"}, true, "headless studio frames=3"},
+        {{"--headless", "--remote-control"}, true, "headless remote=preference"},
+        {{"--headless", "--studio", "--remote-control=4460"}, true, "headless studio remote=4460"},
+        {{"--remote-control=0", "--headless"}, true, "headless remote=0"},
+        {{"--headless", "--video-size", "0x0"}, false, "from 16 to 4096"},
+        {{"--headless", "--video-size", "hd"}, false, "WIDTHxHEIGHT"},
+        {{"--headless", "--video-size", "640x"}, false, "for example 1280x720"},
+        {{"--headless", "--video-size", "8192x8192"}, false, "out of range"},
+        {{"--headless", "--fps", "0"}, false, "from 1 to 240"},
+        {{"--headless", "--fps", "241"}, false, "from 1 to 240"},
+        {{"--headless", "--fps", "fast"}, false, "from 1 to 240"},
+        {{"--headless", "--fps", "12.5"}, false, "whole number"},
+        {{"--headless", "--frames", "-3"}, false, "1 or more"},
+        {{"--headless", "--fps"}, false, "Missing value"},
+        {{"--frames", "30"}, false, "need --headless"},
+        {{"--fps", "30", "--bench"}, false, "need --headless"},
+        {{"--headless", "--setup", "x", "--effect", "Clock"}, false, "cannot be combined"},
+        {{"--headless", "--colour", "red"}, false, "Unknown option"},
+        {{"--headless", "stray"}, false, "unexpected argument"},
+        {{"--headless", "--studio", "--setup", "Intro"}, false, "cannot be combined"},
+        {{"--headless", "--studio", "--source", "Test Pattern"}, false, "cannot be combined"},
+        {{"--headless", "--studio", "--effect", "Clock"}, false, "cannot be combined"},
+        {{"--headless", "--remote-control=65536"}, false, "remote-control port \"65536\" is not allowed"},
+        {{"--headless", "--remote-control="}, false, "remote-control port \"\" is not allowed"},
+        {{"--remote-control"}, false, "--remote-control needs --headless"},
+        {{"--headless", "--remote-controls"}, false, "Unknown option 'remote-controls'"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.arguments.join(QLatin1Char(' ')).toStdString());
         LVCommandLine line;
         QString error;
-        EXPECT_FALSE(LVParseCommandLine(args(c.arguments), &line, &error)) << c.says;
-        EXPECT_TRUE(error.contains(QString::fromLatin1(c.says))) << error.toStdString();
+        ASSERT_EQ(LVParseCommandLine(QStringList{QStringLiteral("lumaveil")} + c.arguments, &line, &error), c.ok)
+            << error.toStdString();
+        if (c.ok)
+            EXPECT_EQ(summary(line).toStdString(), c.expected);
+        else
+            EXPECT_TRUE(error.contains(QString::fromLatin1(c.expected))) << error.toStdString();
     }
+}
+
+// Stored sizes are "{w, h}" with doubles; anything else falls back to the default size.
+TEST(LVCommandLineTest, StoredSizeStrings)
+{
+    const std::pair<const char*, std::optional<QSize>> cases[] = {
+        {"{640, 480}", QSize(640, 480)}, {"{1280.7,720}", QSize(1280, 720)}, {"640, 480", std::nullopt}};
+    for (const auto& [text, size] : cases) EXPECT_EQ(LVParseSizeString(QString::fromLatin1(text)), size) << text;
 }
 
 TEST(LVCommandLineTest, CloseMatchesForUnknownNames)
@@ -79,8 +96,10 @@ TEST(LVCommandLineTest, CloseMatchesForUnknownNames)
     EXPECT_EQ(LVCloseMatches(QStringLiteral("Ticker"), known), (QStringList{QStringLiteral("Scrolling Ticker")}));
     EXPECT_TRUE(LVCloseMatches(QStringLiteral("Kaleidoscope"), known).isEmpty());
 
-    const QString close = LVUnknownNameMessage(QStringLiteral("effect"), QStringLiteral("Blurr"), known);
-    EXPECT_EQ(close, QStringLiteral("unknown effect \"Blurr\"; did you mean: Blur?"));
+    EXPECT_EQ(LVUnknownNameMessage(QStringLiteral("effect"), QStringLiteral("Blurr"), known),
+              QStringLiteral("unknown effect \"Blurr\"; did you mean: Blur?"));
     const QString far = LVUnknownNameMessage(QStringLiteral("effect"), QStringLiteral("Kaleidoscope"), known);
     EXPECT_TRUE(far.contains(QStringLiteral("known: Clock, Lower Third"))) << far.toStdString();
 }
+
+} // namespace

@@ -22,6 +22,36 @@ public:
     double now_ = 100.0;
 };
 
+// Stands in for the studio: notes its calls in the test log, with the frame time, and at the
+// quit whether the frame producer still counts as running.
+class LVStudioDouble : public LVStudioHooks {
+public:
+    explicit LVStudioDouble(Lumaveil& app) : app_(app) {}
+    void doit() override { testLog().append(QStringLiteral("studio.doit@%1").arg(app_.context()->frameTime())); }
+    void applyTransition() override { testLog().append(QStringLiteral("studio.applyTransition")); }
+    void applicationWillTerminate() override
+    {
+        testLog().append(QStringLiteral("studio running=%1").arg(app_.shmem().appRunning()));
+    }
+
+private:
+    Lumaveil& app_;
+};
+
+// A full-screen output on the main screen or another; notes each frame it draws with the
+// publish counter at that moment.
+class LVFullScreenDouble : public LVFullScreenOutput {
+public:
+    LVFullScreenDouble(LVShmem& shmem, bool mainScreen) : shmem_(shmem), mainScreen_(mainScreen) {}
+    std::string outputName() const override { return "full screen"; }
+    void drawFrame(LVOutputFrame&) override { testLog().append(QStringLiteral("fullscreen seq=%1").arg(shmem_.frameSeq())); }
+    bool isOnMainScreen() const override { return mainScreen_; }
+
+private:
+    LVShmem& shmem_;
+    bool mainScreen_;
+};
+
 class LVControllerTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite()

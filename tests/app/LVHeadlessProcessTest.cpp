@@ -1,26 +1,18 @@
 // The real lumaveil executable run headless: status line, frames, refusals, signals.
-#include "app/LVKindRegistration.h"
-#include "core/LVDefaults.h"
-#include "core/LVEffectRegistry.h"
-#include "render/LVContext.h"
 #include "transport/LVShmem.h"
-#include "setups/model/LVSetupManager.h"
 #include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <csignal>
 #include <functional>
 #include <set>
-#include <chrono>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -43,17 +35,30 @@ protected:
         err = QString::fromUtf8(process.readAllStandardError());
     }
 
-    // Frames this run publishes from now on, until done() accepts one.
-    bool watchFrames(const std::function<bool(const uint8_t* argb)>& done)
+    // Starts a run and waits until it publishes a frame that done() accepts.
+    bool startPublishing(const QStringList& arguments, const std::function<bool(const uint8_t* argb)>& done)
     {
-        return lvWatchFrames(process, LVShmem::currentHostTime(),
-                             [&](const LVShmemReadResult&, const uint8_t* argb) { return done(argb); });
+        const uint64_t since = LVShmem::currentHostTime();
+        process.setArguments(arguments);
+        process.start();
+        return process.waitForStarted() &&
+               lvWatchFrames(process, since, [&](const LVShmemReadResult&, const uint8_t* argb) { return done(argb); });
+    }
+
+    // Ends a publishing run by signal; it must leave cleanly and say which signal ended it.
+    void stopBySignal(int signalNumber = SIGTERM)
+    {
+        ::kill(pid_t(process.processId()), signalNumber);
+        ASSERT_TRUE(process.waitForFinished(30000));
+        out = QString::fromUtf8(process.readAllStandardOutput());
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+        EXPECT_EQ(lastJsonLine().value(QStringLiteral("signal")).toInt(), signalNumber) << out.toStdString();
     }
 
     QJsonObject lastJsonLine() const
     {
-        const QStringList lines = out.trimmed().split(QLatin1Char('\n'));
-        return QJsonDocument::fromJson(lines.last().toUtf8()).object();
+        return QJsonDocument::fromJson(out.trimmed().split(QLatin1Char('\n')).last().toUtf8()).object();
     }
 
     // Runs use the compositions given as (file name, text) from a folder of their own.
@@ -68,11 +73,7 @@ protected:
 
     QStringList statusLines() const
     {
-        QStringList lines;
-        for (const QString& line : err.split(QLatin1Char('\n'))) {
-            if (line.startsWith(QStringLiteral("lumaveil: headless"))) lines.append(line);
-        }
-        return lines;
+        return err.split(QLatin1Char('\n')).filter(QRegularExpression(QStringLiteral("^lumaveil: headless")));
     }
 
     QTemporaryDir home;
@@ -108,84 +109,71 @@ TEST_F(LVHeadlessProcessTest, RendersTheAskedFramesSaysWhatItDoesAndBenchesOnReq
     }
 }
 
-TEST_F(LVHeadlessProcessTest, VersionAndMissingDisplayAnswerWithoutStarting)
+// What is wrong with the command line is said before anything starts; a setup replaces the
+// default chain whether named or given as a file.
+TEST_F(LVHeadlessProcessTest, AnswersOrRefusesBeforeStarting)
 {
-    const struct {
+    const QString setupDir = home.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
+    ASSERT_TRUE(lvWriteFiles(setupDir, {{"Bars Only", R"({"encoded": [{"class": "TestPatternSource", "enabled": true}]})"}}));
+    ASSERT_TRUE(lvWriteFiles(home.path(), {{"other.json", R"({"theme": "dark"})"}}));
+    const QStringList noDisplay{QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY")};
+    struct Case {
         QStringList arguments;
-        QStringList unset; // environment taken away
         int status;
-        const char* says; // on standard output for status 0, on standard error otherwise
-    } cases[] = {
-        {{"--version"}, {}, 0, "lumaveil 0."},
-        {{}, {QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY")}, 2,
-         "lumaveil: no display: use --headless"},
+        const char* says; // on standard output for --version, in the status line for a run, else on standard error
+        QStringList unset = {}; // environment taken away
+    };
+    const Case cases[] = {
+        {{"--version"}, 0, "lumaveil 0."},
+        {{}, 2, "lumaveil: no display: use --headless", noDisplay},
+        {{"--headless", "--video-size", "1x1"}, 2, "from 16 to 4096"},
+        {{"--headless", "--effect", "No Such Effect"}, 2, "unknown effect \"No Such Effect\""},
+        {{"--headless", "--source", "webcam"}, 2, "did you mean: Webcam?"},
+        {{"--headless", "--setup", "Nobody's Show"}, 2, "no readable saved setup named \"Nobody's Show\""},
+        {{"--headless", "--setup", "/missing/file.json"}, 2, "setup file /missing/file.json does not exist"},
+        {{"--headless", "--setup", home.filePath(QStringLiteral("other.json"))}, 2, "holds no effects"},
+        {{"--headless", "--frames", "2", "--setup", "Bars Only"}, 0, "chain: Test Pattern"},
+        {{"--headless", "--frames", "2", "--setup", setupDir + QStringLiteral("/Bars Only")}, 0, "chain: Test Pattern"},
+        // A generator composition is a source like the built-in ones.
+        {{"--headless", "--frames", "2", "--source", "Color Bars", "--effect", "Telestrator"}, 0,
+         "chain: Color Bars > Telestrator,"},
     };
     const QProcessEnvironment full = process.processEnvironment();
-    for (const auto& c : cases) {
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.arguments.join(QLatin1Char(' ')).toStdString());
         QProcessEnvironment environment = full;
         for (const QString& name : c.unset) environment.remove(name);
         process.setProcessEnvironment(environment);
         run(c.arguments);
-        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit) << c.says;
-        EXPECT_EQ(process.exitCode(), c.status) << c.says;
-        EXPECT_TRUE((c.status == 0 ? out : err).startsWith(QString::fromLatin1(c.says))) << out.toStdString() << err.toStdString();
-    }
-}
-
-TEST_F(LVHeadlessProcessTest, RefusesBadInputBeforeStarting)
-{
-    // JSON, but not a setup.
-    ASSERT_TRUE(lvWriteFiles(home.path(), {{"other.json", R"({"theme": "dark"})"}}));
-    struct Case {
-        QStringList arguments;
-        const char* says;
-    };
-    for (const Case& c : {Case{{"--headless", "--video-size", "1x1"}, "from 16 to 4096"},
-                          Case{{"--headless", "--fps", "0"}, "from 1 to 240"},
-                          Case{{"--headless", "--effect", "No Such Effect"}, "unknown effect \"No Such Effect\""},
-                          Case{{"--headless", "--source", "webcam"}, "did you mean: Webcam?"},
-                          Case{{"--headless", "--setup", "Nobody's Show"},
-                               "no readable saved setup named \"Nobody's Show\""},
-                          Case{{"--headless", "--setup", "/missing/file.json"},
-                               "setup file /missing/file.json does not exist"},
-                          Case{{"--headless", "--setup", home.filePath(QStringLiteral("other.json"))},
-                               "holds no effects"}}) {
-        run(c.arguments);
-        EXPECT_EQ(process.exitCode(), 2) << c.says;
-        EXPECT_TRUE(err.contains(QString::fromLatin1(c.says))) << err.toStdString();
-        EXPECT_TRUE(statusLines().isEmpty()) << "nothing started";
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), c.status) << err.toStdString();
+        const QString says = QString::fromLatin1(c.says);
+        if (c.arguments.contains(QStringLiteral("--version"))) {
+            EXPECT_TRUE(out.startsWith(says)) << out.toStdString();
+        } else if (c.status == 0) {
+            ASSERT_EQ(statusLines().size(), 1) << err.toStdString();
+            EXPECT_TRUE(statusLines().front().contains(says)) << statusLines().front().toStdString();
+            EXPECT_FALSE(statusLines().front().contains(QStringLiteral("Clock"))) << "the setup replaces the default chain";
+            EXPECT_EQ(lastJsonLine().value(QStringLiteral("frames")).toInt(), 2);
+        } else {
+            EXPECT_TRUE(err.contains(says)) << err.toStdString();
+            EXPECT_TRUE(statusLines().isEmpty()) << "nothing started";
+        }
     }
 }
 
 TEST_F(LVHeadlessProcessTest, SignalsEndItCleanly)
 {
     for (int signalNumber : {SIGTERM, SIGINT}) {
-        process.setArguments({"--headless", "--fps", "30", "--video-size", "64x48"});
-        LVShmem reader(LVShmemRole::Reader);
-        process.start();
-        ASSERT_TRUE(process.waitForStarted());
-        ASSERT_TRUE(watchFrames([](const uint8_t*) { return true; })) << "frames are published";
-        ::kill(pid_t(process.processId()), signalNumber);
-        ASSERT_TRUE(process.waitForFinished(30000));
-        out = QString::fromUtf8(process.readAllStandardOutput());
-        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
-        EXPECT_EQ(process.exitCode(), 0);
-        EXPECT_EQ(lastJsonLine().value(QStringLiteral("signal")).toInt(), signalNumber) << out.toStdString();
+        SCOPED_TRACE(signalNumber);
+        ASSERT_TRUE(startPublishing({"--headless", "--fps", "30", "--video-size", "64x48"}, [](const uint8_t*) { return true; }));
+        LVShmem reader(LVShmemRole::Reader); // maps the running producer's control block
+        ASSERT_TRUE(reader.appRunning());
+        stopBySignal(signalNumber);
         EXPECT_FALSE(reader.appRunning());
         EXPECT_TRUE(QFile::exists(home.filePath(QStringLiteral("config/lumaveil/com.marrowkit.Lumaveil.json"))))
             << "preferences are written";
     }
-}
-
-// Starts a publishing run and waits for its first frame (kept in firstFrame when asked).
-bool startPublishing(QProcess& process, const QStringList& arguments, std::vector<uint8_t>* firstFrame = nullptr)
-{
-    process.setArguments(arguments);
-    process.start();
-    return process.waitForStarted() && lvWatchFrames(process, 0, [&](const LVShmemReadResult& r, const uint8_t* argb) {
-               if (firstFrame) firstFrame->assign(argb, argb + size_t(r.width) * size_t(r.height) * 4);
-               return true;
-           });
 }
 
 TEST_F(LVHeadlessProcessTest, ASecondInstanceSaysWhoPublishesAndRunsWithoutPublishingOnlyWhenAsked)
@@ -193,34 +181,27 @@ TEST_F(LVHeadlessProcessTest, ASecondInstanceSaysWhoPublishesAndRunsWithoutPubli
     QProcess first;
     first.setProcessEnvironment(process.processEnvironment());
     first.setProgram(process.program());
-    ASSERT_TRUE(startPublishing(first, {"--headless", "--video-size", "64x48"}));
+    first.setArguments({"--headless", "--video-size", "64x48"});
+    first.start();
+    const auto anyFrame = [](const LVShmemReadResult&, const uint8_t*) { return true; };
+    ASSERT_TRUE(first.waitForStarted() && lvWatchFrames(first, 0, anyFrame));
     LVShmem reader(LVShmemRole::Reader); // opened on the segments the first one made
     const QString firstPid = QString::number(first.processId());
 
-    struct Case {
-        QStringList extra;
-        int exitCode;
-        const char* says;
+    const std::pair<QStringList, const char*> cases[] = {
+        {{}, "another Lumaveil (pid %1) already publishes frames"},
+        {{"--no-publish"}, "frames to nowhere (Frames are not published: another Lumaveil (pid %1) publishes)"},
     };
-    const Case cases[] = {
-        {{}, 1, "another Lumaveil (pid %1) already publishes frames"},
-        {{"--no-publish"},
-         0, "frames to nowhere (Frames are not published: another Lumaveil (pid %1) publishes)"},
-    };
-    for (const Case& c : cases) {
-        run(QStringList{"--headless", "--frames", "3"} + c.extra);
-        EXPECT_EQ(process.exitCode(), c.exitCode) << err.toStdString();
-        EXPECT_TRUE(err.contains(QString::fromLatin1(c.says).arg(firstPid))) << err.toStdString();
-        if (c.exitCode != 0) {
+    for (const auto& [extra, says] : cases) {
+        run(QStringList{"--headless", "--frames", "3"} + extra);
+        EXPECT_EQ(process.exitCode(), extra.isEmpty() ? 1 : 0) << err.toStdString();
+        EXPECT_TRUE(err.contains(QString::fromLatin1(says).arg(firstPid))) << err.toStdString();
+        if (extra.isEmpty()) {
             EXPECT_TRUE(err.contains("--no-publish")) << "the way out is named";
         }
-        // The first one still owns the camera.
+        // The first one still owns the camera and its frames still flow.
         EXPECT_EQ(reader.otherLiveProducer(), uint32_t(first.processId()));
-        const uint32_t seq = reader.frameSeq();
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (reader.frameSeq() == seq && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        EXPECT_NE(reader.frameSeq(), seq) << "its frames still flow";
+        EXPECT_TRUE(lvWatchFrames(first, LVShmem::currentHostTime(), anyFrame));
     }
     ::kill(pid_t(first.processId()), SIGTERM);
     ASSERT_TRUE(first.waitForFinished(30000));
@@ -237,53 +218,17 @@ TEST_F(LVHeadlessProcessTest, AHugeShaderNeitherHoldsTheFramesNorTheQuit)
     shader += "    gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0) + 0.0 * a;\n}\n";
     useEffects({{"Huge.fs", shader}});
 
-    std::vector<uint8_t> frame;
-    ASSERT_TRUE(startPublishing(process,
-                                {"--headless", "--source", "Test Pattern", "--effect", "Huge", "--video-size", "64x48"},
-                                &frame));
     // The first frame asks for the program and is published without waiting for it: the
     // test pattern, not yet the red.
-    size_t red = 0;
-    for (size_t i = 0; i + 3 < frame.size(); i += 4)
-        red += frame[i] == 255 && frame[i + 1] == 255 && frame[i + 2] == 0 && frame[i + 3] == 0;
-    EXPECT_LT(red, frame.size() / 4) << "the frame waited for the shader";
-    ::kill(pid_t(process.processId()), SIGTERM);
-    ASSERT_TRUE(process.waitForFinished(30000));
-    out = QString::fromUtf8(process.readAllStandardOutput());
-    EXPECT_EQ(process.exitCode(), 0) << QString::fromUtf8(process.readAllStandardError()).toStdString();
-    EXPECT_EQ(lastJsonLine().value(QStringLiteral("signal")).toInt(), SIGTERM) << out.toStdString();
-}
-
-TEST_F(LVHeadlessProcessTest, LoadsASavedSetupByNameOrFromAFile)
-{
-    // A setup saved the way the application saves one, in the folder the run will read.
-    LVRegisterAllKinds();
-    QString error;
-    std::unique_ptr<LVContext> context = LVContext::create(&error);
-    ASSERT_TRUE(context) << error.toStdString();
-    LVEffectFolders folders;
-    folders.bundled = home.filePath(QStringLiteral("no-effects"));
-    LVEffectRegistry registry(folders);
-    registry.findEffects();
-    const LVEffectRef bars = registry.instantiateNamedSource("Test Pattern", context.get());
-    ASSERT_TRUE(bars);
-    const QString setupDir = home.filePath(QStringLiteral("data/Lumaveil/Saved Setups"));
-    {
-        LVDefaults defaults(home.filePath(QStringLiteral("builder.json")));
-        LVSetupManager manager(defaults, context.get(), setupDir);
-        manager.startup();
-        ASSERT_TRUE(manager.newSavedSetupWithName(QStringLiteral("Bars Only"), {bars}, &error)) << error.toStdString();
-    }
-
-    for (const QString& setup : {QStringLiteral("Bars Only"), setupDir + QStringLiteral("/Bars Only")}) {
-        run({"--headless", "--frames", "2", "--setup",
-             setup});
-        EXPECT_EQ(process.exitCode(), 0) << err.toStdString();
-        ASSERT_EQ(statusLines().size(), 1) << err.toStdString();
-        EXPECT_TRUE(statusLines().front().contains(QStringLiteral("chain: Test Pattern"))) << statusLines().front().toStdString();
-        EXPECT_FALSE(statusLines().front().contains(QStringLiteral("Clock"))) << "the setup replaces the default chain";
-        EXPECT_EQ(lastJsonLine().value(QStringLiteral("frames")).toInt(), 2);
-    }
+    size_t red = 0, pixels = 64 * 48;
+    ASSERT_TRUE(startPublishing({"--headless", "--source", "Test Pattern", "--effect", "Huge", "--video-size", "64x48"},
+                                [&](const uint8_t* argb) {
+                                    for (size_t i = 0; i < pixels * 4; i += 4)
+                                        red += argb[i] == 255 && argb[i + 1] == 255 && argb[i + 2] == 0 && argb[i + 3] == 0;
+                                    return true;
+                                }));
+    EXPECT_LT(red, pixels) << "the frame waited for the shader";
+    stopBySignal();
 }
 
 TEST_F(LVHeadlessProcessTest, TimeDrivenCompositionsAnimateFromTheFirstFrame)
@@ -292,14 +237,12 @@ TEST_F(LVHeadlessProcessTest, TimeDrivenCompositionsAnimateFromTheFirstFrame)
     useEffects({{"Time Ramp.fs", R"(/*{ "INPUTS": [{"NAME": "inputImage", "TYPE": "image"}] }*/
 void main() { gl_FragColor = vec4(fract(TIME), 0.0, 0.0, 1.0); }
 )"}});
-    process.setArguments({"--headless", "--effect", "Time Ramp", "--fps", "30", "--video-size", "64x48"});
-    process.start();
-    ASSERT_TRUE(process.waitForStarted());
     std::set<int> reds;
-    EXPECT_TRUE(watchFrames([&](const uint8_t* argb) {
-        reds.insert(argb[1]);
-        return reds.size() >= 3;
-    })) << "frames seen with red " << ::testing::PrintToString(reds);
-    process.terminate();
-    ASSERT_TRUE(process.waitForFinished(30000));
+    EXPECT_TRUE(startPublishing({"--headless", "--effect", "Time Ramp", "--fps", "30", "--video-size", "64x48"},
+                                [&](const uint8_t* argb) {
+                                    reds.insert(argb[1]);
+                                    return reds.size() >= 3;
+                                }))
+        << "frames seen with red " << ::testing::PrintToString(reds);
+    stopBySignal();
 }

@@ -6,6 +6,7 @@
 #include "render/LVContext.h"
 #include "render/pipewire/LVPipeWireOutput.h"
 #include "tests/render/pipewire/LVPipeWireReader.h"
+#include "tests/app/LVTestKinds.h"
 #include "tests/support/LVPipeWireDaemon.h"
 #include "tests/support/LVTestSupport.h"
 
@@ -18,68 +19,44 @@
 
 namespace {
 
-// Fills the frame with one colour, so the node's bytes can be checked exactly.
-class LVSolidSource : public LVEffect {
-public:
-    static const LVEffectDescriptor& classDescriptor()
-    {
-        static const LVEffectDescriptor descriptor{QStringLiteral("LVSolidSource"), QStringLiteral("Solid"),
-                                                   LVEffectRole::Source, [] { return std::make_unique<LVSolidSource>(); },
-                                                   {}};
-        return descriptor;
-    }
-    const LVEffectDescriptor& descriptor() const override { return classDescriptor(); }
-    void doit() override
-    {
-        context()->framebuffer();
-        // R 0.2, G 0.4, B 0.6: the bytes 0x33, 0x66, 0x99 whatever the order they end up in.
-        LVContext::clearContext(0.2f, 0.4f, 0.6f, 1.0f);
-    }
-};
-
 class LVPipeWireSecondOutputTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
         lvEnsureApplication();
+        LVRegisterTestKinds();
         LV_START_PIPEWIRE(daemon);
         ASSERT_TRUE(dir.isValid());
     }
 
-    std::unique_ptr<Lumaveil> start(bool enabled)
-    {
-        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs-%1.json").arg(enabled)));
-        defaults->setValue(QStringLiteral("syphonServerEnabled"), enabled);
-        LVLaunchOptions options;
-        options.startTimer = false;
-        options.noPublish = true;
-        QString error;
-        std::unique_ptr<Lumaveil> app = Lumaveil::create(*defaults, options, &error);
-        EXPECT_TRUE(app) << error.toStdString();
-        if (!app) return app;
-        app->setSecondOutputMaker([this] {
-            ++made;
-            auto output = std::make_unique<LVPipeWireSecondOutput>();
-            second = output.get();
-            return output;
-        });
-        auto source = std::make_unique<LVSolidSource>();
-        source->initWithContext(app->context());
-        app->setSource(LVMakeEffectHandle(std::move(source)));
-        return app;
-    }
-
     std::unique_ptr<LVPipeWireDaemon> daemon;
     QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
-    std::atomic<LVPipeWireSecondOutput*> second = nullptr;
-    int made = 0;
 };
 
 TEST_F(LVPipeWireSecondOutputTest, NodeCarriesTheFullFrameOnlyWhileThePreferenceIsOn)
 {
-    std::unique_ptr<Lumaveil> app = start(true);
-    ASSERT_TRUE(app);
+    std::atomic<LVPipeWireSecondOutput*> second = nullptr;
+    int made = 0;
+    LVDefaults defaults(dir.filePath(QStringLiteral("prefs.json")));
+    defaults.setValue(QStringLiteral("syphonServerEnabled"), true);
+    LVLaunchOptions options;
+    options.startTimer = false;
+    options.noPublish = true;
+    QString error;
+    std::unique_ptr<Lumaveil> app = Lumaveil::create(defaults, options, &error);
+    ASSERT_TRUE(app) << error.toStdString();
+    app->setSecondOutputMaker([&] {
+        ++made;
+        auto output = std::make_unique<LVPipeWireSecondOutput>();
+        second = output.get();
+        return output;
+    });
+    // R 0.2, G 0.4, B 0.6: the bytes 0x33, 0x66, 0x99 whatever the order they end up in.
+    auto source = makeTestEffect(QStringLiteral("RedSource"), app->context());
+    source->paint = [](LVContext& context) {
+        fillFrameRect(context, 0, 0, context.width(), context.height(), QColor(0x33, 0x66, 0x99));
+    };
+    app->setSource(source);
     EXPECT_EQ(made, 0) << "the node is made by the first frame, not before";
     const int width = app->context()->width();
     const int height = app->context()->height();
@@ -114,14 +91,6 @@ TEST_F(LVPipeWireSecondOutputTest, NodeCarriesTheFullFrameOnlyWhileThePreference
         return node.counts().pushed > resumed;
     }));
     EXPECT_EQ(made, 1);
-}
-
-TEST_F(LVPipeWireSecondOutputTest, PreferenceOffFromTheStartMakesNoNode)
-{
-    std::unique_ptr<Lumaveil> app = start(false);
-    ASSERT_TRUE(app);
-    for (int i = 0; i < 10; ++i) app->renderFrame();
-    EXPECT_EQ(made, 0);
 }
 
 } // namespace

@@ -76,11 +76,8 @@ TEST_F(LVRestartTest, TheChainComesBackOnceWithItsSettings)
 
 TEST_F(LVRestartTest, RefusesWhatIsNotAChainFileAndKeepsTheChain)
 {
-    QFile notJson(dir.filePath(QStringLiteral("notes.json")));
-    ASSERT_TRUE(notJson.open(QIODevice::WriteOnly));
-    notJson.write("{\"chain\": ");
-    notJson.close();
-    ASSERT_TRUE(QFile::link(notJson.fileName(), dir.filePath(QStringLiteral("link.json"))));
+    ASSERT_TRUE(lvWriteFiles(dir.path(), {{"notes.json", "{\"chain\": "}}));
+    ASSERT_TRUE(QFile::link(dir.filePath(QStringLiteral("notes.json")), dir.filePath(QStringLiteral("link.json"))));
     const struct {
         const char* file;
         const char* says;

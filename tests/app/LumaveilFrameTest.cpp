@@ -6,23 +6,8 @@
 #include <QSignalSpy>
 
 #include <array>
-#include <future>
 
 namespace {
-
-class StudioDouble : public LVStudioHooks {
-public:
-    explicit StudioDouble(LVContext* context) : context_(context) {}
-    void doit() override
-    {
-        testLog().append(QStringLiteral("studio.doit@%1").arg(context_->frameTime()));
-    }
-    void applyTransition() override { testLog().append(QStringLiteral("studio.applyTransition")); }
-    void applicationWillTerminate() override { testLog().append(QStringLiteral("studio.terminate")); }
-
-private:
-    LVContext* context_;
-};
 
 // Notes each output step together with the publish counter at that moment.
 class OutputsDouble : public LVPictureOutput {
@@ -33,46 +18,20 @@ public:
     {
         testLog().append(QStringLiteral("preview seq=%1 mirrored=%2").arg(shmem_.frameSeq()).arg(mirror));
     }
-    void fullScreen() { testLog().append(QStringLiteral("fullscreen seq=%1").arg(shmem_.frameSeq())); }
     bool visible = true;
 
 private:
     LVShmem& shmem_;
 };
 
-class FullScreenForwarder : public LVFullScreenOutput {
-public:
-    explicit FullScreenForwarder(OutputsDouble& outputs) : outputs_(outputs) {}
-    std::string outputName() const override { return "full screen"; }
-    void drawFrame(LVOutputFrame&) override { outputs_.fullScreen(); }
-    bool isOnMainScreen() const override { return true; }
-
-private:
-    OutputsDouble& outputs_;
-};
-
-// Runs on the second output's own thread: says when the first frame came, with its size.
-class SecondForwarder : public LVSecondOutput {
-public:
-    explicit SecondForwarder(std::promise<QSize>& pushed) : pushed_(pushed) {}
-    void pushFrame(const unsigned char*, int width, int height, int) override
-    {
-        if (!done_) pushed_.set_value(QSize(width, height));
-        done_ = true;
-    }
-
-private:
-    std::promise<QSize>& pushed_;
-    bool done_ = false;
-};
-
 using ARGB = std::array<uint8_t, 4>;
 
-// Reads the newest frame as a driver would, in a reader of its own.
+// The newest frame, read as a driver would, in a reader of its own.
 struct Published {
     LVShmemReadResult result;
     std::unique_ptr<uint8_t[]> pixels;
     uint64_t length = 0;
+    Published() { result = LVShmem().getData(pixels, length, 0); }
     ARGB at(int x, int rowFromTop) const
     {
         const uint8_t* p = pixels.get() + (size_t(rowFromTop) * size_t(result.width) + size_t(x)) * 4;
@@ -80,25 +39,14 @@ struct Published {
     }
 };
 
-Published readNewest()
-{
-    LVShmem reader(LVShmemRole::Reader);
-    Published frame;
-    frame.result = reader.getData(frame.pixels, frame.length, 0);
-    return frame;
-}
-
 } // namespace
 
 TEST_F(LVControllerTest, FrameRunsItsStepsInOrder)
 {
     OutputsDouble outputs(app->shmem());
-    app->setStudio(std::make_unique<StudioDouble>(app->context()));
+    app->setStudio(std::make_unique<LVStudioDouble>(*app));
     app->setPreview(&outputs);
-    app->setPreviewFullScreen(std::make_unique<FullScreenForwarder>(outputs));
-    std::promise<QSize> pushed;
-    app->setSecondOutputMaker([&pushed] { return std::make_unique<SecondForwarder>(pushed); });
-    app->setSyphonServerEnabled(true);
+    app->setPreviewFullScreen(std::make_unique<LVFullScreenDouble>(app->shmem(), true));
 
     auto source = make("RedSource", "src");
     auto a = make("Marker", "A");
@@ -134,26 +82,6 @@ TEST_F(LVControllerTest, FrameRunsItsStepsInOrder)
                              QStringLiteral("fullscreen seq=%1").arg(seq),
                          }));
     EXPECT_EQ(app->shmem().frameSeq(), seqBefore + 1) << "the shared-memory frame is published last";
-    EXPECT_EQ(pushed.get_future().get(), QSize(320, 240)) << "the second output gets the full frame";
-    app->setSecondOutputMaker({});
-    app->setPreview(nullptr);
-}
-
-TEST_F(LVControllerTest, HiddenPreviewAndDisabledSecondOutputAreSkipped)
-{
-    OutputsDouble outputs(app->shmem());
-    outputs.visible = false;
-    app->setPreview(&outputs);
-    bool made = false;
-    app->setSecondOutputMaker([&made] {
-        made = true;
-        return nullptr;
-    });
-    testLog().clear();
-    app->renderFrame();
-    EXPECT_TRUE(testLog().isEmpty()) << testLog().join(QLatin1Char('\n')).toStdString();
-    EXPECT_FALSE(made) << "never made while the preference is off";
-    app->setSecondOutputMaker({});
     app->setPreview(nullptr);
 }
 
@@ -171,7 +99,7 @@ TEST_F(LVControllerTest, PublishedFrameIsTheChainOnOpaqueBlackUnmirrored)
     app->renderFrame();
     EXPECT_TRUE(testLog().contains(QStringLiteral("preview seq=%1 mirrored=1").arg(app->shmem().frameSeq() - 1)));
 
-    const Published frame = readNewest();
+    const Published frame;
     ASSERT_EQ(frame.result.status, 0);
     EXPECT_EQ(frame.result.width, 320);
     EXPECT_EQ(frame.result.height, 240);
@@ -187,19 +115,32 @@ TEST_F(LVControllerTest, PublishedFrameIsTheChainOnOpaqueBlackUnmirrored)
     app->setPreview(nullptr);
 }
 
-TEST_F(LVControllerTest, NoVirtualDriverStopsPublishingButNotThePreview)
+TEST_F(LVControllerTest, OutputsThatAreOffAreSkipped)
 {
     OutputsDouble outputs(app->shmem());
+    outputs.visible = false;
     app->setPreview(&outputs);
+    bool made = false;
+    app->setSecondOutputMaker([&made] {
+        made = true;
+        return nullptr;
+    });
+    testLog().clear();
     app->renderFrame();
+    EXPECT_TRUE(testLog().isEmpty()) << "a hidden preview draws nothing: " << testLog().join(QLatin1Char('\n')).toStdString();
+    EXPECT_FALSE(made) << "the second output is never made while its preference is off";
+    app->setSecondOutputMaker({});
+
+    // Without the virtual driver nothing is published, but the preview still runs.
+    outputs.visible = true;
     app->setNoVirtualDriver(true);
     EXPECT_FALSE(app->shmem().appRunning());
-    EXPECT_EQ(readNewest().result.status, 1);
+    EXPECT_EQ(Published().result.status, 1);
     const uint32_t seq = app->shmem().frameSeq();
     testLog().clear();
     app->renderFrame();
     EXPECT_EQ(app->shmem().frameSeq(), seq);
-    EXPECT_EQ(testLog().size(), 1) << "the preview still runs";
+    EXPECT_EQ(testLog().size(), 1);
     app->setNoVirtualDriver(false);
     EXPECT_TRUE(app->shmem().appRunning());
     app->renderFrame();

@@ -188,11 +188,9 @@ TEST_F(LVControllerTest, SettersWriteThroughAtOnce)
     app->setNoVirtualDriver(true);
     app->setAudioOutputDevice(QStringLiteral("Speakers"));
     const QJsonObject stored = readJson(prefsPath());
-    EXPECT_EQ(stored.value(QStringLiteral("frameRate")).toInt(), 24);
-    EXPECT_TRUE(stored.value(QStringLiteral("mirrorImagePreview")).toBool());
-    EXPECT_TRUE(stored.value(QStringLiteral("syphonServerEnabled")).toBool());
-    EXPECT_TRUE(stored.value(QStringLiteral("noVirtualDriver")).toBool());
-    EXPECT_EQ(stored.value(QStringLiteral("audioOutputDevice")).toString(), QStringLiteral("Speakers"));
+    EXPECT_EQ(stored, (QJsonObject{{"version", 300}, {"frameRate", 24}, {"mirrorImagePreview", true},
+                                   {"syphonServerEnabled", true}, {"noVirtualDriver", true},
+                                   {"audioOutputDevice", "Speakers"}}));
     EXPECT_GE(changed.count(), 5);
 
     for (int refused : {0, -1, LVMaxFrameRate + 1}) {
@@ -242,20 +240,7 @@ TEST_F(LVControllerTest, VideoSizeMenuStoresSizesForTheNextStart)
 
 TEST_F(LVControllerTest, QuitMarksTheProducerNotRunningFirst)
 {
-    class Studio : public LVStudioHooks {
-    public:
-        explicit Studio(LVShmem& shmem) : shmem_(shmem) {}
-        void doit() override {}
-        void applyTransition() override {}
-        void applicationWillTerminate() override
-        {
-            testLog().append(QStringLiteral("studio running=%1").arg(shmem_.appRunning()));
-        }
-
-    private:
-        LVShmem& shmem_;
-    };
-    app->setStudio(std::make_unique<Studio>(app->shmem()));
+    app->setStudio(std::make_unique<LVStudioDouble>(*app));
     app->setWindowFrameSource([this] {
         testLog().append(QStringLiteral("frames running=%1").arg(app->shmem().appRunning()));
         return Lumaveil::WindowFrames{QStringLiteral("{{10, 20}, {800, 600}}"), QStringLiteral("{5, 6}")};
@@ -268,41 +253,4 @@ TEST_F(LVControllerTest, QuitMarksTheProducerNotRunningFirst)
     const QJsonObject stored = readJson(prefsPath());
     EXPECT_EQ(stored.value(QStringLiteral("windowFrame")).toString(), QStringLiteral("{{10, 20}, {800, 600}}"));
     EXPECT_EQ(stored.value(QStringLiteral("previewOrigin")).toString(), QStringLiteral("{5, 6}"));
-}
-
-TEST(LVVideoSizesTest, ParsesAndChecksSizesAndRates)
-{
-    EXPECT_EQ(LVParseSizeString(QStringLiteral("{640, 480}")), QSize(640, 480));
-    EXPECT_EQ(LVParseSizeString(QStringLiteral("{1280.7,720}")), QSize(1280, 720));
-    EXPECT_FALSE(LVParseSizeString(QStringLiteral("640, 480")));
-    EXPECT_EQ(LVParseSizeTitle(QStringLiteral("720x480")), QSize(720, 480));
-    EXPECT_FALSE(LVParseSizeTitle(QStringLiteral("Custom")));
-
-    struct SizeCase {
-        const char* text;
-        bool ok;
-        const char* says;
-    };
-    for (const SizeCase c : {SizeCase{"1280x720", true, ""}, SizeCase{"16X16", true, ""},
-                             SizeCase{"0x0", false, "from 16 to 4096"}, SizeCase{"5000x100", false, "out of range"},
-                             SizeCase{"big", false, "WIDTHxHEIGHT"}, SizeCase{"-640x480", false, "WIDTHxHEIGHT"},
-                             SizeCase{"640x", false, "for example 1280x720"}}) {
-        QString error;
-        QSize size;
-        EXPECT_EQ(LVValidateVideoSize(QString::fromLatin1(c.text), &size, &error), c.ok) << c.text;
-        EXPECT_TRUE(error.contains(QString::fromLatin1(c.says))) << error.toStdString();
-    }
-    struct RateCase {
-        const char* text;
-        bool ok;
-    };
-    for (const RateCase c : {RateCase{"30", true}, RateCase{"1", true}, RateCase{"240", true}, RateCase{"0", false},
-                             RateCase{"241", false}, RateCase{"29.97", false}, RateCase{"fast", false}}) {
-        QString error;
-        int rate = 0;
-        EXPECT_EQ(LVValidateFrameRate(QString::fromLatin1(c.text), &rate, &error), c.ok) << c.text;
-        if (!c.ok) {
-            EXPECT_TRUE(error.contains(QStringLiteral("from 1 to 240"))) << error.toStdString();
-        }
-    }
 }

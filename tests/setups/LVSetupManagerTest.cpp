@@ -91,15 +91,6 @@ TEST_F(SetupManager, ScanTakesEveryVisibleFileInCaseInsensitiveOrder)
     EXPECT_EQ(manager->setupWithName("Damaged")->fileForm(), LVSavedSetup::FileForm::Dictionary);
 }
 
-TEST_F(SetupManager, MissingFolderGivesAnEmptyCatalogueAndTheFirstSaveMakesIt)
-{
-    QDir(setupDir()).removeRecursively();
-    auto manager = start();
-    EXPECT_TRUE(manager->allSetups().empty());
-    save(*manager, "First");
-    EXPECT_TRUE(QFileInfo(setupDir() + "/First").isFile());
-}
-
 TEST_F(SetupManager, SavingAnExistingNameReplacesItInEverySetAtTheEnd)
 {
     auto manager = start();
@@ -119,19 +110,23 @@ TEST_F(SetupManager, SavingAnExistingNameReplacesItInEverySetAtTheEnd)
     EXPECT_TRUE(manager->setupWithName("A")->hasVideoSource());
 }
 
-TEST_F(SetupManager, SaveJoinsTheCurrentSetAndInvalidNamesAreRefused)
+TEST_F(SetupManager, TheFirstSaveMakesTheFolderAndJoinsTheCurrentSet)
 {
+    QDir(setupDir()).removeRecursively();
     auto manager = start();
+    EXPECT_TRUE(manager->allSetups().empty());
     manager->addSet("Evening");
     manager->selectSetWithName("Evening");
     save(*manager, "Intro");
+    EXPECT_TRUE(QFileInfo(setupDir() + "/Intro").isFile());
     EXPECT_EQ(namesOf(manager->currentSet()->setups()), QStringList({"Intro"}));
 
+    // A name that would leave the folder writes nothing.
     QString error;
-    EXPECT_FALSE(manager->newSavedSetupWithName("a/b", {}, &error));
+    EXPECT_FALSE(manager->newSavedSetupWithName("../a", {}, &error));
     EXPECT_FALSE(error.isEmpty());
-    EXPECT_FALSE(manager->newSavedSetupWithName(".x", {}, &error));
     EXPECT_EQ(namesOf(manager->allSetups()), QStringList({"Intro"}));
+    EXPECT_FALSE(QFile::exists(dir_.filePath("Lumaveil/a")));
 }
 
 TEST_F(SetupManager, RemovingASetupLeavesEverySetButKeepsFileAndHints)
@@ -203,7 +198,7 @@ TEST_F(SetupManager, SetOperations)
     EXPECT_EQ(manager->currentSet(), manager->allSet());
 }
 
-TEST_F(SetupManager, SetsAndHintsSurviveARestartInTheirOrder)
+TEST_F(SetupManager, PendingSetsAndHintsAreWrittenAtQuitAndComeBackInTheirOrder)
 {
     {
         auto manager = start();
@@ -216,6 +211,7 @@ TEST_F(SetupManager, SetsAndHintsSurviveARestartInTheirOrder)
         alpha->addSetup(manager->setupWithName("Two"));
         manager->allSet()->setPositionHintForSetup("Two", -1, 7);
         manager->selectSetWithName("Alpha");
+        EXPECT_TRUE(manager->needsPersist()) << "the quit writes what is pending";
     }
     QFile::remove(setupDir() + "/Two");
 
@@ -251,17 +247,6 @@ TEST_F(SetupManager, ChangesWithinATenthOfASecondAreSavedOnce)
     const QJsonObject stored = defaults_->dictionaryForKey("setupSets").value("Burst").toObject();
     EXPECT_TRUE(stored.value("setupNames").toArray().isEmpty());
     EXPECT_EQ(stored.value("positionHints").toObject().value("S").toObject().value("col").toInt(), 1);
-}
-
-TEST_F(SetupManager, APendingSaveIsWrittenAtQuit)
-{
-    {
-        auto manager = start();
-        manager->addSet("Quick");
-        manager->persist();
-        EXPECT_TRUE(manager->needsPersist());
-    }
-    EXPECT_TRUE(LVDefaults(prefsPath()).dictionaryForKey("setupSets").contains("Quick"));
 }
 
 TEST_F(SetupManager, CatalogueLoadsByNameFromTheCurrentSetAndByPath)

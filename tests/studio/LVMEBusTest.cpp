@@ -195,27 +195,6 @@ TEST_F(LVMEBusTest, ListsAreRecollectedOncePerBurst)
     EXPECT_EQ(spy.count(), 1);
 }
 
-TEST_F(LVMEBusTest, FindFreeCellOnRow)
-{
-    const struct {
-        std::vector<int> columns;
-        int32_t row;
-        int32_t expected;
-    } cases[] = {
-        {{0, 1, 3}, 1, 2}, {{0, 1, 2}, 1, 3}, {{1, 2}, 1, 0}, {{}, 1, 0}, {{5}, 1, 0}, {{0}, 1, 1},
-        {{0, 2, 4}, 1, 1}, {{0, 1}, 7, 0}, {{0, 1}, -1, 0},
-    };
-    for (const auto& c : cases) {
-        std::vector<Cell> grid;
-        std::vector<std::string> labels;
-        for (int col : c.columns) labels.push_back("E" + std::to_string(col));
-        for (size_t i = 0; i < c.columns.size(); ++i) grid.push_back({labels[i].c_str(), false, 1, c.columns[i], 0});
-        build({}, grid);
-        EXPECT_EQ(bus._findFreeCellOnRow(c.row), c.expected) << "row " << c.row << " with " << c.columns.size();
-        clear();
-    }
-}
-
 TEST_F(LVMEBusTest, PlacementKeepsSourcesInRowZeroAndCellsFree)
 {
     const struct {

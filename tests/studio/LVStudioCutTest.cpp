@@ -9,11 +9,6 @@
 
 namespace {
 
-std::string str(const ARGB& p)
-{
-    return std::to_string(p[0]) + "," + std::to_string(p[1]) + "," + std::to_string(p[2]) + "," + std::to_string(p[3]);
-}
-
 class LVStudioCutTest : public LVStudioTest {
 protected:
     static void SetUpTestSuite()
@@ -82,7 +77,7 @@ TEST_F(LVStudioCutTest, ACutShowsTheOldPictureUntilTheNewCompositionsCanDraw)
         old->punchToAir();
         settle();
         const ARGB oldPicture = pixel(c.x, c.y);
-        ASSERT_EQ(oldPicture, (ARGB{255, 204, 0, 102})) << str(oldPicture);
+        ASSERT_EQ(oldPicture, (ARGB{255, 204, 0, 102}));
 
         // The builder is held: the new setup's compositions cannot be ready at the cut.
         LVISFProgramBuilder::holdWorker(true);
@@ -108,7 +103,7 @@ TEST_F(LVStudioCutTest, ACutShowsTheOldPictureUntilTheNewCompositionsCanDraw)
         EXPECT_NE(newPicture, (ARGB{255, 0, 102, 204})) << "the new composition draws on the new source";
         for (size_t i = 0; i < published.size(); ++i)
             EXPECT_TRUE(published[i] == oldPicture || published[i] == newPicture)
-                << "frame " << i << " after the cut: " << str(published[i]);
+                << "frame " << i << " after the cut: " << testing::PrintToString(published[i]);
         EXPECT_EQ(published.front(), oldPicture) << "nothing is ready while the builder is held";
 
         // Off air again before the next case.

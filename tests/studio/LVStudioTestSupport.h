@@ -16,6 +16,7 @@
 #include <QTemporaryDir>
 
 #include <array>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -41,6 +42,14 @@ inline LVSavedSetupRef makeLooseSetup(const QTemporaryDir& dir, const QString& n
 
 // One pixel of a frame as A, R, G, B.
 using ARGB = std::array<int, 4>;
+
+// Blends are exact to one step of rounding.
+inline bool lvNearPixel(const ARGB& a, const ARGB& b)
+{
+    for (size_t i = 0; i < 4; ++i)
+        if (std::abs(a[i] - b[i]) > 1) return false;
+    return true;
+}
 
 class LVStudioTest : public ::testing::Test {
 protected:
