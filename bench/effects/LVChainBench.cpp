@@ -27,6 +27,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <memory>
 #include <optional>
@@ -107,9 +108,14 @@ LVEffectRef makeEffect(const QString& name)
     return effect;
 }
 
+// The frame pool ages idle targets by this clock, one frame period a frame: an instrumented
+// run takes seconds a frame, and the pool would otherwise free and remake targets each frame.
+std::chrono::steady_clock::time_point poolTime;
+
 // One frame as the render loop draws it; an empty chain is the floor.
 void renderFrame(const std::vector<LVEffectRef>& chain, double time)
 {
+    poolTime += std::chrono::microseconds(33333);
     LVContext& ctx = *setup().ctx;
     ctx.setFrameTime(time);
     ctx.reset(false);
@@ -121,11 +127,13 @@ void renderFrame(const std::vector<LVEffectRef>& chain, double time)
     LVShmemOutput::publish(*setup().shmem, *setup().readBack.read(ctx), 30);
 }
 
-// The measured frames only, apart from the first one that compiles: instruction counters
+// The measured frames only, after the warm-up ones: instruction counters
 // (valgrind --tool=callgrind --toggle-collect='*measuredFrame*') count these alone.
 [[gnu::noinline]] void measuredFrame(const std::vector<LVEffectRef>& chain, double time)
 {
     renderFrame(chain, time);
+    // Not a tail jump, which the counters would not see as this function's own.
+    benchmark::ClobberMemory();
 }
 
 // ffmpeg's time per frame: a generator, three negate filters, BGRA out; two run lengths so
@@ -172,6 +180,7 @@ bool init()
     folders.user = s.dir.path();
     s.registry = std::make_unique<LVEffectRegistry>(folders);
     s.registry->findEffects();
+    LVSetFramePoolClock([] { return poolTime; });
     qputenv("LUMAVEIL_SHM_PREFIX", "lvbench.chain.");
     s.shmem = std::make_unique<LVShmem>(LVShmemRole::Producer);
     s.shmem->setAppRunning();
@@ -189,7 +198,9 @@ void runChain(benchmark::State& state, const QStringList& names, bool withFfmpeg
         }
     }
     double time = 0;
-    renderFrame(chain, time); // compiles the programs
+    // The first frame compiles the programs; two more make the pool's targets and both
+    // shared-memory blocks, so the measured frames are steady ones.
+    for (int warmUp = 0; warmUp < 3; ++warmUp) renderFrame(chain, time += 1.0 / 30);
     std::vector<double> frameMs, cpuMs;
     for (auto _ : state) {
         QElapsedTimer timer;

@@ -400,6 +400,30 @@ void LVComposition::parseHeader(const QJsonObject& header, const QString& folder
     }
     if (passes_.empty()) passes_.push_back(LVISFPass{});
 
+    const QJsonValue changes = header.value(QStringLiteral("CHANGES_ONLY"));
+    if (!changes.isUndefined()) {
+        if (!changes.isObject()) {
+            fail(QStringLiteral("CHANGES_ONLY is not an object of X, Y, WIDTH and HEIGHT"));
+            return;
+        }
+        LVISFArea area;
+        const std::pair<const char*, QString*> fields[] = {
+            {"X", &area.x}, {"Y", &area.y}, {"WIDTH", &area.width}, {"HEIGHT", &area.height}};
+        const QJsonObject o = changes.toObject();
+        for (auto it = o.begin(); it != o.end(); ++it) {
+            QString* field = nullptr;
+            for (const auto& [key, into] : fields)
+                if (it.key() == QLatin1String(key)) field = into;
+            if (!field || !(it.value().isString() || it.value().isDouble())) {
+                fail(QStringLiteral("CHANGES_ONLY has \"%1\": only X, Y, WIDTH and HEIGHT, as numbers or expressions")
+                         .arg(it.key()));
+                return;
+            }
+            *field = it.value().isDouble() ? QString::number(it.value().toDouble()) : it.value().toString();
+        }
+        changedArea_ = area;
+    }
+
     const QJsonValue imported = header.value(QStringLiteral("IMPORTED"));
     auto addImport = [&](const QString& name, const QJsonObject& o) {
         const QString file = o.value(QStringLiteral("PATH")).toString();

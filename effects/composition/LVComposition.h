@@ -11,6 +11,7 @@
 #include <QVariant>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 enum class LVISFInputType { Bool, Long, Float, Point2D, Color, Image, Event, Text, Audio };
@@ -36,6 +37,16 @@ struct LVISFPass {
     QString widthExpr;   // empty: $WIDTH
     QString heightExpr;  // empty: $HEIGHT
     bool read = true;    // false when no pass samples the target (the pass is skipped)
+};
+
+// "CHANGES_ONLY": the rectangle, in pixels from the bottom left, outside which a filter
+// passes its input through unchanged (a ticker's band). Expressions as in pass sizes; an
+// empty one stands for the whole width or height.
+struct LVISFArea {
+    QString x;
+    QString y;
+    QString width;
+    QString height;
 };
 
 struct LVISFImport {
@@ -83,6 +94,8 @@ public:
     // Its last pass writes every pixel of the frame it is drawn into, when drawn unblended:
     // no companion vertex shader moves the triangle and no fragment is discarded.
     bool coversFrame() const { return coversFrame_; }
+    // What the filter declares it changes; none: anything.
+    const std::optional<LVISFArea>& changedArea() const { return changedArea_; }
 
     // Shader text after the header, with #version lines blanked (line numbers kept).
     const QString& fragmentSource() const { return fragmentSource_; }
@@ -117,6 +130,7 @@ private:
     bool readsImageInput_ = false;
     bool pointwise_ = false;
     bool coversFrame_ = false;
+    std::optional<LVISFArea> changedArea_;
     QString fragmentSource_;
     int fragmentFirstLine_ = 1;
     QString vertexSource_;

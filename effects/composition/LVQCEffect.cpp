@@ -248,29 +248,64 @@ bool LVQCEffect::coversEveryPixel() const
     return true;
 }
 
+bool LVQCEffect::drawStages(LVContext& ctx, const Stages& stages, size_t count)
+{
+    if (count == 1) {
+        stages[0]->drawFinalPass(false);
+        return true;
+    }
+    std::vector<const LVComposition*> compositions;
+    for (size_t i = 0; i < count; ++i) compositions.push_back(&stages[i]->composition());
+    const LVISFProgram* program = LVISFFusedProgramFor(compositions);
+    if (!program) return false;
+    const bool blending = glIsEnabled(GL_BLEND);
+    glDisable(GL_BLEND);
+    glViewport(0, 0, ctx.width(), ctx.height());
+    glUseProgram(program->program);
+    int unit = 0;
+    for (size_t i = 0; i < count; ++i)
+        stages[i]->applyUniforms(*program, int(i), QSize(ctx.width(), ctx.height()), &unit);
+    stages[count - 1]->drawTriangle();
+    glActiveTexture(GL_TEXTURE0);
+    glUseProgram(0);
+    if (blending) glEnable(GL_BLEND);
+    return true;
+}
+
+bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages)
+{
+    size_t first = stages.size();
+    std::optional<QRect> area;
+    for (; first > 0; --first) {
+        const SimpleQCRenderer& stage = *stages[first - 1];
+        if (!stage.composition().isPointwise()) break;
+        const std::optional<QRect> changed = stage.changedArea();
+        if (!changed) break;
+        area = area ? area->united(*changed) : *changed;
+    }
+    if (!area) return false;
+    if (first == 0) {
+        // The run's own input, copied: what the rectangle leaves as it is.
+        const LVTexture input = stages[0]->inputFrame();
+        if (!input.name || input.width != ctx.width() || input.height != ctx.height()) return false;
+        ctx.copyIntoFrame(input);
+    } else if (!drawStages(ctx, stages, first)) {
+        return false;
+    }
+    if (area->isEmpty()) return true;
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(area->x(), area->y(), area->width(), area->height());
+    drawStages(ctx, stages, stages.size());
+    glDisable(GL_SCISSOR_TEST);
+    return true;
+}
+
 void LVQCEffect::drawPendingOutput(LVContext& ctx)
 {
     const auto stages = std::move(pending_);
     pending_.clear();
     if (stages.empty()) return;
-    if (stages.size() == 1) {
-        stages[0]->drawFinalPass(false);
-    } else {
-        std::vector<const LVComposition*> compositions;
-        for (const auto& stage : stages) compositions.push_back(&stage->composition());
-        const LVISFProgram* program = LVISFFusedProgramFor(compositions);
-        const bool blending = glIsEnabled(GL_BLEND);
-        glDisable(GL_BLEND);
-        glViewport(0, 0, ctx.width(), ctx.height());
-        glUseProgram(program->program);
-        int unit = 0;
-        for (size_t i = 0; i < stages.size(); ++i)
-            stages[i]->applyUniforms(*program, int(i), QSize(ctx.width(), ctx.height()), &unit);
-        stages.back()->drawTriangle();
-        glActiveTexture(GL_TEXTURE0);
-        glUseProgram(0);
-        if (blending) glEnable(GL_BLEND);
-    }
+    if (!fusion() || !drawOverlaysInPlace(ctx, stages)) drawStages(ctx, stages, stages.size());
     for (const auto& stage : stages) stage->endFrame();
 }
 

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -226,7 +227,7 @@ LVTexture SimpleQCRenderer::textureForInput(const LVISFInput& input)
     return slot.texture ? LVTexture{slot.texture, slot.size.width(), slot.size.height()} : emptyTexture();
 }
 
-QSize SimpleQCRenderer::passSize(const LVISFPass& pass) const
+QHash<QString, double> SimpleQCRenderer::expressionVariables() const
 {
     QHash<QString, double> variables;
     variables.insert(QStringLiteral("WIDTH"), ctx_->width());
@@ -237,6 +238,50 @@ QSize SimpleQCRenderer::passSize(const LVISFPass& pass) const
             input.type == LVISFInputType::Bool || input.type == LVISFInputType::Event)
             variables.insert(input.name, v.toDouble());
     }
+    for (const auto& [name, slot] : texts_) {
+        variables.insert(name + QStringLiteral("_WIDTH"), slot.size.width());
+        variables.insert(name + QStringLiteral("_HEIGHT"), slot.size.height());
+    }
+    return variables;
+}
+
+std::optional<QRect> SimpleQCRenderer::changedArea() const
+{
+    const std::optional<LVISFArea>& area = composition_->changedArea();
+    if (!area) return std::nullopt;
+    const QHash<QString, double> variables = expressionVariables();
+    const double width = ctx_->width();
+    const double height = ctx_->height();
+    QString problem;
+    auto evaluate = [&](const QString& expr, double whole) -> std::optional<double> {
+        if (expr.isEmpty()) return whole;
+        const auto value = LVISFEvaluate(expr, variables, &problem);
+        if (value && !std::isfinite(*value)) problem = QStringLiteral("%1 is not a finite number").arg(expr);
+        if (!problem.isEmpty()) return std::nullopt;
+        return value;
+    };
+    const auto x = evaluate(area->x, 0);
+    const auto y = evaluate(area->y, 0);
+    const auto w = evaluate(area->width, width);
+    const auto h = evaluate(area->height, height);
+    if (!x || !y || !w || !h) {
+        if (!std::exchange(areaReported_, true))
+            LVLog("Composition %s: CHANGES_ONLY does not evaluate (%s); drawn over the whole frame",
+                  qPrintable(composition_->path()), qPrintable(problem));
+        return std::nullopt;
+    }
+    // A pixel's margin on every side: the shader's own arithmetic may round a border pixel in.
+    auto edge = [](double v, double limit) { return int(std::clamp(v, 0.0, limit)); };
+    const int left = edge(std::floor(*x) - 1, width);
+    const int bottom = edge(std::floor(*y) - 1, height);
+    const int right = edge(std::ceil(*x + std::max(*w, 0.0)) + 1, width);
+    const int top = edge(std::ceil(*y + std::max(*h, 0.0)) + 1, height);
+    return QRect(left, bottom, right - left, top - bottom);
+}
+
+QSize SimpleQCRenderer::passSize(const LVISFPass& pass) const
+{
+    const QHash<QString, double> variables = expressionVariables();
     auto evaluate = [&](const QString& expr, int fallback) {
         if (expr.isEmpty()) return fallback;
         const auto value = LVISFEvaluate(expr, variables);

@@ -8,12 +8,14 @@
 #include "render/LVContext.h"
 
 #include <QHash>
+#include <QRect>
 #include <QSize>
 #include <QVariant>
 
 #include <map>
-#include <set>
 #include <memory>
+#include <optional>
+#include <set>
 
 // What one pass target may take in GPU memory; a larger size asked for is scaled down,
 // keeping its shape.
@@ -61,6 +63,12 @@ public:
     void applyUniforms(const LVISFProgram& program, int stage, QSize renderSize, int* unit);
     // Draws the covering triangle with whatever program is in use.
     void drawTriangle();
+    // The pixels (GL's, bottom row 0) outside which this filter leaves its input as it is, with
+    // a pixel's margin, within the frame; none when it declares none or the declaration does not
+    // evaluate (said once). Text inputs' sizes are $NAME_WIDTH and $NAME_HEIGHT.
+    std::optional<QRect> changedArea() const;
+    // The chain's picture given to the image input this frame (none: name 0).
+    LVTexture inputFrame() const { return frames_.value(composition_->imageInputKey()); }
     QSize outputSize() const { return QSize(ctx_->width(), ctx_->height()); }
     LVContext* context() const { return ctx_; }
 
@@ -93,6 +101,8 @@ private:
     };
 
     void takeAnimation(ImageSlot& slot);
+    // What size expressions may name: $WIDTH, $HEIGHT, the numeric inputs, text sizes.
+    QHash<QString, double> expressionVariables() const;
     QSize passSize(const LVISFPass& pass) const;
     Target& target(const LVISFPass& pass, QSize size);
     LVTexture textureForInput(const LVISFInput& input);
@@ -110,6 +120,7 @@ private:
     std::map<QString, LVTexture> imports_;
     std::map<QString, Target> targets_;
     mutable std::set<QString> cappedTargets_; // said once each; noted while sizing
+    mutable bool areaReported_ = false;        // an unusable CHANGES_ONLY, said once
     QSet<QString> firedEvents_;
     GLuint empty_ = 0;
     GLuint vao_ = 0;

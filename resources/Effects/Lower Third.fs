@@ -2,6 +2,9 @@
     "DESCRIPTION": "A name and a title line on a coloured bar, for introducing a speaker.",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Titles"],
+    "CHANGES_ONLY": {"X": "floor(($X_Position * 0.5 + 0.5) * $WIDTH)", "Y": "floor(($Y_Position * 0.5 + 0.5) * $HEIGHT)",
+                     "WIDTH": "max($Line1_WIDTH, $Line2_WIDTH) + 2 * floor($HEIGHT * 0.02) + floor(floor($HEIGHT * 0.02) * 0.5)",
+                     "HEIGHT": "$Line1_HEIGHT + $Line2_HEIGHT + 2 * floor($HEIGHT * 0.02)"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "Line1", "LABEL": "Name", "TYPE": "text", "DEFAULT": "Jane Doe"},

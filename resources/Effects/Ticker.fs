@@ -2,6 +2,8 @@
     "DESCRIPTION": "A line of text that scrolls across a bar, like a news ticker.",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Titles"],
+    "CHANGES_ONLY": {"Y": "($Y_Position * 0.5 + 0.5) * $HEIGHT - max($Message_HEIGHT * 1.3, $HEIGHT * 0.03) * 0.5",
+                     "HEIGHT": "max($Message_HEIGHT * 1.3, $HEIGHT * 0.03)"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "Message", "LABEL": "Message", "TYPE": "text", "DEFAULT": "Breaking news: Lumaveil is live"},

@@ -1,8 +1,5 @@
 #include "sources/testpattern/TestPatternSource.h"
 
-#include <QFont>
-#include <QPainter>
-
 #include "render/LVContext.h"
 
 const std::array<QRgb, 7> TestPatternSource::kBars = {
@@ -125,30 +122,18 @@ void TestPatternSource::drawCounter(LVContext& ctx)
         seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
     }
     const QRect area = counterRect(ctx.width(), ctx.height());
-    if (counterImage_.size() != area.size())
-        counterImage_ = QImage(area.size(), QImage::Format_RGB32); // B,G,R,A bytes: uploads as it is
-    counterImage_.fill(Qt::black);
-    {
-        QPainter p(&counterImage_);
-        QFont font(QStringLiteral("DejaVu Sans Mono"));
-        font.setPixelSize(std::max(6, area.height() * 3 / 5));
-        p.setFont(font);
-        p.setPen(Qt::white);
-        p.drawText(counterImage_.rect(), Qt::AlignCenter, counterText(frame_, seconds));
-    }
-    // Opaque and pixel for pixel: written straight into the frame's texture, bottom row first,
-    // with no drawing at all.
+    const QImage& picture = counter_.picture(area.size(), counterText(frame_, seconds));
+    // Opaque and pixel for pixel: written straight into the frame's texture, with no drawing.
     const LVTexture frame = ctx.texture();
     GLint previous = 0, rowLength = 0, alignment = 0;
     glGetIntegerv(GL_TEXTURE_BINDING_2D, &previous);
     glGetIntegerv(GL_UNPACK_ROW_LENGTH, &rowLength);
     glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
     glBindTexture(GL_TEXTURE_2D, frame.name);
-    glPixelStorei(GL_UNPACK_ROW_LENGTH, int(counterImage_.bytesPerLine() / 4));
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, int(picture.bytesPerLine() / 4));
     glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
-    for (int row = 0; row < area.height(); ++row)
-        glTexSubImage2D(GL_TEXTURE_2D, 0, area.x(), area.y() + area.height() - 1 - row, area.width(), 1, GL_BGRA,
-                        GL_UNSIGNED_BYTE, counterImage_.constScanLine(row));
+    glTexSubImage2D(GL_TEXTURE_2D, 0, area.x(), area.y(), area.width(), area.height(), GL_RGBA, GL_UNSIGNED_BYTE,
+                    picture.constBits());
     glPixelStorei(GL_UNPACK_ROW_LENGTH, rowLength);
     glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
     glBindTexture(GL_TEXTURE_2D, GLuint(previous));

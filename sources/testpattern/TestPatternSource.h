@@ -12,6 +12,7 @@
 
 #include "core/LVEffect.h"
 #include "render/LVGL.h"
+#include "sources/testpattern/TestPatternCounter.h"
 
 class TestPatternSource : public LVEffect {
 public:
@@ -41,7 +42,7 @@ private:
     void drawStaticPart(LVContext& ctx);
     void drawCounter(LVContext& ctx);
 
-    QImage counterImage_;
+    TestPatternCounter counter_;
     // The bars and the black strip at one frame size, copied into every frame.
     GLuint staticPart_ = 0;
     QSize staticSize_;

@@ -7,6 +7,7 @@
 #include <QDirIterator>
 
 #include <map>
+#include <optional>
 
 namespace {
 
@@ -192,11 +193,17 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
 {
     makeContext(96, 54);
     scan(bundledEffects());
+    // Overlays that change only a band or a box (Ticker, Lower Third) at the end of a run are
+    // drawn over the rest of the run in place: alone, after one stage, after several, two of them.
     const QList<QStringList> chains = {
         {"Colour Adjust", "Chroma Key", "Vignette", "Black and White"},
         {"Colour Adjust", "Blur", "Chroma Key", "Vignette", "Lower Third"},
         {"Sharpen", "Colour Adjust", "Border", "Ticker", "Title"},
         {"Mirror", "Pixelate", "Colour Adjust"},
+        {"Ticker"},
+        {"Crop and Zoom", "Ticker"},
+        {"Colour Adjust", "Chroma Key", "Ticker"},
+        {"Colour Adjust", "Lower Third", "Ticker"},
     };
     const QImage picture = bars(96, 54);
     for (const QStringList& names : chains) {
@@ -210,6 +217,12 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
             }
             chain[0]->setParameterValue(QStringLiteral("saturation"), 1.3);
             chain[0]->setParameterValue(QStringLiteral("contrast"), 1.1);
+            // The ticker's text half way across the band, on a bar above the lower third.
+            for (const auto& effect : chain) {
+                effect->setParameterValue(QStringLiteral("speed"), 0.6);
+                effect->setParameterValue(QStringLiteral("Y_Position"), effect->name() == QLatin1String("Ticker") ? -0.4 : -0.85);
+            }
+            render(picture, 0); // time starts at the first frame
             frames.push_back(render(picture, 0.5));
         }
         // The run from the last effect that samples around the pixel shares one shader.
@@ -219,8 +232,17 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
             if (!c.isPointwise()) run.clear();
             run.push_back(&c);
         }
-        EXPECT_GE(run.size(), 2u);
-        EXPECT_TRUE(LVISFFusedProgramFor(run)) << names.join(QLatin1String(", ")).toStdString();
+        if (names.size() > 1) {
+            EXPECT_GE(run.size(), 2u);
+            EXPECT_TRUE(LVISFFusedProgramFor(run)) << names.join(QLatin1String(", ")).toStdString();
+        }
+        // The overlay really is drawn over its band alone.
+        if (names.back() == QLatin1String("Ticker")) {
+            const std::optional<QRect> band = qc(chain.back())->renderer()->changedArea();
+            ASSERT_TRUE(band) << names.join(QLatin1String(", ")).toStdString();
+            EXPECT_EQ(band->width(), 96);
+            EXPECT_LT(band->height(), 54 / 3);
+        }
         const bool same = frames[0].bytes == frames[1].bytes;
         if (!same) frames[1].image().save(dir.filePath(QStringLiteral("fused-actual.png")));
         EXPECT_TRUE(same) << names.join(QLatin1String(", ")).toStdString();
@@ -304,5 +326,43 @@ TEST_F(LVBundledTest, NothingOfAnUnclearedTargetShowsThroughFusedOrNot)
             if (!same) frames[i].image().save(dir.filePath(QStringLiteral("uncleared-%1.png").arg(i)));
             EXPECT_TRUE(same) << what << ": frame " << i << " (fused " << (i >= 2) << ")";
         }
+    }
+}
+
+// The pixels a filter declares it may change: the rectangle with a pixel's margin, within the
+// frame. A declaration of the wrong shape is a broken file; one that does not evaluate leaves
+// the whole frame to the filter.
+TEST_F(LVEffectsTest, DeclaredChangedAreaWithItsMargin)
+{
+    makeContext(96, 54);
+    struct Case {
+        const char* declared;
+        bool valid;
+        std::optional<QRect> area;
+    };
+    const Case cases[] = {
+        {R"({"Y": "10", "HEIGHT": 4})", true, QRect(0, 9, 96, 6)},
+        {R"({"X": "$WIDTH - 3", "WIDTH": "10"})", true, QRect(92, 0, 4, 54)},
+        {R"({"X": "$shift", "Y": "$shift * 2", "WIDTH": 1, "HEIGHT": 1})", true, QRect(1, 4, 4, 3)},
+        {R"({"HEIGHT": "$Message_HEIGHT - $Message_HEIGHT + 2"})", true, QRect(0, 0, 96, 3)},
+        {R"({"Y": -100, "HEIGHT": 20})", true, QRect(0, 0, 96, 0)},
+        {R"({"Y": "$unknown"})", true, std::nullopt},
+        {R"({"Y": "1 / 0"})", true, std::nullopt},
+        {"3", false, std::nullopt},
+        {R"({"Z": "1"})", false, std::nullopt},
+        {R"({"X": true})", false, std::nullopt},
+    };
+    int index = 0;
+    for (const Case& c : cases) {
+        const QString path = write(QStringLiteral("Area%1.fs").arg(index++),
+                                   QByteArray("/*{\"CHANGES_ONLY\": ") + c.declared +
+                                       ", \"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"},"
+                                       " {\"NAME\": \"shift\", \"TYPE\": \"float\", \"DEFAULT\": 2.5},"
+                                       " {\"NAME\": \"Message\", \"TYPE\": \"text\", \"DEFAULT\": \"Hi\"}]}*/\n"
+                                       "void main() { gl_FragColor = IMG_THIS_PIXEL(inputImage); }\n");
+        SimpleQCRenderer renderer(ctx.get(), path);
+        EXPECT_EQ(renderer.composition().isValid(), c.valid) << c.declared;
+        renderer.beginFrame(0);
+        EXPECT_EQ(renderer.changedArea(), c.area) << c.declared;
     }
 }
