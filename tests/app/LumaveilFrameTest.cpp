@@ -31,7 +31,7 @@ struct Published {
     LVShmemReadResult result;
     std::unique_ptr<uint8_t[]> pixels;
     uint64_t length = 0;
-    Published() { result = LVShmem().getData(pixels, length, 0); }
+    Published() { result = LVShmem(LVShmemRole::Reader).getData(pixels, length, 0); }
     ARGB at(int x, int rowFromTop) const
     {
         const uint8_t* p = pixels.get() + (size_t(rowFromTop) * size_t(result.width) + size_t(x)) * 4;
