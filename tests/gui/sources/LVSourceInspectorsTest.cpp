@@ -10,12 +10,10 @@
 #include "sources/flickr/FlickrSource.h"
 #include "sources/movie/MovieSource.h"
 #include "sources/slideshow/SlideShow.h"
-#include "LVTestHttpServer.h"
+#include "tests/sources/flickr/LVFlickrTestService.h"
 #include "tests/support/LVTestSupport.h"
 
 #include <QApplication>
-#include <QBuffer>
-#include <QImage>
 #include <QListView>
 #include <QMimeData>
 #include <QTableView>
@@ -41,42 +39,23 @@ const QByteArray kPhotos = R"(<?xml version="1.0" encoding="utf-8" ?>
 const QByteArray kEmptySet = R"(<?xml version="1.0" encoding="utf-8" ?>
 <rsp stat="ok"><photoset id="5" page="1" perpage="500" pages="1" total="0"></photoset></rsp>)";
 
-QByteArray jpeg(QColor colour)
-{
-    QImage image(40, 30, QImage::Format_RGB32);
-    image.fill(colour);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "JPEG", 100);
-    return bytes;
-}
-
 // Serves the main thread's events (the table's own refresh among them) until done().
 bool waitFor(const std::function<bool()>& done)
 {
     return QTest::qWaitFor(done, 10000);
 }
 
-class LVFlickrInspectorTest : public ::testing::Test {
+class LVFlickrInspectorTest : public ::testing::Test, protected LVFlickrTestService {
 protected:
     void SetUp() override
     {
         lvEnsureApplication<QApplication>();
         LVRegisterSourceInspectors();
-        server = std::make_unique<LVTestHttpServer>();
-        ASSERT_TRUE(home.isValid());
-        defaults = std::make_unique<LVDefaults>(home.filePath("prefs.json"));
-        LVDefaults::setStandardUserDefaults(defaults.get());
-        defaults->setValue("flickrRESTAddress", server->address());
-        defaults->setValue("flickrPhotoAddress", server->address() + "/farm%1");
+        ASSERT_NO_FATAL_FAILURE(start());
         server->answer("flickr.photosets.getPhotos", {200, kPhotos});
-        server->answer("/farm1/1/2484_123456.jpg", {200, jpeg(Qt::red), "image/jpeg"});
-        server->answer("/farm1/1/2483_654321.jpg", {200, jpeg(Qt::blue), "image/jpeg"});
-        server->answer("/farm1/1/2485_abcdef.jpg", {200, jpeg(Qt::green), "image/jpeg"});
-        QString error;
-        context = LVContext::create(QSize(40, 30), &error);
-        ASSERT_TRUE(context) << error.toStdString();
+        servePhoto("/farm1/1/2484_123456.jpg", Qt::red);
+        servePhoto("/farm1/1/2483_654321.jpg", Qt::blue);
+        servePhoto("/farm1/1/2485_abcdef.jpg", Qt::green);
         source = std::make_shared<FlickrSource>();
         source->initWithContext(context.get());
         panel = std::make_unique<LVSettingsPanel>();
@@ -89,7 +68,6 @@ protected:
         panel.reset();
         if (source) source->waitForFetches();
         source.reset();
-        LVDefaults::setStandardUserDefaults(nullptr);
     }
 
     QStringList rows() const
@@ -123,10 +101,6 @@ protected:
         });
     }
 
-    std::unique_ptr<LVTestHttpServer> server;
-    QTemporaryDir home;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<LVContext> context;
     std::shared_ptr<FlickrSource> source;
     std::unique_ptr<LVSettingsPanel> panel;
     QTableView* table = nullptr;

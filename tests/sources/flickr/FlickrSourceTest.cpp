@@ -1,16 +1,12 @@
 // The photo set source against a local server answering as the service's API documentation
 // shows: the look-up sequence, set addresses, errors, and the photo show with its mailbox.
-#include "LVTestHttpServer.h"
+#include "LVFlickrTestService.h"
 
-#include "core/LVDefaults.h"
-#include "render/LVContext.h"
 #include "sources/flickr/FlickrSource.h"
 #include "sources/flickr/LVXmlElement.h"
 #include "tests/support/LVTestSupport.h"
 
-#include <QBuffer>
 #include <QGuiApplication>
-#include <QImage>
 #include <QJsonDocument>
 #include <QTimer>
 
@@ -55,42 +51,21 @@ const QByteArray kUserNotFound = R"(<?xml version="1.0" encoding="utf-8" ?>
 const QByteArray kNoSets = R"(<?xml version="1.0" encoding="utf-8" ?>
 <rsp stat="ok"><photosets page="1" pages="0" perpage="30" total="0" /></rsp>)";
 
-QByteArray jpeg(QColor colour)
-{
-    QImage image(40, 30, QImage::Format_RGB32);
-    image.fill(colour);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "JPEG", 100);
-    return bytes;
-}
-
-class FlickrSourceTest : public ::testing::Test {
+class FlickrSourceTest : public ::testing::Test, protected LVFlickrTestService {
 protected:
     void SetUp() override
     {
         lvEnsureApplication<QGuiApplication>();
         LVRegisterFlickrKinds();
-        // Its sockets need the application.
-        server = std::make_unique<LVTestHttpServer>();
-        ASSERT_TRUE(home.isValid());
-        defaults = std::make_unique<LVDefaults>(home.filePath("prefs.json"));
-        LVDefaults::setStandardUserDefaults(defaults.get());
-        defaults->setValue("flickrRESTAddress", server->address());
-        defaults->setValue("flickrPhotoAddress", server->address() + "/farm%1");
+        ASSERT_NO_FATAL_FAILURE(start());
         defaults->setValue("flickrAPIKey", "feedfacefeedfacefeedfacefeedface");
         server->answer("flickr.people.findByUsername", {200, kUser});
         server->answer("flickr.people.findByEmail", {200, kUser});
         server->answer("flickr.photosets.getList", {200, kSets});
         server->answer("flickr.photosets.getPhotos", {200, kPhotos});
-        server->answer("/farm1/1/2484_123456.jpg", {200, jpeg(Qt::red), "image/jpeg"});
-        server->answer("/farm1/1/2483_654321.jpg", {200, jpeg(Qt::blue), "image/jpeg"});
-        QString error;
-        context = LVContext::create(QSize(40, 30), &error);
-        ASSERT_TRUE(context) << error.toStdString();
+        servePhoto("/farm1/1/2484_123456.jpg", Qt::red);
+        servePhoto("/farm1/1/2483_654321.jpg", Qt::blue);
     }
-    void TearDown() override { LVDefaults::setStandardUserDefaults(nullptr); }
 
     std::unique_ptr<FlickrSource> makeSource()
     {
@@ -150,11 +125,6 @@ protected:
         EXPECT_TRUE(waitFor([&] { return source->photos().size() == 2; }));
         return source;
     }
-
-    std::unique_ptr<LVTestHttpServer> server;
-    QTemporaryDir home;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<LVContext> context;
 };
 
 TEST_F(FlickrSourceTest, TypedTextIsLookedUpByAddressOrByName)
@@ -268,7 +238,7 @@ TEST_F(FlickrSourceTest, EachPhotoStaysItsDelayAfterItArrivesAndTheShowWraps)
 
 TEST_F(FlickrSourceTest, APickedPhotoWinsOverAFetchStillRunning)
 {
-    server->answer("/farm1/1/2484_123456.jpg", {200, jpeg(Qt::red), "image/jpeg", true});
+    servePhoto("/farm1/1/2484_123456.jpg", Qt::red, true);
     auto source = sourceWithPhotos();
     context->setFrameTime(1.0);
     source->doit(); // asks for the first photo, which the server holds
