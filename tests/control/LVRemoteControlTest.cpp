@@ -471,7 +471,11 @@ TEST_F(LVRemoteControlTest, ThePreferencesTurnTheServerOnAndMoveIt)
 {
     testing::internal::CaptureStderr();
     defaults->setValue("remoteControlPassword", "");
-    defaults->setValue("remoteControlPort", 0);
+    // A port free right now: the usual one may be taken by a Lumaveil or a test running beside this one.
+    QTcpServer probe;
+    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
+    defaults->setValue("remoteControlPort", int(probe.serverPort()));
+    probe.close();
     service = std::make_unique<LVRemoteControlService>(*app, studio, LVRemoteControlService::Options{});
     struct Step {
         const char* key;
