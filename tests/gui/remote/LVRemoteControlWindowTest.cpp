@@ -112,8 +112,9 @@ TEST_F(LVRemoteControlWindowTest, EachControlWritesItsPreference)
 TEST_F(LVRemoteControlWindowTest, TheFileMenuOpensItAndItShowsThePasswordTheServerMade)
 {
     start(dir.filePath(QStringLiteral("none")));
-    defaults->setValue(QStringLiteral("remoteControlPort"), 0);
-    LVRemoteControlService service(*app, nullptr, {});
+    LVRemoteControlService::Options anyFreePort;
+    anyFreePort.port = 0; // not the usual port, which a running Lumaveil or another test may hold
+    LVRemoteControlService service(*app, nullptr, anyFreePort);
     window->setRemoteControlStatus([&service] { return service.status(); });
 
     window->findChild<QAction*>(QStringLiteral("remoteControl"))->trigger();
