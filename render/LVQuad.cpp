@@ -67,19 +67,9 @@ Quad makeQuad()
     Quad q;
     GLuint vs = LVCompileShader(GL_VERTEX_SHADER, kVertex, "quad");
     GLuint fs = LVCompileShader(GL_FRAGMENT_SHADER, kFragment, "quad");
-    q.program = glCreateProgram();
-    glAttachShader(q.program, vs);
-    glAttachShader(q.program, fs);
-    glLinkProgram(q.program);
+    q.program = LVLinkProgram(vs, fs, "quad");
     glDeleteShader(vs);
     glDeleteShader(fs);
-    GLint ok = 0;
-    glGetProgramiv(q.program, GL_LINK_STATUS, &ok);
-    if (!ok) {
-        char log[1024] = {};
-        glGetProgramInfoLog(q.program, sizeof log, nullptr, log);
-        LVLog("glLinkProgram: %s", log);
-    }
     q.ortho = glGetUniformLocation(q.program, "ortho");
     q.alphaFirst = glGetUniformLocation(q.program, "alphaFirst");
     GLint previousProgram = 0;
@@ -171,6 +161,23 @@ GLuint LVCompileShader(GLenum type, const char* source, const char* what, const 
         return 0;
     }
     return shader;
+}
+
+GLuint LVLinkProgram(GLuint vertex, GLuint fragment, const char* what)
+{
+    if (!vertex || !fragment) return 0; // the compile said why
+    GLuint program = glCreateProgram();
+    glAttachShader(program, vertex);
+    glAttachShader(program, fragment);
+    glLinkProgram(program);
+    GLint ok = 0;
+    glGetProgramiv(program, GL_LINK_STATUS, &ok);
+    if (ok) return program;
+    char log[1024] = {};
+    glGetProgramInfoLog(program, sizeof log, nullptr, log);
+    LVLog("glLinkProgram(%s): %s", what, log);
+    glDeleteProgram(program);
+    return 0;
 }
 
 void LVQuadRelease(void* eglContext)

@@ -19,5 +19,7 @@ void LVQuadDraw(GLuint texture, const LVQuadVertex (&quad)[4], float left, float
                 LVQuadOutput output = LVQuadOutput::Colour);
 // Compiles prefix + source; on failure logs "glCompileShader(what): <log>" and answers 0.
 GLuint LVCompileShader(GLenum type, const char* source, const char* what, const char* prefix = "");
+// Links compiled shaders (left to the caller) into a program; 0, logged with `what`, when it fails.
+GLuint LVLinkProgram(GLuint vertex, GLuint fragment, const char* what);
 // Deletes the drawer of the given (current) EGL context.
 void LVQuadRelease(void* eglContext);

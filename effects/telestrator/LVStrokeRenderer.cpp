@@ -72,18 +72,10 @@ bool LVStrokeRenderer::prepare(LVContext& ctx)
         ctx_ = &ctx;
         GLuint vs = LVCompileShader(GL_VERTEX_SHADER, kVertex, "telestrator");
         GLuint fs = LVCompileShader(GL_FRAGMENT_SHADER, kFragment, "telestrator");
-        program_ = glCreateProgram();
-        if (vs) glAttachShader(program_, vs);
-        if (fs) glAttachShader(program_, fs);
-        glLinkProgram(program_);
+        program_ = LVLinkProgram(vs, fs, "telestrator");
         glDeleteShader(vs);
         glDeleteShader(fs);
-        GLint ok = 0;
-        glGetProgramiv(program_, GL_LINK_STATUS, &ok);
-        if (!ok) {
-            char log[1024] = {};
-            glGetProgramInfoLog(program_, sizeof log, nullptr, log);
-            LVLog("glLinkProgram(telestrator): %s", log);
+        if (!program_) {
             failed_ = true;
             return false;
         }

@@ -148,17 +148,9 @@ bool LVCamConverter::buildPrograms(bool scaled)
             return false;
         }
         Program& p = programs_[scaled][layout];
-        p.name = glCreateProgram();
-        glAttachShader(p.name, vs);
-        glAttachShader(p.name, fs);
-        glLinkProgram(p.name);
+        p.name = LVLinkProgram(vs, fs, "camera conversion");
         glDeleteShader(fs);
-        GLint ok = 0;
-        glGetProgramiv(p.name, GL_LINK_STATUS, &ok);
-        if (!ok) {
-            char log[1024] = {};
-            glGetProgramInfoLog(p.name, sizeof log, nullptr, log);
-            LVLog("glLinkProgram(camera conversion): %s", log);
+        if (!p.name) {
             glDeleteShader(vs);
             return false;
         }
