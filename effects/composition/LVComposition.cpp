@@ -503,6 +503,17 @@ void LVComposition::analyse()
         pointwise_ = code.count(any) == code.count(here);
     }
     scanGlobals(code, &globalNames_, &macroNames_);
+    for (const LVISFInput& in : inputs_) {
+        if (in.type != LVISFInputType::Bool && in.type != LVISFInputType::Long && in.type != LVISFInputType::Float)
+            continue;
+        // Beside a comparison (not a shift), or a condition of its own: if (x), x ? a : b, !x, x && y.
+        const QString n = QRegularExpression::escape(in.name);
+        const QRegularExpression branch(
+            QStringLiteral("\\b%1\\s*(==|!=|<=|>=|<(?!<)|>(?!>)|\\?|&&|\\|\\|)|(==|!=|<=|>=|(?<!<)<|(?<!>)>|!|&&|\\|\\|)\\s*%1\\b|"
+                           "\\bif\\s*\\(\\s*%1\\s*\\)")
+                .arg(n));
+        if (code.contains(branch)) switchInputs_ << in.name;
+    }
 }
 
 LVParameterList LVComposition::parameters() const

@@ -106,6 +106,9 @@ public:
     // renamed per stage when several compositions share one shader.
     const QStringList& globalNames() const { return globalNames_; }
     const QStringList& macroNames() const { return macroNames_; }
+    // Bool, long and float inputs a branch of the shader depends on (compared, or a condition
+    // themselves): a program may fix them as constants so the branch not taken costs nothing.
+    const QStringList& switchInputs() const { return switchInputs_; }
 
     // The parameter list that editors, the archive and scripting read.
     LVParameterList parameters() const;
@@ -136,6 +139,7 @@ private:
     QString vertexSource_;
     QStringList globalNames_;
     QStringList macroNames_;
+    QStringList switchInputs_;
     QJsonObject header_;
 };
 

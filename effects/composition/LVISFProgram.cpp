@@ -8,6 +8,7 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <climits>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -19,6 +20,7 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -90,14 +92,18 @@ QString uniformType(LVISFInputType type)
 // Uniforms of one composition: built-ins kept per stage, inputs, pass targets, imports.
 // PASSINDEX is a constant, so each pass's program holds only that pass's branch: a
 // software rasteriser would otherwise run every pass's code in every pass.
-QString declarations(const LVComposition& c, bool skipImageInput, int pass)
+QString declarations(const LVComposition& c, bool skipImageInput, int pass, const LVISFConstants& constants)
 {
     QString s = QStringLiteral("const int PASSINDEX = %1;\nuniform float TIME;\nuniform float TIMEDELTA;\n"
                                "uniform int FRAMEINDEX;\nuniform vec4 DATE;\n")
                     .arg(pass);
     for (const LVISFInput& in : c.inputs()) {
         if (skipImageInput && in.name == c.imageInputKey()) continue;
-        s += QStringLiteral("uniform %1 %2;\n").arg(uniformType(in.type), in.name);
+        const auto fixed = std::find_if(constants.begin(), constants.end(), [&](const auto& k) { return k.first == in.name; });
+        if (fixed != constants.end())
+            s += QStringLiteral("const %1 %2 = %3;\n").arg(uniformType(in.type), in.name, fixed->second);
+        else
+            s += QStringLiteral("uniform %1 %2;\n").arg(uniformType(in.type), in.name);
     }
     for (const LVISFPass& pass : c.passes()) {
         if (!pass.target.isEmpty()) s += QStringLiteral("uniform sampler2D %1;\n").arg(pass.target);
@@ -107,12 +113,12 @@ QString declarations(const LVComposition& c, bool skipImageInput, int pass)
     return s;
 }
 
-QString vertexText(const LVComposition* c, int pass)
+QString vertexText(const LVComposition* c, int pass, const LVISFConstants& constants)
 {
     QString s = QStringLiteral("#version 330 core\n#define attribute in\n#define varying out\n");
     s += QLatin1String(kCommonMacros);
     s += QStringLiteral("out vec2 isf_FragNormCoord;\nuniform vec2 RENDERSIZE;\n");
-    if (c && c->hasVertexShader()) s += declarations(*c, false, pass);
+    if (c && c->hasVertexShader()) s += declarations(*c, false, pass, constants);
     // One triangle that covers the viewport; no vertex buffers needed.
     s += QStringLiteral("void isf_vertShaderInit() {\n"
                         "    vec2 p = vec2(float((gl_VertexID << 1) & 2), float(gl_VertexID & 2));\n"
@@ -134,26 +140,26 @@ QString fetchThisPixel(QString source, const QString& key)
     return source.replace(read, QStringLiteral("texelFetch(%1, ivec2(gl_FragCoord.xy), 0)").arg(key));
 }
 
-QString fragmentText(const LVComposition& c, int pass)
+QString fragmentText(const LVComposition& c, int pass, const LVISFConstants& constants)
 {
     QString s = QStringLiteral("#version 330 core\n#define varying in\n");
     s += QLatin1String(kCommonMacros);
     s += QStringLiteral("#define gl_FragColor lv_FragColor\nout vec4 lv_FragColor;\nin vec2 isf_FragNormCoord;\n"
                         "uniform vec2 RENDERSIZE;\n");
-    s += declarations(c, false, pass);
+    s += declarations(c, false, pass, constants);
     const QString source = c.isPointwise() ? fetchThisPixel(c.fragmentSource(), c.imageInputKey()) : c.fragmentSource();
     s += QStringLiteral("#line %1\n").arg(c.fragmentFirstLine()) + source;
     return s;
 }
 
-QString fusedFragmentText(const std::vector<const LVComposition*>& stages)
+QString fusedFragmentText(const std::vector<LVISFVariant>& stages)
 {
     QString s = QStringLiteral("#version 330 core\n#define varying in\n");
     s += QLatin1String(kCommonMacros);
     s += QStringLiteral("out vec4 lv_FragColor;\nin vec2 isf_FragNormCoord;\nuniform vec2 RENDERSIZE;\n"
                         "vec4 lv_stageInput;\nvec4 lv_stageOutput;\n");
     for (size_t i = 0; i < stages.size(); ++i) {
-        const LVComposition& c = *stages[i];
+        const LVComposition& c = *stages[i].composition;
         QStringList renamed = perStageBuiltins();
         for (const LVISFInput& in : c.inputs()) renamed << in.name;
         for (const LVISFPass& pass : c.passes()) {
@@ -167,7 +173,7 @@ QString fusedFragmentText(const std::vector<const LVComposition*>& stages)
         const QString prefix = QStringLiteral("lv_s%1_").arg(i);
         s += QStringLiteral("#define main %1main\n#define gl_FragColor lv_stageOutput\n").arg(prefix);
         for (const QString& name : renamed) s += QStringLiteral("#define %1 %2%1\n").arg(name, prefix);
-        s += declarations(c, i > 0, int(c.passes().size()) - 1);
+        s += declarations(c, i > 0, int(c.passes().size()) - 1, stages[i].constants);
         QString source = c.fragmentSource();
         if (i > 0) {
             // The previous stage's pixel stands in for this one's image input.
@@ -271,10 +277,20 @@ std::unique_ptr<LVISFProgram> link(const QString& vertex, const QString& fragmen
     return program;
 }
 
+// A composition's own programs: by composition, variant and pass.
+using OwnKey = std::tuple<quint64, LVISFConstants, int>;
+// A composition's passes built together: by composition and variant.
+using OwnJobKey = std::pair<quint64, LVISFConstants>;
+using FusedKey = std::vector<OwnJobKey>;
+
+// Variants of one composition a session may build; past that the general program serves.
+constexpr size_t kMaxVariants = 8;
+
 struct ProgramCache {
-    std::map<std::pair<quint64, int>, std::unique_ptr<LVISFProgram>> own;  // by pass; null: did not compile
-    std::map<std::vector<quint64>, std::unique_ptr<LVISFProgram>> fused;
-    std::map<quint64, QString> errors; // by composition: why its passes did not compile
+    std::map<OwnKey, std::unique_ptr<LVISFProgram>> own; // null: did not compile
+    std::map<FusedKey, std::unique_ptr<LVISFProgram>> fused;
+    std::map<quint64, QString> errors;                   // by composition: why its passes did not compile
+    std::map<quint64, std::set<LVISFConstants>> variants; // by composition: the variants admitted
 };
 
 ProgramCache& programs()
@@ -285,8 +301,9 @@ ProgramCache& programs()
 
 // One program to build: a composition's passes, or a fused program of several.
 struct BuildJob {
-    std::pair<quint64, int> ownKey{0, -1}; // the composition and its pass count, for own programs
-    std::vector<quint64> fusedKey;         // for a fused program
+    OwnJobKey ownKey{0, {}};  // for own programs
+    int passCount = 0;        // for own programs
+    FusedKey fusedKey;        // for a fused program
     struct Stage {
         QString vertex, fragment, vertexFile, fragmentFile;
     };
@@ -460,8 +477,14 @@ private:
     bool held_ = false;
 };
 
-std::set<std::pair<quint64, int>> pendingOwn;
-std::set<std::vector<quint64>> pendingFused;
+std::set<OwnJobKey> pendingOwn;
+std::set<FusedKey> pendingFused;
+
+bool& variantsEnabled()
+{
+    static bool enabled = qEnvironmentVariableIsEmpty("LUMAVEIL_NO_VARIANTS");
+    return enabled;
+}
 
 // Versions of compositions that are gone (re-read, or no longer used). Any thread may drop
 // the last reference, GL objects go only on the render thread: the programs are freed at its
@@ -484,12 +507,17 @@ void deleteProgram(std::unique_ptr<LVISFProgram>& program)
     program.reset();
 }
 
+bool fusedKeyHolds(const FusedKey& key, quint64 uid)
+{
+    return std::any_of(key.begin(), key.end(), [uid](const OwnJobKey& stage) { return stage.first == uid; });
+}
+
 bool isPending(quint64 uid)
 {
     for (const auto& key : pendingOwn)
         if (key.first == uid) return true;
     for (const auto& key : pendingFused)
-        if (std::find(key.begin(), key.end(), uid) != key.end()) return true;
+        if (fusedKeyHolds(key, uid)) return true;
     return false;
 }
 
@@ -511,12 +539,13 @@ void freeDeadPrograms()
             later.push_back(uid);
             continue;
         }
-        for (auto it = cache.own.lower_bound({uid, 0}); it != cache.own.end() && it->first.first == uid;) {
+        for (auto it = cache.own.lower_bound(OwnKey{uid, {}, INT_MIN});
+             it != cache.own.end() && std::get<0>(it->first) == uid;) {
             deleteProgram(it->second);
             it = cache.own.erase(it);
         }
         for (auto it = cache.fused.begin(); it != cache.fused.end();) {
-            if (std::find(it->first.begin(), it->first.end(), uid) != it->first.end()) {
+            if (fusedKeyHolds(it->first, uid)) {
                 deleteProgram(it->second);
                 it = cache.fused.erase(it);
             } else {
@@ -524,11 +553,40 @@ void freeDeadPrograms()
             }
         }
         cache.errors.erase(uid);
+        cache.variants.erase(uid);
     }
     if (later.empty()) return;
     std::lock_guard lock(dead.mutex);
     dead.uids.insert(dead.uids.end(), later.begin(), later.end());
     dead.any = true;
+}
+
+QString describe(const LVISFConstants& constants)
+{
+    QStringList fixed;
+    for (const auto& [name, literal] : constants) fixed << QStringLiteral("%1 = %2").arg(name, literal);
+    return fixed.join(QStringLiteral(", "));
+}
+
+// Files a built (or failed) set of a composition's passes.
+void fileOwn(BuildJob& job)
+{
+    const auto& [uid, constants] = job.ownKey;
+    if (job.made.empty() && constants.empty()) {
+        LVLog("Composition %s does not compile:\n%s", qPrintable(job.path), qPrintable(job.error));
+        programs().errors.emplace(uid, job.error);
+    } else if (job.made.empty()) {
+        // Ours, not the user's: the general program still draws it.
+        LVLog("Composition %s with %s fixed does not compile; its general program draws it:\n%s", qPrintable(job.path),
+              qPrintable(describe(constants)), qPrintable(job.error));
+    }
+    for (int i = 0; i < job.passCount; ++i)
+        programs().own.emplace(OwnKey(uid, constants, i), job.made.empty() ? nullptr : std::move(job.made[size_t(i)]));
+}
+
+void fileFused(BuildJob& job)
+{
+    programs().fused.emplace(job.fusedKey, job.made.empty() ? nullptr : std::move(job.made.front()));
 }
 
 // Files what the worker has built, then frees what is no longer used; runs on the render thread.
@@ -543,21 +601,75 @@ void takeFinished()
     if (finished.empty()) return;
     for (auto& job : finished) {
         if (job->fusedKey.empty()) {
-            if (job->made.empty()) {
-                LVLog("Composition %s does not compile:\n%s", qPrintable(job->path), qPrintable(job->error));
-                programs().errors.emplace(job->ownKey.first, job->error);
-            }
-            for (int i = 0; i < job->ownKey.second; ++i)
-                programs().own.emplace(std::pair(job->ownKey.first, i),
-                                       job->made.empty() ? nullptr : std::move(job->made[size_t(i)]));
+            fileOwn(*job);
             pendingOwn.erase(job->ownKey);
         } else {
-            programs().fused.emplace(job->fusedKey, job->made.empty() ? nullptr : std::move(job->made.front()));
+            fileFused(*job);
             pendingFused.erase(job->fusedKey);
         }
     }
     // Counted down last, so waitUntilIdle answers only once the programs are filed.
     worker->filed(int(finished.size()));
+}
+
+// Whether this composition may have one more variant built; the ones it has stay admitted.
+bool admitted(quint64 uid, const LVISFConstants& constants)
+{
+    std::set<LVISFConstants>& variants = programs().variants[uid];
+    if (variants.count(constants)) return true;
+    if (variants.size() >= kMaxVariants) return false;
+    variants.insert(constants);
+    return true;
+}
+
+// The program of one variant's pass: built on the worker (null meanwhile) or here.
+const LVISFProgram* ownProgram(const LVComposition& c, int pass, const LVISFConstants& constants)
+{
+    auto& own = programs().own;
+    const auto it = own.find(OwnKey(c.uid(), constants, pass));
+    if (it != own.end()) return it->second.get();
+    OwnJobKey key(c.uid(), constants);
+    if (pendingOwn.count(key)) return nullptr;
+    // Every pass at once, so a broken shader is reported once and none of it runs.
+    const QFileInfo info(c.path());
+    const QString vertexFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".vs"));
+    auto job = std::make_unique<BuildJob>();
+    job->ownKey = key;
+    job->passCount = int(c.passes().size());
+    job->path = c.path();
+    for (int i = 0; i < job->passCount; ++i)
+        job->stages.push_back({vertexText(&c, i, constants), fragmentText(c, i, constants), vertexFile, c.path()});
+    if (Worker* worker = Worker::instance()) {
+        pendingOwn.insert(std::move(key));
+        worker->submit(std::move(job));
+        return nullptr;
+    }
+    build(*job);
+    fileOwn(*job);
+    return own.find(OwnKey(c.uid(), constants, pass))->second.get();
+}
+
+const LVISFProgram* fusedProgram(const std::vector<LVISFVariant>& stages)
+{
+    FusedKey key;
+    for (const LVISFVariant& stage : stages) key.emplace_back(stage.composition->uid(), stage.constants);
+    auto& fused = programs().fused;
+    const auto it = fused.find(key);
+    if (it != fused.end()) return it->second.get();
+    if (pendingFused.count(key)) return nullptr;
+    auto job = std::make_unique<BuildJob>();
+    job->fusedKey = std::move(key);
+    job->stages.push_back({vertexText(nullptr, 0, {}), fusedFragmentText(stages), QStringLiteral("(fused)"),
+                           QStringLiteral("(fused)")});
+    // Not an error for the user while it is missing: the effects then run one after another.
+    if (Worker* worker = Worker::instance()) {
+        pendingFused.insert(job->fusedKey);
+        worker->submit(std::move(job));
+        return nullptr;
+    }
+    build(*job);
+    fileFused(*job);
+    return fused.find(job->fusedKey)->second.get();
 }
 
 } // namespace
@@ -649,67 +761,45 @@ QString LVISFUniformName(int stage, const QString& name)
     return stage < 0 ? name : QStringLiteral("lv_s%1_%2").arg(stage).arg(name);
 }
 
-QString LVISFFragmentShaderText(const LVComposition& composition, int pass)
+QString LVISFFragmentShaderText(const LVComposition& composition, int pass, const LVISFConstants& constants)
 {
-    return fragmentText(composition, pass);
+    return fragmentText(composition, pass, constants);
 }
 
 QString LVISFVertexShaderText(const LVComposition* composition, int pass)
 {
-    return vertexText(composition, pass);
+    return vertexText(composition, pass, {});
 }
 
-const LVISFProgram* LVISFProgramFor(const LVComposition& c, int pass)
+void LVISFSetVariantsEnabled(bool enabled)
+{
+    variantsEnabled() = enabled;
+}
+
+const LVISFProgram* LVISFProgramFor(const LVComposition& c, int pass, const LVISFConstants& constants)
 {
     if (!c.isValid() || pass < 0 || pass >= int(c.passes().size())) return nullptr;
     takeFinished();
-    auto& own = programs().own;
-    const auto it = own.find({c.uid(), pass});
-    if (it != own.end()) return it->second.get();
-    const std::pair<quint64, int> key(c.uid(), int(c.passes().size()));
-    if (pendingOwn.count(key)) return nullptr;
-    // Every pass at once, so a broken shader is reported once and none of it runs.
-    const QFileInfo info(c.path());
-    const QString vertexFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".vs"));
-    auto job = std::make_unique<BuildJob>();
-    job->ownKey = key;
-    job->path = c.path();
-    for (int i = 0; i < int(c.passes().size()); ++i)
-        job->stages.push_back({vertexText(&c, i), fragmentText(c, i), vertexFile, c.path()});
-    if (Worker* worker = Worker::instance()) {
-        pendingOwn.insert(key);
-        worker->submit(std::move(job));
-        return nullptr;
-    }
-    build(*job);
-    if (job->made.empty()) {
-        LVLog("Composition %s does not compile:\n%s", qPrintable(c.path()), qPrintable(job->error));
-        programs().errors.emplace(c.uid(), job->error);
-    }
-    for (int i = 0; i < int(c.passes().size()); ++i)
-        own.emplace(std::pair(c.uid(), i), job->made.empty() ? nullptr : std::move(job->made[size_t(i)]));
-    return own.find({c.uid(), pass})->second.get();
+    // The general program first: it draws while a variant is built and whenever settings leave it.
+    const LVISFProgram* general = ownProgram(c, pass, {});
+    if (!general || constants.empty() || !variantsEnabled() || !admitted(c.uid(), constants)) return general;
+    const LVISFProgram* variant = ownProgram(c, pass, constants);
+    return variant ? variant : general;
 }
 
-const LVISFProgram* LVISFFusedProgramFor(const std::vector<const LVComposition*>& stages)
+const LVISFProgram* LVISFFusedProgramFor(const std::vector<LVISFVariant>& stages)
 {
     takeFinished();
-    std::vector<quint64> key;
-    for (const LVComposition* c : stages) key.push_back(c->uid());
-    auto& fused = programs().fused;
-    const auto it = fused.find(key);
-    if (it != fused.end()) return it->second.get();
-    if (pendingFused.count(key)) return nullptr;
-    auto job = std::make_unique<BuildJob>();
-    job->fusedKey = key;
-    job->stages.push_back({vertexText(nullptr, 0), fusedFragmentText(stages), QStringLiteral("(fused)"),
-                           QStringLiteral("(fused)")});
-    // Not an error for the user while it is missing: the effects then run one after another.
-    if (Worker* worker = Worker::instance()) {
-        pendingFused.insert(key);
-        worker->submit(std::move(job));
-        return nullptr;
+    std::vector<LVISFVariant> general = stages;
+    for (LVISFVariant& stage : general) stage.constants.clear();
+    const LVISFProgram* program = fusedProgram(general);
+    if (!program || !variantsEnabled()) return program;
+    std::vector<LVISFVariant> fixed = stages;
+    bool anyFixed = false;
+    for (LVISFVariant& stage : fixed) {
+        if (!stage.constants.empty() && !admitted(stage.composition->uid(), stage.constants)) stage.constants.clear();
+        anyFixed = anyFixed || !stage.constants.empty();
     }
-    build(*job);
-    return fused.emplace(std::move(key), job->made.empty() ? nullptr : std::move(job->made.front())).first->second.get();
+    const LVISFProgram* variant = anyFixed ? fusedProgram(fixed) : nullptr;
+    return variant ? variant : program;
 }

@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QString>
 
+#include <utility>
 #include <vector>
 
 struct LVISFProgram {
@@ -20,11 +21,26 @@ struct LVISFProgram {
     GLint location(const QString& name) const { return uniforms.value(name, -1); }
 };
 
+// Inputs a program variant fixes as constants, input name -> GLSL literal, in input order:
+// the compiler then drops the branches they switch off (hue 0 needs no colour-space round
+// trip). Empty: the general program, every input a uniform.
+using LVISFConstants = std::vector<std::pair<QString, QString>>;
+
+// A composition drawn with some of its inputs fixed.
+struct LVISFVariant {
+    const LVComposition* composition = nullptr;
+    LVISFConstants constants;
+};
+
 // The composition's program for one pass; all passes are compiled once per loaded version.
 // Null when any pass does not compile; the compiler's message is logged once as
 // "file:line: message". Null too while the program builder is still at it: the effect
-// then draws nothing until its program is ready.
-const LVISFProgram* LVISFProgramFor(const LVComposition& composition, int pass);
+// then draws nothing until its program is ready. The general program is always built
+// first; a variant is built beside it (at most a few per composition) and stands in for it
+// once ready, giving the same pixels.
+const LVISFProgram* LVISFProgramFor(const LVComposition& composition, int pass, const LVISFConstants& constants = {});
+// Variants on (the default) or off (LUMAVEIL_NO_VARIANTS=1, tests that compare).
+void LVISFSetVariantsEnabled(bool enabled);
 // A loaded version of a composition is gone (from any thread): its programs are deleted at the
 // render thread's next ask for a program.
 void LVISFCompositionGone(quint64 uid);
@@ -54,8 +70,8 @@ public:
 // One program that runs several compositions in a single pass: the first one's last
 // pass, then each next one on the previous one's pixel, quantised to 8 bits in between
 // exactly as a frame buffer would store it. Null when the shaders cannot share a program;
-// the caller then renders them one by one.
-const LVISFProgram* LVISFFusedProgramFor(const std::vector<const LVComposition*>& stages);
+// the caller then renders them one by one. Variants as for a composition's own program.
+const LVISFProgram* LVISFFusedProgramFor(const std::vector<LVISFVariant>& stages);
 
 // The name a composition's uniform has inside a program: as declared for stage -1 (its
 // own program), prefixed per stage inside a fused one.
@@ -73,5 +89,5 @@ QString LVISFImageSizeName(const QString& image);
 QString LVISFImageFlipName(const QString& image);
 
 // The shader texts, for tests and diagnostics.
-QString LVISFFragmentShaderText(const LVComposition& composition, int pass);
+QString LVISFFragmentShaderText(const LVComposition& composition, int pass, const LVISFConstants& constants = {});
 QString LVISFVertexShaderText(const LVComposition* composition, int pass);

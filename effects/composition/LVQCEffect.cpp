@@ -196,9 +196,9 @@ bool LVQCEffect::canTakeOver(const LVQCEffect& previous) const
         return false;
     const LVComposition& head = previous.pending_.front()->composition();
     if (head.hasVertexShader() || !head.passes().back().target.isEmpty()) return false;
-    std::vector<const LVComposition*> stages;
-    for (const auto& stage : previous.pending_) stages.push_back(&stage->composition());
-    stages.push_back(&rend_->composition());
+    std::vector<LVISFVariant> stages;
+    for (const auto& stage : previous.pending_) stages.push_back({&stage->composition(), stage->constants()});
+    stages.push_back({&rend_->composition(), rend_->constants()});
     const LVISFProgram* program = LVISFFusedProgramFor(stages);
     return program && program->samplers.size() <= kMaxFusedSamplers;
 }
@@ -254,9 +254,9 @@ bool LVQCEffect::drawStages(LVContext& ctx, const Stages& stages, size_t count)
         stages[0]->drawFinalPass(false);
         return true;
     }
-    std::vector<const LVComposition*> compositions;
-    for (size_t i = 0; i < count; ++i) compositions.push_back(&stages[i]->composition());
-    const LVISFProgram* program = LVISFFusedProgramFor(compositions);
+    std::vector<LVISFVariant> variants;
+    for (size_t i = 0; i < count; ++i) variants.push_back({&stages[i]->composition(), stages[i]->constants()});
+    const LVISFProgram* program = LVISFFusedProgramFor(variants);
     if (!program) return false;
     const bool blending = glIsEnabled(GL_BLEND);
     glDisable(GL_BLEND);

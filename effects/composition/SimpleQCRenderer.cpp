@@ -77,6 +77,7 @@ void SimpleQCRenderer::setValue(const QVariant& value, const QString& key)
 void SimpleQCRenderer::setNonGifValue(const QVariant& value, const QString& key)
 {
     values_.insert(key, value);
+    constants_.reset();
     const LVISFInput* input = composition_->input(key);
     if (input && input->type == LVISFInputType::Event && value.toBool()) firedEvents_.insert(key);
 }
@@ -336,6 +337,34 @@ SimpleQCRenderer::Target& SimpleQCRenderer::target(const LVISFPass& pass, QSize 
     glBindTexture(GL_TEXTURE_2D, 0);
     LVCheckGLError("SimpleQCRenderer pass target");
     return t;
+}
+
+const LVISFConstants& SimpleQCRenderer::constants() const
+{
+    if (constants_) return *constants_;
+    constants_.emplace();
+    for (const QString& name : composition_->switchInputs()) {
+        const LVISFInput& input = *composition_->input(name);
+        // Exactly what applyUniforms would send.
+        const QVariant v = values_.value(name);
+        switch (input.type) {
+        case LVISFInputType::Bool: constants_->emplace_back(name, v.toBool() ? QStringLiteral("true") : QStringLiteral("false")); break;
+        case LVISFInputType::Long:
+            if (input.values.contains(v.toInt()) || v.toInt() == input.defaultValue.toInt())
+                constants_->emplace_back(name, QString::number(v.toInt()));
+            break;
+        case LVISFInputType::Float:
+            if (float(v.toDouble()) == float(input.defaultValue.toDouble())) {
+                // Nine digits give the float back exactly; GLSL wants a point or an exponent.
+                QString literal = QString::number(double(float(v.toDouble())), 'g', 9);
+                if (!literal.contains(QLatin1Char('.')) && !literal.contains(QLatin1Char('e'))) literal += QLatin1String(".0");
+                constants_->emplace_back(name, literal);
+            }
+            break;
+        default: break;
+        }
+    }
+    return *constants_;
 }
 
 void SimpleQCRenderer::applyUniforms(const LVISFProgram& program, int stage, QSize renderSize, int* unit)

@@ -35,7 +35,10 @@ public:
     bool usesFilterProtocol() const { return composition_->isFilter(); }
     // Parsed and compiled; a broken composition draws nothing.
     bool isUsable() const { return program(0) != nullptr; }
-    const LVISFProgram* program(int pass) const { return LVISFProgramFor(*composition_, pass); }
+    const LVISFProgram* program(int pass) const { return LVISFProgramFor(*composition_, pass, constants()); }
+    // The switch inputs the program may fix at their present values: bools, longs at one of
+    // their VALUES or their default, floats at their default.
+    const LVISFConstants& constants() const;
 
     // Image inputs take a file path; an animated file plays its frames.
     void setValue(const QVariant& value, const QString& key);
@@ -121,6 +124,7 @@ private:
     std::map<QString, Target> targets_;
     mutable std::set<QString> cappedTargets_; // said once each; noted while sizing
     mutable bool areaReported_ = false;        // an unusable CHANGES_ONLY, said once
+    mutable std::optional<LVISFConstants> constants_; // worked out again when a value changes
     QSet<QString> firedEvents_;
     GLuint empty_ = 0;
     GLuint vao_ = 0;

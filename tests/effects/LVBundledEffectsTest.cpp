@@ -226,11 +226,11 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
             frames.push_back(render(picture, 0.5));
         }
         // The run from the last effect that samples around the pixel shares one shader.
-        std::vector<const LVComposition*> run;
+        std::vector<LVISFVariant> run;
         for (const auto& effect : chain) {
             const LVComposition& c = qc(effect)->renderer()->composition();
             if (!c.isPointwise()) run.clear();
-            run.push_back(&c);
+            run.push_back({&c, {}});
         }
         if (names.size() > 1) {
             EXPECT_GE(run.size(), 2u);
@@ -247,6 +247,62 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
         if (!same) frames[1].image().save(dir.filePath(QStringLiteral("fused-actual.png")));
         EXPECT_TRUE(same) << names.join(QLatin1String(", ")).toStdString();
     }
+}
+
+// Programs with switch inputs fixed drop the branches those switch off; the pixels must not
+// change, alone or fused: every bundled effect at its defaults and at each choice of its menus
+// and check boxes, drawn by the variant and by the general program.
+TEST_F(LVBundledTest, ProgramVariantsGiveTheSamePixelsAsTheGeneralProgram)
+{
+    makeContext(96, 54);
+    scan(bundledEffects());
+    struct Case {
+        QStringList chain;
+        QString key; // empty: defaults
+        QVariant value;
+    };
+    std::vector<Case> cases = {{{"Colour Adjust", "Chroma Key", "Ticker"}, {}, {}},
+                               {{"Sharpen", "Colour Adjust", "Chroma Key"}, QStringLiteral("keyMode"), 1}};
+    for (const auto& f : registry->allEffects()) {
+        LVEffectRef effect = make(f->name());
+        if (!qc(effect)) continue;
+        cases.push_back({{f->name()}, {}, {}});
+        const LVComposition& c = qc(effect)->renderer()->composition();
+        for (const QString& key : c.switchInputs()) {
+            const LVISFInput& input = *c.input(key);
+            if (input.type == LVISFInputType::Bool) cases.push_back({{f->name()}, key, !input.defaultValue.toBool()});
+            for (int value : input.values) cases.push_back({{f->name()}, key, value});
+        }
+    }
+    const QImage picture = bars(96, 54);
+    int fixedAny = 0;
+    for (const Case& c : cases) {
+        std::vector<Frame> frames;
+        for (bool variants : {false, true}) {
+            LVISFSetVariantsEnabled(variants);
+            chain.clear();
+            for (const QString& name : c.chain) {
+                chain.push_back(make(name));
+                chain.back()->setMode(LVModeLive);
+                if (!c.key.isEmpty()) chain.back()->setParameterValue(c.key, c.value);
+            }
+            render(picture, 0);
+            frames.push_back(render(picture, 0.5));
+        }
+        for (const auto& effect : chain) fixedAny += !qc(effect)->renderer()->constants().empty();
+        const std::string what = (c.chain.join(QLatin1String(", ")) + QLatin1Char(' ') + c.key).toStdString();
+        const bool same = frames[0].bytes == frames[1].bytes;
+        if (!same) frames[1].image().save(dir.filePath(QStringLiteral("variant-actual.png")));
+        EXPECT_TRUE(same) << what << " = " << c.value.toString().toStdString();
+    }
+    EXPECT_GT(fixedAny, 10);
+
+    // Hue at 0 drops the hue turn; any other hue needs the general program.
+    LVEffectRef adjust = make(QStringLiteral("Colour Adjust"));
+    const SimpleQCRenderer& renderer = *qc(adjust)->renderer();
+    EXPECT_EQ(renderer.program(0)->location(QStringLiteral("hue")), -1);
+    adjust->setParameterValue(QStringLiteral("hue"), 30.0);
+    EXPECT_GE(renderer.program(0)->location(QStringLiteral("hue")), 0);
 }
 
 TEST_F(LVBundledTest, PointwiseFiltersAreRecognised)
