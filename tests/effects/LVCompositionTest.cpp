@@ -345,15 +345,18 @@ TEST_F(LVEffectsTest, MissingFileKeepsAnEffectThatDrawsNothing)
     EXPECT_EQ(render(solid(Qt::red)).at(0, 0), (ARGB{255, 255, 0, 0}));
 }
 
+// Nothing is drawn until the general program is ready; it draws while a variant is built.
 TEST_F(LVEffectsTest, ACompositionBuiltBesideTheRenderLoopDrawsNothingUntilReady)
 {
     QString error;
     ASSERT_TRUE(LVISFProgramBuilder::startWorker(&error)) << error.toStdString();
     LVISFProgramBuilder::holdWorker(true);
-    write(QStringLiteral("Redden.fs"), "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"}]}*/\n"
-                                       "void main() { gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0); }\n");
+    write(QStringLiteral("Redden.fs"), "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"},\n"
+                                       "  {\"NAME\": \"level\", \"TYPE\": \"float\", \"DEFAULT\": 1.0}]}*/\n"
+                                       "void main() { gl_FragColor = level > 0.5 ? vec4(1.0, 0.0, 0.0, 1.0) : vec4(0.0); }\n");
     chain.push_back(make(QStringLiteral("Redden")));
     ASSERT_TRUE(chain.back());
+    const SimpleQCRenderer& renderer = *qc(chain.back())->renderer();
     const ARGB blue{255, 0, 0, 255}, red{255, 255, 0, 0};
     for (int frame = 0; frame < 3; ++frame) {
         EXPECT_EQ(render(solid(Qt::blue)).at(3, 3), blue) << "frame " << frame << " passes the picture on";
@@ -361,7 +364,14 @@ TEST_F(LVEffectsTest, ACompositionBuiltBesideTheRenderLoopDrawsNothingUntilReady
     }
     LVISFProgramBuilder::holdWorker(false);
     EXPECT_TRUE(LVISFProgramBuilder::waitUntilIdle(120));
+    LVISFProgramBuilder::holdWorker(true);
     EXPECT_EQ(render(solid(Qt::blue)).at(3, 3), red);
+    EXPECT_EQ(LVISFProgramBuilder::pendingCount(), 1) << "the variant with level fixed";
+    EXPECT_GE(renderer.program(0)->location(QStringLiteral("level")), 0);
+    LVISFProgramBuilder::holdWorker(false);
+    EXPECT_TRUE(LVISFProgramBuilder::waitUntilIdle(120));
+    EXPECT_EQ(render(solid(Qt::blue)).at(3, 3), red);
+    EXPECT_EQ(renderer.program(0)->location(QStringLiteral("level")), -1);
     chain.clear();
     EXPECT_TRUE(LVISFProgramBuilder::stopWorker(120));
 }
