@@ -8,6 +8,7 @@
 // process (the rasteriser's included), and ffmpeg's CPU time likewise.
 #include "core/LVEffectRegistry.h"
 #include "effects/composition/LVQCEffect.h"
+#include "effects/composition/SimpleQCRenderer.h"
 #include "effects/registration/LVEffectKinds.h"
 #include "render/LVContext.h"
 #include "render/LVOutputDriver.h"
@@ -198,9 +199,10 @@ void runChain(benchmark::State& state, const QStringList& names, bool withFfmpeg
         }
     }
     double time = 0;
-    // The first frame compiles the programs; two more make the pool's targets and both
-    // shared-memory blocks, so the measured frames are steady ones.
-    for (int warmUp = 0; warmUp < 3; ++warmUp) renderFrame(chain, time += 1.0 / 30);
+    // The first frames compile the programs (the variants for settings held still follow
+    // kLVSteadyFrames later); three more make the pool's targets and both shared-memory
+    // blocks, so the measured frames are steady ones.
+    for (int warmUp = 0; warmUp < kLVSteadyFrames + 3; ++warmUp) renderFrame(chain, time += 1.0 / 30);
     std::vector<double> frameMs, cpuMs;
     for (auto _ : state) {
         QElapsedTimer timer;

@@ -283,14 +283,15 @@ using OwnKey = std::tuple<quint64, LVISFConstants, int>;
 using OwnJobKey = std::pair<quint64, LVISFConstants>;
 using FusedKey = std::vector<OwnJobKey>;
 
-// Variants of one composition a session may build; past that the general program serves.
+// Variants of one composition held at once; a new one replaces the one least recently used.
 constexpr size_t kMaxVariants = 8;
 
 struct ProgramCache {
     std::map<OwnKey, std::unique_ptr<LVISFProgram>> own; // null: did not compile
     std::map<FusedKey, std::unique_ptr<LVISFProgram>> fused;
     std::map<quint64, QString> errors;                   // by composition: why its passes did not compile
-    std::map<quint64, std::set<LVISFConstants>> variants; // by composition: the variants admitted
+    std::map<quint64, std::map<LVISFConstants, quint64>> variants; // by composition: variant -> last asked
+    quint64 asks = 0;
 };
 
 ProgramCache& programs()
@@ -612,13 +613,56 @@ void takeFinished()
     worker->filed(int(finished.size()));
 }
 
-// Whether this composition may have one more variant built; the ones it has stay admitted.
+bool variantPending(const OwnJobKey& variant)
+{
+    if (pendingOwn.count(variant)) return true;
+    for (const auto& key : pendingFused)
+        if (std::find(key.begin(), key.end(), variant) != key.end()) return true;
+    return false;
+}
+
+// Frees a variant's own programs and the fused ones it is part of.
+void evict(const OwnJobKey& variant)
+{
+    ProgramCache& cache = programs();
+    for (auto it = cache.own.lower_bound(OwnKey{variant.first, variant.second, INT_MIN});
+         it != cache.own.end() && std::get<0>(it->first) == variant.first && std::get<1>(it->first) == variant.second;) {
+        deleteProgram(it->second);
+        it = cache.own.erase(it);
+    }
+    for (auto it = cache.fused.begin(); it != cache.fused.end();) {
+        if (std::find(it->first.begin(), it->first.end(), variant) != it->first.end()) {
+            deleteProgram(it->second);
+            it = cache.fused.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
+// Whether this variant may be drawn with: a new one takes the place of the one asked for least
+// recently (never one still being built) once the composition holds kMaxVariants.
 bool admitted(quint64 uid, const LVISFConstants& constants)
 {
-    std::set<LVISFConstants>& variants = programs().variants[uid];
-    if (variants.count(constants)) return true;
-    if (variants.size() >= kMaxVariants) return false;
-    variants.insert(constants);
+    ProgramCache& cache = programs();
+    auto& variants = cache.variants[uid];
+    const quint64 now = ++cache.asks;
+    const auto known = variants.find(constants);
+    if (known != variants.end()) {
+        known->second = now;
+        return true;
+    }
+    if (variants.size() >= kMaxVariants) {
+        auto oldest = variants.end();
+        for (auto it = variants.begin(); it != variants.end(); ++it) {
+            if (variantPending({uid, it->first})) continue;
+            if (oldest == variants.end() || it->second < oldest->second) oldest = it;
+        }
+        if (oldest == variants.end()) return false;
+        evict({uid, oldest->first});
+        variants.erase(oldest);
+    }
+    variants.emplace(constants, now);
     return true;
 }
 

@@ -77,7 +77,10 @@ void SimpleQCRenderer::setValue(const QVariant& value, const QString& key)
 void SimpleQCRenderer::setNonGifValue(const QVariant& value, const QString& key)
 {
     values_.insert(key, value);
-    constants_.reset();
+    if (composition_->switchInputs().contains(key)) {
+        constants_.reset();
+        steadyFrames_ = 0;
+    }
     const LVISFInput* input = composition_->input(key);
     if (input && input->type == LVISFInputType::Event && value.toBool()) firedEvents_.insert(key);
 }
@@ -114,6 +117,7 @@ void SimpleQCRenderer::beginFrame(double time)
     timeDelta_ = frameIndex_ < 0 ? 0 : std::max(0.0, time - time_);
     time_ = time;
     ++frameIndex_;
+    if (++steadyFrames_ == kLVSteadyFrames) constants_.reset();
     const QDateTime now = QDateTime::currentDateTime();
     date_[0] = float(now.date().year());
     date_[1] = float(now.date().month());
@@ -343,6 +347,7 @@ const LVISFConstants& SimpleQCRenderer::constants() const
 {
     if (constants_) return *constants_;
     constants_.emplace();
+    const bool steady = steadyFrames_ >= kLVSteadyFrames;
     for (const QString& name : composition_->switchInputs()) {
         const LVISFInput& input = *composition_->input(name);
         // Exactly what applyUniforms would send.
@@ -350,11 +355,11 @@ const LVISFConstants& SimpleQCRenderer::constants() const
         switch (input.type) {
         case LVISFInputType::Bool: constants_->emplace_back(name, v.toBool() ? QStringLiteral("true") : QStringLiteral("false")); break;
         case LVISFInputType::Long:
-            if (input.values.contains(v.toInt()) || v.toInt() == input.defaultValue.toInt())
+            if (steady || input.values.contains(v.toInt()) || v.toInt() == input.defaultValue.toInt())
                 constants_->emplace_back(name, QString::number(v.toInt()));
             break;
         case LVISFInputType::Float:
-            if (float(v.toDouble()) == float(input.defaultValue.toDouble())) {
+            if (steady || float(v.toDouble()) == float(input.defaultValue.toDouble())) {
                 // Nine digits give the float back exactly; GLSL wants a point or an exponent.
                 QString literal = QString::number(double(float(v.toDouble())), 'g', 9);
                 if (!literal.contains(QLatin1Char('.')) && !literal.contains(QLatin1Char('e'))) literal += QLatin1String(".0");

@@ -22,6 +22,9 @@
 constexpr qint64 kLVPassTargetBudget = 256 << 20;
 QSize LVCapPassSize(QSize asked, bool isFloat);
 
+// About a second at 30 fps.
+constexpr int kLVSteadyFrames = 30;
+
 class SimpleQCRenderer {
 public:
     // The composition of the file, drawn into ctx's frames.
@@ -37,7 +40,8 @@ public:
     bool isUsable() const { return program(0) != nullptr; }
     const LVISFProgram* program(int pass) const { return LVISFProgramFor(*composition_, pass, constants()); }
     // The switch inputs the program may fix at their present values: bools, longs at one of
-    // their VALUES or their default, floats at their default.
+    // their VALUES or their default, floats at their default; any value once the switch inputs
+    // have held still for kLVSteadyFrames frames (a slider being dragged builds nothing).
     const LVISFConstants& constants() const;
 
     // Image inputs take a file path; an animated file plays its frames.
@@ -125,6 +129,7 @@ private:
     mutable std::set<QString> cappedTargets_; // said once each; noted while sizing
     mutable bool areaReported_ = false;        // an unusable CHANGES_ONLY, said once
     mutable std::optional<LVISFConstants> constants_; // worked out again when a value changes
+    int steadyFrames_ = 0;                             // frames since a switch input last changed
     QSet<QString> firedEvents_;
     GLuint empty_ = 0;
     GLuint vao_ = 0;

@@ -251,7 +251,7 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
 
 // Programs with switch inputs fixed drop the branches those switch off; the pixels must not
 // change, alone or fused: every bundled effect at its defaults and at each choice of its menus
-// and check boxes, drawn by the variant and by the general program.
+// and check boxes, and at values held until fixed, drawn by the variant and by the general program.
 TEST_F(LVBundledTest, ProgramVariantsGiveTheSamePixelsAsTheGeneralProgram)
 {
     makeContext(96, 54);
@@ -262,7 +262,14 @@ TEST_F(LVBundledTest, ProgramVariantsGiveTheSamePixelsAsTheGeneralProgram)
         QVariant value;
     };
     std::vector<Case> cases = {{{"Colour Adjust", "Chroma Key", "Ticker"}, {}, {}},
-                               {{"Sharpen", "Colour Adjust", "Chroma Key"}, QStringLiteral("keyMode"), 1}};
+                               {{"Sharpen", "Colour Adjust", "Chroma Key"}, QStringLiteral("keyMode"), 1},
+                               {{"Colour Adjust"}, QStringLiteral("hue"), 30.0},
+                               {{"Colour Adjust"}, QStringLiteral("gamma"), 2.0},
+                               {{"Colour Adjust"}, QStringLiteral("gamma"), 0.45},
+                               {{"Sharpen"}, QStringLiteral("radius"), 2.0},
+                               {{"Sharpen"}, QStringLiteral("radius"), 1.5},
+                               {{"Chroma Key"}, QStringLiteral("smoothness"), 0.0},
+                               {{"Crop and Zoom", "Ticker"}, QStringLiteral("cropLeft"), 0.05}};
     for (const auto& f : registry->allEffects()) {
         LVEffectRef effect = make(f->name());
         if (!qc(effect)) continue;
@@ -286,7 +293,8 @@ TEST_F(LVBundledTest, ProgramVariantsGiveTheSamePixelsAsTheGeneralProgram)
                 chain.back()->setMode(LVModeLive);
                 if (!c.key.isEmpty()) chain.back()->setParameterValue(c.key, c.value);
             }
-            render(picture, 0);
+            // Held long enough to be fixed at any value.
+            for (int frame = 0; frame <= kLVSteadyFrames; ++frame) render(picture, frame / 60.0);
             frames.push_back(render(picture, 0.5));
         }
         for (const auto& effect : chain) fixedAny += !qc(effect)->renderer()->constants().empty();

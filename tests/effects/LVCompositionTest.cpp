@@ -376,6 +376,27 @@ TEST_F(LVEffectsTest, ACompositionBuiltBesideTheRenderLoopDrawsNothingUntilReady
     EXPECT_TRUE(LVISFProgramBuilder::stopWorker(120));
 }
 
+// A value held still gets its own variant; a composition keeps a bounded number of them, the
+// ones asked for least recently make way.
+TEST_F(LVEffectsTest, VariantsOfHeldValuesAreBoundedPerComposition)
+{
+    write(QStringLiteral("Level.fs"), "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"},\n"
+                                      "  {\"NAME\": \"level\", \"TYPE\": \"float\", \"DEFAULT\": 1.0}]}*/\n"
+                                      "void main() { gl_FragColor = level > 0.5 ? vec4(level / 16.0) : vec4(0.0); }\n");
+    chain = {make(QStringLiteral("Level"))};
+    const SimpleQCRenderer& renderer = *qc(chain[0])->renderer();
+    const size_t before = LVISFProgramCount();
+    for (int level = 2; level < 14; ++level) {
+        chain[0]->setParameterValue(QStringLiteral("level"), double(level));
+        EXPECT_GE(renderer.program(0)->location(QStringLiteral("level")), 0) << level << " while it moves";
+        for (int frame = 0; frame <= kLVSteadyFrames; ++frame) render(solid(Qt::black));
+        EXPECT_EQ(renderer.program(0)->location(QStringLiteral("level")), -1) << level << " once held";
+        const int grey = int(std::lround(level / 16.0 * 255));
+        EXPECT_EQ(render(solid(Qt::black)).at(1, 1), (ARGB{grey, grey, grey, grey})) << level;
+    }
+    EXPECT_LE(LVISFProgramCount() - before, 1u + 8u);
+}
+
 TEST_F(LVEffectsTest, OversizedCompositionsAreRefusedNamingTheLimit)
 {
     QByteArray text = "/*{}*/\nvoid main() { gl_FragColor = vec4(1.0); }\n";
