@@ -81,8 +81,8 @@ QJsonObject timeStages(Lumaveil& app, qint64 frames)
     for (qint64 i = 0; i < frames; ++i) {
         context.setFrameTime(context.frameTime() + 1.0 / app.frameRate());
         auto start = Clock::now();
-        context.reset(false);
         const std::vector<LVEffectRef> chain = app.liveEffects();
+        context.reset(false, LVChainOverwritesFrame(chain));
         for (const LVEffectRef& effect : chain)
             if (effect->isEnabled()) effect->preDoit();
         bool inSources = true;

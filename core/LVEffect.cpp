@@ -268,3 +268,10 @@ QByteArray LVEffect::dataFromEffect(const LVEffect& effect)
     effect.encodeWithCoder(archiver);
     return archiver.finishEncoding();
 }
+
+bool LVChainOverwritesFrame(const std::vector<LVEffectRef>& chain)
+{
+    for (const LVEffectRef& effect : chain)
+        if (effect->isEnabled()) return effect->overwritesFrame();
+    return false;
+}

@@ -12,6 +12,8 @@
 #include <QVariant>
 #include <QVariantMap>
 
+#include <vector>
+
 #include <cstdint>
 #include <optional>
 
@@ -78,6 +80,9 @@ public:
     virtual void preDoit() {}
     // Draws this frame's contribution into the context.
     virtual void doit() {}
+    // Whether doit() draws every pixel of the frame (through LVContext::framebufferToOverwrite()):
+    // a chain that starts with it needs no clear first.
+    virtual bool overwritesFrame() const { return false; }
     // Transitions: blend towards the other chain's picture by fraction 0..1.
     virtual void doTransitionTo(const LVTexture& other, double percentage);
 
@@ -135,3 +140,6 @@ private:
     QString savedName_;
     QHash<QString, QVariant> parameterValues_;
 };
+
+// Whether the first enabled effect of the chain overwrites the whole frame.
+bool LVChainOverwritesFrame(const std::vector<LVEffectRef>& chain);

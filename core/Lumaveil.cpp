@@ -638,7 +638,7 @@ void Lumaveil::doLiveChain()
     timeEffectsNextFrame_ = false;
     std::vector<std::pair<LVEffectRef, double>> effectSeconds;
     if (studio_) studio_->doit();
-    context_->reset(false);
+    context_->reset(false, LVChainOverwritesFrame(myEffects_));
     context_->setIsForPreview(false);
     for (size_t i = 0; i < myEffects_.size(); ++i) {
         const LVEffectRef effect = myEffects_[i];

@@ -10,6 +10,10 @@
 #include "render/LVGLContext.h"
 #include "render/LVQuad.h"
 
+#include <libyuv/convert_argb.h>
+#include <libyuv/convert_from_argb.h>
+#include <libyuv/planar_functions.h>
+
 namespace {
 
 std::function<QSize()>& sizeProvider()
@@ -106,7 +110,7 @@ public:
         made->height = height;
         glGenTextures(1, &made->texture);
         glBindTexture(GL_TEXTURE_2D, made->texture);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_BGRA, GL_UNSIGNED_BYTE, nullptr);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
@@ -215,8 +219,12 @@ void LVContext::_takeTarget()
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, oglPBuff_ ? oglPBuff_->texture : 0, 0);
 }
 
-void LVContext::reset(bool transparent)
+void LVContext::reset(bool transparent, bool firstDrawOverwrites)
 {
+    if (firstDrawOverwrites && !transparent) {
+        resetUncleared();
+        return;
+    }
     _takeTarget();
     if (oglPBuff_)
         clearContext(0, 0, 0, transparent ? 0 : 1);
@@ -252,6 +260,12 @@ void LVContext::_readRenderer()
     r->drawPendingOutput(*this);
 }
 
+GLuint LVContext::framebufferToOverwrite()
+{
+    if (!renderer_) uncleared_ = false;
+    return framebuffer();
+}
+
 GLuint LVContext::framebuffer()
 {
     _readRenderer();
@@ -269,15 +283,23 @@ LVTexture LVContext::texture()
 
 void LVContext::fetchOpenGLPixels(void* destination, int rowBytes)
 {
-    _readPixels(destination, rowBytes, GL_UNSIGNED_INT_8_8_8_8);
+    auto* bytes = static_cast<uint8_t*>(destination);
+    if (_readPixels(destination, rowBytes) == GL_RGBA) {
+        static const uint8_t kRGBAToARGB[16] = {3, 0, 1, 2, 7, 4, 5, 6, 11, 8, 9, 10, 15, 12, 13, 14};
+        libyuv::ARGBShuffle(bytes, rowBytes, bytes, rowBytes, kRGBAToARGB, width_, height_);
+    } else {
+        // libyuv names formats by their 32-bit word: its "ARGB" is B,G,R,A bytes.
+        libyuv::ARGBToBGRA(bytes, rowBytes, bytes, rowBytes, width_, height_);
+    }
 }
 
 void LVContext::fetchBGRAPixels(void* destination, int rowBytes)
 {
-    _readPixels(destination, rowBytes, GL_UNSIGNED_BYTE);
+    auto* bytes = static_cast<uint8_t*>(destination);
+    if (_readPixels(destination, rowBytes) == GL_RGBA) libyuv::ABGRToARGB(bytes, rowBytes, bytes, rowBytes, width_, height_);
 }
 
-void LVContext::_readPixels(void* destination, int rowBytes, GLenum type)
+GLenum LVContext::_readPixels(void* destination, int rowBytes)
 {
     // GL rows run bottom first; they are read into top-first order straight into the
     // destination: one copy, and no flipped copy of the frame drawn on the GPU first, which
@@ -289,17 +311,26 @@ void LVContext::_readPixels(void* destination, int rowBytes, GLenum type)
     glGetIntegerv(GL_PACK_ALIGNMENT, &alignment);
     glPixelStorei(GL_PACK_ROW_LENGTH, rowBytes / 4);
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
+    // The order the frame is stored in reads as a plain copy; any other is converted pixel by
+    // pixel (six times the copy on llvmpipe, which stores R,G,B,A): the caller reorders after.
+    if (!readFormat_) {
+        GLint format = 0, type = 0;
+        glGetIntegerv(GL_IMPLEMENTATION_COLOR_READ_FORMAT, &format);
+        glGetIntegerv(GL_IMPLEMENTATION_COLOR_READ_TYPE, &type);
+        readFormat_ = format == GL_RGBA && type == GL_UNSIGNED_BYTE ? GL_RGBA : GL_BGRA;
+    }
     if (packInvert_) {
         glPixelStorei(GL_PACK_INVERT_MESA, GL_TRUE);
-        glReadPixels(0, 0, width_, height_, GL_BGRA, type, destination);
+        glReadPixels(0, 0, width_, height_, readFormat_, GL_UNSIGNED_BYTE, destination);
         glPixelStorei(GL_PACK_INVERT_MESA, GL_FALSE);
     } else {
         auto* rows = static_cast<uint8_t*>(destination);
         for (int y = 0; y < height_; ++y)
-            glReadPixels(0, y, width_, 1, GL_BGRA, type, rows + size_t(height_ - 1 - y) * size_t(rowBytes));
+            glReadPixels(0, y, width_, 1, readFormat_, GL_UNSIGNED_BYTE, rows + size_t(height_ - 1 - y) * size_t(rowBytes));
     }
     glPixelStorei(GL_PACK_ROW_LENGTH, rowLength);
     glPixelStorei(GL_PACK_ALIGNMENT, alignment);
+    return readFormat_;
 }
 
 void LVContext::drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect)

@@ -68,8 +68,10 @@ public:
     LVGLContext& oglCtx(); // runs _readRenderer first
 
     // Drops any pending renderer, takes a new target from the pool and clears it to
-    // (0,0,0,0) when transparent, (0,0,0,1) otherwise. Leaves the new target bound.
-    void reset(bool transparent);
+    // (0,0,0,0) when transparent, (0,0,0,1) otherwise. Leaves the new target bound. When the
+    // first drawer overwrites every pixel (it takes framebufferToOverwrite()), an opaque clear
+    // is only owed: made if anything else draws into or reads the frame first.
+    void reset(bool transparent, bool firstDrawOverwrites = false);
     // The same, but the new target is left as it comes from the pool for the pending renderer
     // set next to overwrite. It is cleared to opaque black after all when that renderer does not
     // cover every pixel, or none is set, by the time the frame is drawn into or read.
@@ -77,12 +79,14 @@ public:
     void flush();
     // The current frame's framebuffer, bound as draw target with viewport (0,0,w,h).
     GLuint framebuffer();
+    // The same for a drawer that writes every pixel: a clear still owed is not made.
+    GLuint framebufferToOverwrite();
     // The current frame's colour texture.
     LVTexture texture();
     // Reads the frame as A,R,G,B bytes, top row first, rows rowBytes apart; the frame stays
     // the current one.
     void fetchOpenGLPixels(void* destination, int rowBytes);
-    // The same as B,G,R,A bytes (a QImage's ARGB32 words), the order GL reads fastest.
+    // The same as B,G,R,A bytes (a QImage's ARGB32 words).
     void fetchBGRAPixels(void* destination, int rowBytes);
     // Whether the read-back turns the rows over in one read (GL_MESA_pack_invert; on where
     // the GL has it) or reads row by row.
@@ -123,7 +127,8 @@ private:
     LVContext() = default;
     void _readRenderer();
     void _bindTarget();
-    void _readPixels(void* destination, int rowBytes, GLenum type);
+    // Reads top row first in the order GL reads as a copy; answers it (GL_RGBA or GL_BGRA).
+    GLenum _readPixels(void* destination, int rowBytes);
     void _takeTarget();
 
     int width_ = 0;
@@ -138,6 +143,7 @@ private:
     bool bForPreview_ = false;
     bool hasPackInvert_ = false;
     bool packInvert_ = false;
+    GLenum readFormat_ = 0; // the byte order GL reads the frame in as a plain copy; 0: not asked yet
 };
 
 // A CPU bitmap surface (alpha-first premultiplied pixels) for QPainter drawing.

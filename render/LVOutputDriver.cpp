@@ -55,7 +55,7 @@ LVFramePixelsRef LVFrameReadBack::read(LVContext& context)
 
 void LVFrameReadBack::readInto(LVContext& context, void* destination, int rowBytes)
 {
-    context.fetchBGRAPixels(destination, rowBytes);
+    context.fetchOpenGLPixels(destination, rowBytes);
     ++count_;
 }
 

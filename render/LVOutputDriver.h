@@ -35,7 +35,8 @@ using LVFramePixelsRef = std::shared_ptr<const LVFramePixels>;
 class LVFrameReadBack {
 public:
     LVFramePixelsRef read(LVContext& context);
-    // Into the caller's memory instead of a pooled buffer.
+    // Into the caller's memory instead of a pooled buffer, as A,R,G,B bytes (the camera
+    // transport's order).
     void readInto(LVContext& context, void* destination, int rowBytes);
     uint64_t count() const { return count_; }
 
@@ -55,8 +56,9 @@ public:
     const LVFramePixelsRef& pixels();
     // Whether a CPU output has had the pixels already.
     bool hasPixels() const { return pixels_ != nullptr; }
-    // For the last CPU output when no other one had the pixels: reads the frame (B,G,R,A,
-    // top row first) straight into destination, a copy fewer than pixels().
+    // For the last CPU output when no other one had the pixels: reads the frame (A,R,G,B, the
+    // camera transport's order, top row first) straight into destination, a copy fewer than
+    // pixels().
     void readInto(void* destination, int rowBytes);
 
 private:

@@ -8,13 +8,10 @@ void LVShmemOutput::drawFrame(LVOutputFrame& frame)
         publish(shmem_, *frame.pixels(), frameRate_());
         return;
     }
-    // The only CPU output this frame: read straight into the block, reorder the bytes in place.
+    // The only CPU output this frame: read straight into the block in the transport's order.
     const int width = frame.context().width(), height = frame.context().height();
-    shmem_.publishFrame(width, height, frameRate_() & 0xFFFF, [&](void* destination, int rowBytes) {
-        auto* block = static_cast<uint8_t*>(destination);
-        frame.readInto(block, rowBytes);
-        libyuv::ARGBToBGRA(block, rowBytes, block, rowBytes, width, height);
-    });
+    shmem_.publishFrame(width, height, frameRate_() & 0xFFFF,
+                        [&](void* destination, int rowBytes) { frame.readInto(destination, rowBytes); });
 }
 
 void LVShmemOutput::publish(LVShmem& shmem, const LVFramePixels& pixels, int frameRate)

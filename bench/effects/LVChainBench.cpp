@@ -48,6 +48,7 @@ struct Setup {
     std::unique_ptr<LVContext> ctx;
     std::unique_ptr<LVEffectRegistry> registry;
     std::unique_ptr<LVShmem> shmem;
+    std::unique_ptr<LVShmemOutput> camera; // the only CPU output, as in a plain live loop
     LVFrameReadBack readBack;
     QTemporaryDir dir;
     std::optional<FfmpegCost> ffmpeg;
@@ -119,13 +120,14 @@ void renderFrame(const std::vector<LVEffectRef>& chain, double time)
     poolTime += std::chrono::microseconds(33333);
     LVContext& ctx = *setup().ctx;
     ctx.setFrameTime(time);
-    ctx.reset(false);
+    ctx.reset(false, LVChainOverwritesFrame(chain));
     for (const auto& effect : chain) effect->preDoit();
     for (const auto& effect : chain) {
         effect->doit();
         ctx.flush();
     }
-    LVShmemOutput::publish(*setup().shmem, *setup().readBack.read(ctx), 30);
+    LVOutputFrame frame(ctx, setup().readBack);
+    setup().camera->drawFrame(frame);
 }
 
 // The measured frames only, after the warm-up ones: instruction counters
@@ -185,6 +187,7 @@ bool init()
     qputenv("LUMAVEIL_SHM_PREFIX", "lvbench.chain.");
     s.shmem = std::make_unique<LVShmem>(LVShmemRole::Producer);
     s.shmem->setAppRunning();
+    s.camera = std::make_unique<LVShmemOutput>(*s.shmem, [] { return true; }, [] { return 30; });
     return true;
 }
 

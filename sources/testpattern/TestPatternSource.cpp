@@ -144,7 +144,8 @@ void TestPatternSource::doit()
     LVContext* ctx = context();
     if (!ctx)
         return;
-    ctx->framebuffer();
+    // The bars and the strip below them cover the frame.
+    ctx->framebufferToOverwrite();
     drawStaticPart(*ctx);
     const qint64 position = parameterValue(kMoving).toBool() ? frame_ : 0;
     glEnable(GL_SCISSOR_TEST);

@@ -24,6 +24,7 @@ public:
 
     ~TestPatternSource() override;
     void doit() override;
+    bool overwritesFrame() const override { return true; }
     // Frames drawn so far; the next frame shows this number.
     qint64 frameCount() const { return frame_; }
 

@@ -100,6 +100,13 @@ TEST_F(LVContextTest, ReadBackIsArgbTopRowFirstWithRowStride)
                 EXPECT_EQ(f.at(x, y), x < W / 2 ? kRed : kBlue) << x << "," << y;
         }
         EXPECT_EQ(read(12).bytes, f.bytes); // reading leaves the frame as it was
+        std::vector<uint8_t> bgra(size_t(W) * H * 4);
+        ctx->fetchBGRAPixels(bgra.data(), W * 4);
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x) {
+                const uint8_t* p = &bgra[size_t(y * W + x) * 4];
+                EXPECT_EQ((ARGB{p[3], p[2], p[1], p[0]}), f.at(x, y)) << "B,G,R,A at " << x << "," << y;
+            }
         // Padding between rows stays untouched.
         for (int y = 0; y < H; ++y)
             for (int i = 0; i < 12; ++i)
@@ -109,6 +116,39 @@ TEST_F(LVContextTest, ReadBackIsArgbTopRowFirstWithRowStride)
     GLint invert = 1;
     glGetIntegerv(GL_PACK_INVERT_MESA, &invert);
     EXPECT_TRUE(!canInvert || invert == 0); // pack state is left as found
+}
+
+// A frame whose first drawer overwrites it is cleared only when something else draws into it
+// or reads it first; targets in the pool hold red.
+TEST_F(LVContextTest, AnOwedClearIsMadeUnlessTheFirstDrawerOverwrites)
+{
+    int tw = 0, th = 0;
+    const LVTexture tex{ctx->textureFromImage(picture(), &tw, &th), W, H};
+    const struct {
+        const char* what;
+        bool overwrite; // the first drawer takes framebufferToOverwrite()
+        QRectF drawn;   // where the picture goes; empty: nothing drawn
+        ARGB left;      // then the frame's top left pixel
+    } cases[] = {
+        {"nothing drawn", false, {}, kBlack},
+        {"a drawer of half the frame", false, QRectF(W / 2, 0, W / 2, H), kBlack},
+        {"an overwriting drawer", true, QRectF(0, 0, W, H), kGreen},
+    };
+    for (const auto& c : cases) {
+        for (int i = 0; i < 3; ++i) {
+            ctx->reset(false);
+            ctx->framebuffer();
+            glClearColor(1, 0, 0, 1);
+            glClear(GL_COLOR_BUFFER_BIT);
+        }
+        ctx->reset(false, true);
+        if (c.overwrite) ctx->framebufferToOverwrite();
+        if (!c.drawn.isEmpty()) ctx->drawTexture(tex, c.drawn, QRectF(0, 0, W, H));
+        const Frame f = read();
+        EXPECT_EQ(f.at(0, 0), c.left) << c.what;
+        EXPECT_EQ(f.at(W - 1, H - 1), c.drawn.isEmpty() ? kBlack : kBlue) << c.what;
+    }
+    glDeleteTextures(1, &tex.name);
 }
 
 // Each case draws the W x H picture at 1:1 into the frame with one of the quad rules and
