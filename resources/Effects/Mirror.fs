@@ -11,10 +11,13 @@
 
 void main()
 {
-    vec2 uv = isf_FragNormCoord;
-    if (mode == 0 || mode == 2) uv.x = 1.0 - uv.x;
-    if (mode == 1 || mode == 2) uv.y = 1.0 - uv.y;
-    if (mode == 3) uv.x = 0.5 - abs(uv.x - 0.5);
-    if (mode == 4) uv.y = 0.5 + abs(uv.y - 0.5);
-    gl_FragColor = IMG_NORM_PIXEL(inputImage, uv);
+    // Every mode maps whole pixels of the chain's picture (the frame's size) to whole pixels:
+    // plain fetches give what filtered samples would.
+    ivec2 p = ivec2(gl_FragCoord.xy);
+    ivec2 last = textureSize(inputImage, 0) - 1;
+    if (mode == 0 || mode == 2) p.x = last.x - p.x;
+    if (mode == 1 || mode == 2) p.y = last.y - p.y;
+    if (mode == 3) p.x = min(p.x, last.x - p.x);
+    if (mode == 4) p.y = max(p.y, last.y - p.y);
+    gl_FragColor = texelFetch(inputImage, p, 0);
 }

@@ -313,6 +313,52 @@ TEST_F(LVBundledTest, ProgramVariantsGiveTheSamePixelsAsTheGeneralProgram)
     EXPECT_GE(renderer.program(0)->location(QStringLiteral("hue")), 0);
 }
 
+// Effects that read whole pixels with plain fetches give the bytes their filtered samples gave.
+TEST_F(LVBundledTest, WholePixelFetchesGiveTheFilteredSamplesBytes)
+{
+    makeContext(97, 55); // odd, so mirrors have a middle column and row
+    const char* header = "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"},"
+                         "{\"NAME\": \"amount\", \"TYPE\": \"float\", \"DEFAULT\": 0.8},"
+                         "{\"NAME\": \"radius\", \"TYPE\": \"float\", \"DEFAULT\": 1.0},"
+                         "{\"NAME\": \"mode\", \"TYPE\": \"long\", \"DEFAULT\": 0}]}*/\n";
+    QDir(dir.path()).mkdir(QStringLiteral("bundled"));
+    for (const QString& name : QDir(bundledEffects()).entryList({QStringLiteral("*.fs")}))
+        QFile::copy(QDir(bundledEffects()).filePath(name), dir.filePath(QStringLiteral("bundled/") + name));
+    write(QStringLiteral("bundled/Filtered Sharpen.fs"),
+          QByteArray(header) + "void main() { vec2 px = radius / RENDERSIZE; vec2 uv = isf_FragNormCoord;\n"
+                               "    vec4 c = IMG_NORM_PIXEL(inputImage, uv);\n"
+                               "    vec4 around = IMG_NORM_PIXEL(inputImage, uv + vec2(px.x, 0.0)) + "
+                               "IMG_NORM_PIXEL(inputImage, uv - vec2(px.x, 0.0)) +\n"
+                               "        IMG_NORM_PIXEL(inputImage, uv + vec2(0.0, px.y)) + "
+                               "IMG_NORM_PIXEL(inputImage, uv - vec2(0.0, px.y));\n"
+                               "    gl_FragColor = vec4(clamp(c.rgb + (c.rgb - around.rgb * 0.25) * amount, 0.0, 1.0), c.a); }\n");
+    write(QStringLiteral("bundled/Filtered Mirror.fs"),
+          QByteArray(header) + "void main() { vec2 uv = isf_FragNormCoord;\n"
+                               "    if (mode == 0 || mode == 2) uv.x = 1.0 - uv.x;\n"
+                               "    if (mode == 1 || mode == 2) uv.y = 1.0 - uv.y;\n"
+                               "    if (mode == 3) uv.x = 0.5 - abs(uv.x - 0.5);\n"
+                               "    if (mode == 4) uv.y = 0.5 + abs(uv.y - 0.5);\n"
+                               "    gl_FragColor = IMG_NORM_PIXEL(inputImage, uv); }\n");
+    scan(dir.filePath(QStringLiteral("bundled")));
+    const struct {
+        const char* name;
+        const char* key;
+        QVariant value;
+    } cases[] = {{"Sharpen", "amount", 1.2}, {"Mirror", "mode", 0}, {"Mirror", "mode", 1},
+                 {"Mirror", "mode", 2},      {"Mirror", "mode", 3}, {"Mirror", "mode", 4}};
+    const QImage picture = bars(97, 55);
+    for (const auto& c : cases) {
+        std::vector<Frame> frames;
+        for (const QString& name : {QString::fromLatin1(c.name), QStringLiteral("Filtered ") + QLatin1String(c.name)}) {
+            chain = {make(name)};
+            ASSERT_TRUE(chain[0]) << name.toStdString();
+            chain[0]->setParameterValue(QLatin1String(c.key), c.value);
+            frames.push_back(render(picture));
+        }
+        EXPECT_TRUE(frames[0].bytes == frames[1].bytes) << c.name << " " << c.key << " " << c.value.toString().toStdString();
+    }
+}
+
 TEST_F(LVBundledTest, PointwiseFiltersAreRecognised)
 {
     const QStringList pointwise = {"Colour Adjust", "Chroma Key", "Vignette", "Black and White", "Lower Third",
