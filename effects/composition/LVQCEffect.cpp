@@ -18,6 +18,14 @@ bool& fusion()
 constexpr int kMaxFusedSamplers = 16;
 constexpr size_t kMaxFusedStages = 8;
 
+// The first count stages as a fused program is keyed: each composition with its inputs fixed now.
+std::vector<LVISFVariant> variantsOf(const std::vector<std::shared_ptr<SimpleQCRenderer>>& stages, size_t count)
+{
+    std::vector<LVISFVariant> variants;
+    for (size_t i = 0; i < count; ++i) variants.push_back({&stages[i]->composition(), stages[i]->constants()});
+    return variants;
+}
+
 } // namespace
 
 const LVEffectDescriptor& LVQCEffect::classDescriptor()
@@ -196,8 +204,7 @@ bool LVQCEffect::canTakeOver(const LVQCEffect& previous) const
         return false;
     const LVComposition& head = previous.pending_.front()->composition();
     if (head.hasVertexShader() || !head.passes().back().target.isEmpty()) return false;
-    std::vector<LVISFVariant> stages;
-    for (const auto& stage : previous.pending_) stages.push_back({&stage->composition(), stage->constants()});
+    std::vector<LVISFVariant> stages = variantsOf(previous.pending_, previous.pending_.size());
     stages.push_back({&rend_->composition(), rend_->constants()});
     const LVISFProgram* program = LVISFFusedProgramFor(stages);
     return program && program->samplers.size() <= kMaxFusedSamplers;
@@ -254,9 +261,7 @@ bool LVQCEffect::drawStages(LVContext& ctx, const Stages& stages, size_t count)
         stages[0]->drawFinalPass(false);
         return true;
     }
-    std::vector<LVISFVariant> variants;
-    for (size_t i = 0; i < count; ++i) variants.push_back({&stages[i]->composition(), stages[i]->constants()});
-    const LVISFProgram* program = LVISFFusedProgramFor(variants);
+    const LVISFProgram* program = LVISFFusedProgramFor(variantsOf(stages, count));
     if (!program) return false;
     const bool blending = glIsEnabled(GL_BLEND);
     glDisable(GL_BLEND);

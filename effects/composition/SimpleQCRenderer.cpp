@@ -117,7 +117,7 @@ void SimpleQCRenderer::beginFrame(double time)
     timeDelta_ = frameIndex_ < 0 ? 0 : std::max(0.0, time - time_);
     time_ = time;
     ++frameIndex_;
-    if (++steadyFrames_ == kLVSteadyFrames) constants_.reset();
+    if (steadyFrames_ < kLVSteadyFrames && ++steadyFrames_ == kLVSteadyFrames) constants_.reset();
     const QDateTime now = QDateTime::currentDateTime();
     date_[0] = float(now.date().year());
     date_[1] = float(now.date().month());
@@ -353,7 +353,9 @@ const LVISFConstants& SimpleQCRenderer::constants() const
         // Exactly what applyUniforms would send.
         const QVariant v = values_.value(name);
         switch (input.type) {
-        case LVISFInputType::Bool: constants_->emplace_back(name, v.toBool() ? QStringLiteral("true") : QStringLiteral("false")); break;
+        case LVISFInputType::Bool:
+            constants_->emplace_back(name, v.toBool() ? QStringLiteral("true") : QStringLiteral("false"));
+            break;
         case LVISFInputType::Long:
             if (steady || input.values.contains(v.toInt()) || v.toInt() == input.defaultValue.toInt())
                 constants_->emplace_back(name, QString::number(v.toInt()));
