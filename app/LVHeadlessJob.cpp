@@ -83,6 +83,7 @@ QJsonObject timeStages(Lumaveil& app, qint64 frames)
         auto start = Clock::now();
         const std::vector<LVEffectRef> chain = app.liveEffects();
         context.reset(false, LVChainOverwritesFrame(chain));
+        const LVChainAreas areas(chain, QSize(context.width(), context.height()));
         for (const LVEffectRef& effect : chain)
             if (effect->isEnabled()) effect->preDoit();
         bool inSources = true;

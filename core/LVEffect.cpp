@@ -269,6 +269,31 @@ QByteArray LVEffect::dataFromEffect(const LVEffect& effect)
     return archiver.finishEncoding();
 }
 
+std::optional<QRect> LVEffect::inputAreaFor(const QRect&, QSize) const
+{
+    return std::nullopt;
+}
+
+LVChainAreas::LVChainAreas(std::vector<LVEffectRef> chain, QSize frame) : chain_(std::move(chain))
+{
+    const QRect whole(QPoint(0, 0), frame);
+    std::optional<QRect> read;
+    for (auto it = chain_.rbegin(); it != chain_.rend(); ++it) {
+        LVEffect& effect = **it;
+        if (!effect.isEnabled()) continue;
+        effect.areaRead_ = read;
+        // Nothing of its output read: nothing of its input either.
+        if (read && read->isEmpty()) continue;
+        read = effect.inputAreaFor(read.value_or(whole), frame);
+        if (read && read->contains(whole)) read.reset();
+    }
+}
+
+LVChainAreas::~LVChainAreas()
+{
+    for (const LVEffectRef& effect : chain_) effect->areaRead_.reset();
+}
+
 bool LVChainOverwritesFrame(const std::vector<LVEffectRef>& chain)
 {
     for (const LVEffectRef& effect : chain)

@@ -8,6 +8,8 @@
 #include <QByteArray>
 #include <QHash>
 #include <QJsonValue>
+#include <QRect>
+#include <QSize>
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>
@@ -83,6 +85,12 @@ public:
     // Whether doit() draws every pixel of the frame (through LVContext::framebufferToOverwrite()):
     // a chain that starts with it needs no clear first.
     virtual bool overwritesFrame() const { return false; }
+    // The part of its input it reads to draw the part of its output given (GL pixels, bottom
+    // row 0); none: it may read any of it.
+    virtual std::optional<QRect> inputAreaFor(const QRect& output, QSize frame) const;
+    // What the effects after it read of its output this frame; none: all of it. Drawing only
+    // there is enough. Known while an LVChainAreas for its chain lives.
+    const std::optional<QRect>& areaRead() const { return areaRead_; }
     // Transitions: blend towards the other chain's picture by fraction 0..1.
     virtual void doTransitionTo(const LVTexture& other, double percentage);
 
@@ -132,7 +140,10 @@ private:
     std::optional<LVParameter> parameterForKey(const QString& key) const;
     void storeParameterValue(const LVParameter& parameter, const QVariant& value);
 
+    friend class LVChainAreas;
+
     LVContext* context_ = nullptr;
+    std::optional<QRect> areaRead_;
     int32_t lvemode_ = LVModeOff;
     bool enabled_ = false;
     QString name_;
@@ -143,3 +154,17 @@ private:
 
 // Whether the first enabled effect of the chain overwrites the whole frame.
 bool LVChainOverwritesFrame(const std::vector<LVEffectRef>& chain);
+
+// For one frame of a chain: tells each enabled effect what the effects after it read of its
+// output, worked out from the last one back. A zoom reads only the middle of its input, so
+// everything before it draws only there. Forgotten when this ends.
+class LVChainAreas {
+public:
+    LVChainAreas(std::vector<LVEffectRef> chain, QSize frame);
+    ~LVChainAreas();
+    LVChainAreas(const LVChainAreas&) = delete;
+    LVChainAreas& operator=(const LVChainAreas&) = delete;
+
+private:
+    std::vector<LVEffectRef> chain_;
+};

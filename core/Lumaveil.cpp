@@ -640,21 +640,25 @@ void Lumaveil::doLiveChain()
     if (studio_) studio_->doit();
     context_->reset(false, LVChainOverwritesFrame(myEffects_));
     context_->setIsForPreview(false);
-    for (size_t i = 0; i < myEffects_.size(); ++i) {
-        const LVEffectRef effect = myEffects_[i];
-        if (effect->isEnabled()) effect->preDoit();
-    }
-    // The size is read again each time: elements added during the pass run too.
-    for (size_t i = 0; i < myEffects_.size(); ++i) {
-        const LVEffectRef effect = myEffects_[i];
-        if (!effect->isEnabled()) continue;
-        const double effectStart = timeEffects ? clock_.now() : 0;
-        effect->doit();
-        context_->flush();
-        if (timeEffects) {
-            glFinish();
-            effectSeconds.emplace_back(effect, clock_.now() - effectStart);
+    {
+        const LVChainAreas areas(myEffects_, QSize(context_->width(), context_->height()));
+        for (size_t i = 0; i < myEffects_.size(); ++i) {
+            const LVEffectRef effect = myEffects_[i];
+            if (effect->isEnabled()) effect->preDoit();
         }
+        // The size is read again each time: elements added during the pass run too.
+        for (size_t i = 0; i < myEffects_.size(); ++i) {
+            const LVEffectRef effect = myEffects_[i];
+            if (!effect->isEnabled()) continue;
+            const double effectStart = timeEffects ? clock_.now() : 0;
+            effect->doit();
+            context_->flush();
+            if (timeEffects) {
+                glFinish();
+                effectSeconds.emplace_back(effect, clock_.now() - effectStart);
+            }
+        }
+        // What the last effect left pending is drawn whole, by whoever reads the frame.
     }
     if (studio_) studio_->applyTransition();
     outputs_.drawFrame(*context_);

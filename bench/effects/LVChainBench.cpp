@@ -121,10 +121,13 @@ void renderFrame(const std::vector<LVEffectRef>& chain, double time)
     LVContext& ctx = *setup().ctx;
     ctx.setFrameTime(time);
     ctx.reset(false, LVChainOverwritesFrame(chain));
-    for (const auto& effect : chain) effect->preDoit();
-    for (const auto& effect : chain) {
-        effect->doit();
-        ctx.flush();
+    {
+        const LVChainAreas areas(chain, QSize(ctx.width(), ctx.height()));
+        for (const auto& effect : chain) effect->preDoit();
+        for (const auto& effect : chain) {
+            effect->doit();
+            ctx.flush();
+        }
     }
     LVOutputFrame frame(ctx, setup().readBack);
     setup().camera->drawFrame(frame);

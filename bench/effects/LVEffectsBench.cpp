@@ -103,6 +103,7 @@ void renderFrame(const std::vector<LVEffectRef>& chain, std::vector<uint8_t>& ou
     ctx.setFrameTime(time);
     ctx.reset(false);
     ctx.drawTexture(LVTexture{g_setup->picture, W, H}, QRectF(0, 0, W, H), QRectF(0, 0, W, H));
+    const LVChainAreas areas(chain, QSize(W, H));
     for (const auto& effect : chain) effect->preDoit();
     for (const auto& effect : chain) {
         effect->doit();

@@ -190,6 +190,31 @@ std::optional<LVISFInputType> inputType(const QString& type)
     return it.value();
 }
 
+// An area declaration under key (MARGIN allowed when allowMargin) into *into; what is wrong
+// with its shape, empty when nothing is.
+QString parseArea(const QJsonObject& header, const QString& key, bool allowMargin, std::optional<LVISFArea>* into)
+{
+    const QJsonValue declared = header.value(key);
+    if (declared.isUndefined()) return {};
+    const QString fieldNames =
+        allowMargin ? QStringLiteral("X, Y, WIDTH, HEIGHT and MARGIN") : QStringLiteral("X, Y, WIDTH and HEIGHT");
+    if (!declared.isObject()) return QStringLiteral("%1 is not an object of %2").arg(key, fieldNames);
+    LVISFArea area;
+    const std::pair<const char*, QString*> fields[] = {
+        {"X", &area.x}, {"Y", &area.y}, {"WIDTH", &area.width}, {"HEIGHT", &area.height}, {"MARGIN", &area.margin}};
+    const QJsonObject o = declared.toObject();
+    for (auto it = o.begin(); it != o.end(); ++it) {
+        QString* field = nullptr;
+        for (const auto& [name, target] : fields)
+            if (it.key() == QLatin1String(name) && (allowMargin || target != &area.margin)) field = target;
+        if (!field || !(it.value().isString() || it.value().isDouble()))
+            return QStringLiteral("%1 has \"%2\": only %3, as numbers or expressions").arg(key, it.key(), fieldNames);
+        *field = it.value().isDouble() ? QString::number(it.value().toDouble()) : it.value().toString();
+    }
+    *into = area;
+    return {};
+}
+
 } // namespace
 
 QString LVISFPositionBase(const QString& key)
@@ -400,28 +425,12 @@ void LVComposition::parseHeader(const QJsonObject& header, const QString& folder
     }
     if (passes_.empty()) passes_.push_back(LVISFPass{});
 
-    const QJsonValue changes = header.value(QStringLiteral("CHANGES_ONLY"));
-    if (!changes.isUndefined()) {
-        if (!changes.isObject()) {
-            fail(QStringLiteral("CHANGES_ONLY is not an object of X, Y, WIDTH and HEIGHT"));
+    for (const QString& problem : {parseArea(header, QStringLiteral("CHANGES_ONLY"), false, &changedArea_),
+                                   parseArea(header, QStringLiteral("READS_ONLY"), true, &readArea_)}) {
+        if (!problem.isEmpty()) {
+            fail(problem);
             return;
         }
-        LVISFArea area;
-        const std::pair<const char*, QString*> fields[] = {
-            {"X", &area.x}, {"Y", &area.y}, {"WIDTH", &area.width}, {"HEIGHT", &area.height}};
-        const QJsonObject o = changes.toObject();
-        for (auto it = o.begin(); it != o.end(); ++it) {
-            QString* field = nullptr;
-            for (const auto& [key, into] : fields)
-                if (it.key() == QLatin1String(key)) field = into;
-            if (!field || !(it.value().isString() || it.value().isDouble())) {
-                fail(QStringLiteral("CHANGES_ONLY has \"%1\": only X, Y, WIDTH and HEIGHT, as numbers or expressions")
-                         .arg(it.key()));
-                return;
-            }
-            *field = it.value().isDouble() ? QString::number(it.value().toDouble()) : it.value().toString();
-        }
-        changedArea_ = area;
     }
 
     const QJsonValue imported = header.value(QStringLiteral("IMPORTED"));

@@ -40,13 +40,17 @@ struct LVISFPass {
 };
 
 // "CHANGES_ONLY": the rectangle, in pixels from the bottom left, outside which a filter
-// passes its input through unchanged (a ticker's band). Expressions as in pass sizes; an
-// empty one stands for the whole width or height.
+// passes its input through unchanged (a ticker's band). "READS_ONLY": the pixels of its image
+// input a filter may read: inside the rectangle (when drawing the whole frame) and within
+// MARGIN pixels of each pixel it writes. Expressions as in pass sizes; an empty one stands
+// for the whole width or height, or for no limit.
 struct LVISFArea {
     QString x;
     QString y;
     QString width;
     QString height;
+    QString margin;
+    bool hasRectangle() const { return !x.isEmpty() || !y.isEmpty() || !width.isEmpty() || !height.isEmpty(); }
 };
 
 struct LVISFImport {
@@ -96,6 +100,8 @@ public:
     bool coversFrame() const { return coversFrame_; }
     // What the filter declares it changes; none: anything.
     const std::optional<LVISFArea>& changedArea() const { return changedArea_; }
+    // What the filter declares it reads of its image input; none: anything.
+    const std::optional<LVISFArea>& readArea() const { return readArea_; }
 
     // Shader text after the header, with #version lines blanked (line numbers kept).
     const QString& fragmentSource() const { return fragmentSource_; }
@@ -134,6 +140,7 @@ private:
     bool pointwise_ = false;
     bool coversFrame_ = false;
     std::optional<LVISFArea> changedArea_;
+    std::optional<LVISFArea> readArea_;
     QString fragmentSource_;
     int fragmentFirstLine_ = 1;
     QString vertexSource_;

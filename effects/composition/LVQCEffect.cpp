@@ -26,6 +26,17 @@ std::vector<LVISFVariant> variantsOf(const std::vector<std::shared_ptr<SimpleQCR
     return variants;
 }
 
+// Draws go only into area, or anywhere when there is none.
+void scissorTo(const std::optional<QRect>& area)
+{
+    if (!area) {
+        glDisable(GL_SCISSOR_TEST);
+        return;
+    }
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(area->x(), area->y(), area->width(), area->height());
+}
+
 } // namespace
 
 const LVEffectDescriptor& LVQCEffect::classDescriptor()
@@ -277,7 +288,15 @@ bool LVQCEffect::drawStages(LVContext& ctx, const Stages& stages, size_t count)
     return true;
 }
 
-bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages)
+std::optional<QRect> LVQCEffect::inputAreaFor(const QRect& output, QSize frame) const
+{
+    // A broken composition reads nothing, and the one before it is drawn lazily by whoever
+    // reads the frame next: better whole.
+    if (!rend_ || !rend_->isUsable() || !rend_->usesFilterProtocol() || rend_->outputSize() != frame) return std::nullopt;
+    return rend_->inputAreaFor(output);
+}
+
+bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages, const std::optional<QRect>& within)
 {
     size_t first = stages.size();
     std::optional<QRect> area;
@@ -297,11 +316,11 @@ bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages)
     } else if (!drawStages(ctx, stages, first)) {
         return false;
     }
+    if (within) *area &= *within;
     if (area->isEmpty()) return true;
-    glEnable(GL_SCISSOR_TEST);
-    glScissor(area->x(), area->y(), area->width(), area->height());
+    scissorTo(area);
     drawStages(ctx, stages, stages.size());
-    glDisable(GL_SCISSOR_TEST);
+    scissorTo(within);
     return true;
 }
 
@@ -310,7 +329,15 @@ void LVQCEffect::drawPendingOutput(LVContext& ctx)
     const auto stages = std::move(pending_);
     pending_.clear();
     if (stages.empty()) return;
-    if (!fusion() || !drawOverlaysInPlace(ctx, stages)) drawStages(ctx, stages, stages.size());
+    // Only what the rest of the chain reads; a pass target keeps its whole picture for the
+    // next frame, so a run that ends in one is drawn whole.
+    std::optional<QRect> within = areaRead();
+    if (!stages.back()->composition().passes().back().target.isEmpty()) within.reset();
+    scissorTo(within);
+    if (!within || !within->isEmpty()) {
+        if (!fusion() || !drawOverlaysInPlace(ctx, stages, within)) drawStages(ctx, stages, stages.size());
+    }
+    scissorTo(std::nullopt);
     for (const auto& stage : stages) stage->endFrame();
 }
 

@@ -55,6 +55,7 @@ public:
     static void setFusionEnabled(bool enabled);
     static bool fusionEnabled();
 
+    std::optional<QRect> inputAreaFor(const QRect& output, QSize frame) const override;
     void drawPendingOutput(LVContext& ctx) override;
     bool coversEveryPixel() const override;
 
@@ -75,7 +76,7 @@ private:
     static bool drawStages(LVContext& ctx, const Stages& stages, size_t count);
     // Overlays at the end of the run that change only a rectangle (a ticker's band): what is
     // beneath them is drawn over the whole frame, the whole run only over that rectangle.
-    static bool drawOverlaysInPlace(LVContext& ctx, const Stages& stages);
+    static bool drawOverlaysInPlace(LVContext& ctx, const Stages& stages, const std::optional<QRect>& within);
 
     QStringList patchAttributes_;
     std::shared_ptr<SimpleQCRenderer> rend_;

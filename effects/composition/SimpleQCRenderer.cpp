@@ -250,38 +250,81 @@ QHash<QString, double> SimpleQCRenderer::expressionVariables() const
     return variables;
 }
 
+std::optional<double> SimpleQCRenderer::evaluateDeclared(const QString& expr, double whole, const char* key,
+                                                         bool* reported) const
+{
+    if (expr.isEmpty()) return whole;
+    QString problem;
+    auto value = LVISFEvaluate(expr, expressionVariables(), &problem);
+    if (value && !std::isfinite(*value)) {
+        problem = QStringLiteral("%1 is not a finite number").arg(expr);
+        value.reset();
+    }
+    if (!value && !std::exchange(*reported, true))
+        LVLog("Composition %s: %s does not evaluate (%s); drawn over the whole frame", qPrintable(composition_->path()),
+              key, qPrintable(problem));
+    return value;
+}
+
+std::optional<QRectF> SimpleQCRenderer::declaredRectangle(const LVISFArea& area, const char* key, bool* reported) const
+{
+    const double width = ctx_->width();
+    const double height = ctx_->height();
+    const auto x = evaluateDeclared(area.x, 0, key, reported);
+    const auto y = x ? evaluateDeclared(area.y, 0, key, reported) : std::nullopt;
+    const auto w = y ? evaluateDeclared(area.width, width, key, reported) : std::nullopt;
+    const auto h = w ? evaluateDeclared(area.height, height, key, reported) : std::nullopt;
+    if (!h) return std::nullopt;
+    return QRectF(*x, *y, std::max(*w, 0.0), std::max(*h, 0.0));
+}
+
 std::optional<QRect> SimpleQCRenderer::changedArea() const
 {
     const std::optional<LVISFArea>& area = composition_->changedArea();
     if (!area) return std::nullopt;
-    const QHash<QString, double> variables = expressionVariables();
-    const double width = ctx_->width();
-    const double height = ctx_->height();
-    QString problem;
-    auto evaluate = [&](const QString& expr, double whole) -> std::optional<double> {
-        if (expr.isEmpty()) return whole;
-        const auto value = LVISFEvaluate(expr, variables, &problem);
-        if (value && !std::isfinite(*value)) problem = QStringLiteral("%1 is not a finite number").arg(expr);
-        if (!problem.isEmpty()) return std::nullopt;
-        return value;
-    };
-    const auto x = evaluate(area->x, 0);
-    const auto y = evaluate(area->y, 0);
-    const auto w = evaluate(area->width, width);
-    const auto h = evaluate(area->height, height);
-    if (!x || !y || !w || !h) {
-        if (!std::exchange(areaReported_, true))
-            LVLog("Composition %s: CHANGES_ONLY does not evaluate (%s); drawn over the whole frame",
-                  qPrintable(composition_->path()), qPrintable(problem));
-        return std::nullopt;
-    }
+    const std::optional<QRectF> r = declaredRectangle(*area, "CHANGES_ONLY", &changesReported_);
+    if (!r) return std::nullopt;
     // A pixel's margin on every side: the shader's own arithmetic may round a border pixel in.
     auto edge = [](double v, double limit) { return int(std::clamp(v, 0.0, limit)); };
-    const int left = edge(std::floor(*x) - 1, width);
-    const int bottom = edge(std::floor(*y) - 1, height);
-    const int right = edge(std::ceil(*x + std::max(*w, 0.0)) + 1, width);
-    const int top = edge(std::ceil(*y + std::max(*h, 0.0)) + 1, height);
+    const int left = edge(std::floor(r->x()) - 1, ctx_->width());
+    const int bottom = edge(std::floor(r->y()) - 1, ctx_->height());
+    const int right = edge(std::ceil(r->x() + r->width()) + 1, ctx_->width());
+    const int top = edge(std::ceil(r->y() + r->height()) + 1, ctx_->height());
     return QRect(left, bottom, right - left, top - bottom);
+}
+
+std::optional<QRect> SimpleQCRenderer::inputAreaFor(const QRect& output) const
+{
+    const LVComposition& c = *composition_;
+    if (c.isPointwise()) return output;
+    const std::optional<LVISFArea>& reads = c.readArea();
+    const bool onePlainPass = c.passes().size() == 1 && c.passes()[0].target.isEmpty() && !c.hasVertexShader();
+    if (!reads || !onePlainPass) return std::nullopt;
+    const QRect frame(0, 0, ctx_->width(), ctx_->height());
+    QRect area = frame;
+    if (!reads->margin.isEmpty()) {
+        const std::optional<double> margin = evaluateDeclared(reads->margin, 0, "READS_ONLY", &readsReported_);
+        if (!margin) return std::nullopt;
+        // A filtered sample reads a pixel beyond where it lands.
+        const int m = int(std::clamp(std::ceil(*margin), 0.0, double(frame.width() + frame.height()))) + 1;
+        area = output.adjusted(-m, -m, m, m) & frame;
+    }
+    if (reads->hasRectangle()) {
+        const std::optional<QRectF> r = declaredRectangle(*reads, "READS_ONLY", &readsReported_);
+        if (!r) return std::nullopt;
+        if (r->isEmpty()) return QRect();
+        // Samples past an edge read the edge's pixels; a filtered sample reads a pixel beyond
+        // where it lands, and the shader's arithmetic may round one more in.
+        auto span = [](double from, double length, int limit) {
+            const int low = int(std::clamp(std::floor(from) - 2, 0.0, double(limit - 1)));
+            const int high = int(std::clamp(std::ceil(from + length) + 2, double(low + 1), double(limit)));
+            return std::pair(low, high);
+        };
+        const auto [left, right] = span(r->x(), r->width(), frame.width());
+        const auto [bottom, top] = span(r->y(), r->height(), frame.height());
+        area &= QRect(left, bottom, right - left, top - bottom);
+    }
+    return area;
 }
 
 QSize SimpleQCRenderer::passSize(const LVISFPass& pass) const

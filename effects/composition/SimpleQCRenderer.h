@@ -9,6 +9,7 @@
 
 #include <QHash>
 #include <QRect>
+#include <QRectF>
 #include <QSize>
 #include <QVariant>
 
@@ -74,6 +75,10 @@ public:
     // a pixel's margin, within the frame; none when it declares none or the declaration does not
     // evaluate (said once). Text inputs' sizes are $NAME_WIDTH and $NAME_HEIGHT.
     std::optional<QRect> changedArea() const;
+    // The pixels of its image input it reads to draw those given (GL's), within the frame: the
+    // same for a pointwise filter, else what READS_ONLY declares with a margin for filtering;
+    // none when it declares nothing or the declaration does not evaluate (said once).
+    std::optional<QRect> inputAreaFor(const QRect& output) const;
     // The chain's picture given to the image input this frame (none: name 0).
     LVTexture inputFrame() const { return frames_.value(composition_->imageInputKey()); }
     QSize outputSize() const { return QSize(ctx_->width(), ctx_->height()); }
@@ -110,6 +115,10 @@ private:
     void takeAnimation(ImageSlot& slot);
     // What size expressions may name: $WIDTH, $HEIGHT, the numeric inputs, text sizes.
     QHash<QString, double> expressionVariables() const;
+    // A declared expression's value (whole when empty); none when it does not evaluate,
+    // said once through *reported.
+    std::optional<double> evaluateDeclared(const QString& expr, double whole, const char* key, bool* reported) const;
+    std::optional<QRectF> declaredRectangle(const LVISFArea& area, const char* key, bool* reported) const;
     QSize passSize(const LVISFPass& pass) const;
     Target& target(const LVISFPass& pass, QSize size);
     LVTexture textureForInput(const LVISFInput& input);
@@ -127,7 +136,8 @@ private:
     std::map<QString, LVTexture> imports_;
     std::map<QString, Target> targets_;
     mutable std::set<QString> cappedTargets_; // said once each; noted while sizing
-    mutable bool areaReported_ = false;        // an unusable CHANGES_ONLY, said once
+    mutable bool changesReported_ = false;     // an unusable CHANGES_ONLY, said once
+    mutable bool readsReported_ = false;       // an unusable READS_ONLY, said once
     mutable std::optional<LVISFConstants> constants_; // worked out again when a value changes
     int steadyFrames_ = 0;                             // frames since a switch input last changed
     QSet<QString> firedEvents_;

@@ -2,6 +2,10 @@
     "DESCRIPTION": "Crops the edges, zooms in and pans around the picture.",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Geometry Adjustment"],
+    "READS_ONLY": {"X": "(0.5 + $Pan_X_Position * (0.5 - 0.5 / $zoom) + ($cropLeft - 0.5) / $zoom) * $WIDTH",
+                   "WIDTH": "(1.0 - $cropLeft - $cropRight) / $zoom * $WIDTH",
+                   "Y": "(0.5 + $Pan_Y_Position * (0.5 - 0.5 / $zoom) + ($cropBottom - 0.5) / $zoom) * $HEIGHT",
+                   "HEIGHT": "(1.0 - $cropBottom - $cropTop) / $zoom * $HEIGHT"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "zoom", "LABEL": "Zoom", "TYPE": "float", "DEFAULT": 1.0, "MIN": 1.0, "MAX": 8.0},

@@ -2,6 +2,7 @@
     "DESCRIPTION": "Crisper edges (unsharp mask).",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Sharpen"],
+    "READS_ONLY": {"MARGIN": "$radius"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "amount", "LABEL": "Amount", "TYPE": "float", "DEFAULT": 0.8, "MIN": 0.0, "MAX": 3.0},

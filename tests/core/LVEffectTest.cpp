@@ -163,4 +163,44 @@ TEST_F(EffectModel, DestructRunsWhenTheLastHandleGoes)
     EXPECT_EQ(TestBlur::destructCount, 1);
 }
 
+// Each effect learns what the effects after it read of its output, from the last one back; a
+// disabled effect is passed over, what reads nothing leaves nothing to draw before it, and it
+// is all forgotten when the frame ends.
+TEST(ChainAreas, WorkedOutFromTheLastEffectBack)
+{
+    // Reads its output's area grown by a pixel, or the given rectangle.
+    class Reader : public TestBlur {
+    public:
+        explicit Reader(std::optional<QRect> reads = std::nullopt) : reads_(reads) {}
+        std::optional<QRect> inputAreaFor(const QRect& output, QSize) const override
+        {
+            return reads_ ? reads_ : std::optional(output.adjusted(-1, -1, 1, 1));
+        }
+
+    private:
+        std::optional<QRect> reads_;
+    };
+    auto make = [](std::optional<QRect> reads, bool enabled) {
+        auto effect = std::make_unique<Reader>(reads);
+        effect->setEnabled(enabled);
+        return LVMakeEffectHandle(std::move(effect));
+    };
+    const QRect middle(10, 10, 20, 20);
+    const std::vector<LVEffectRef> chain = {make(std::nullopt, true), make(std::nullopt, true), make(QRect(), false),
+                                            make(middle, true), make(std::nullopt, true)};
+    const std::vector<LVEffectRef> nothingRead = {make(std::nullopt, true), make(QRect(), true)};
+    {
+        const LVChainAreas areas(chain, QSize(64, 48));
+        // The last is read whole; growing the whole frame is still the whole frame.
+        EXPECT_EQ(chain[4]->areaRead(), std::nullopt);
+        EXPECT_EQ(chain[3]->areaRead(), std::nullopt);
+        EXPECT_EQ(chain[2]->areaRead(), std::nullopt);
+        EXPECT_EQ(chain[1]->areaRead(), middle);
+        EXPECT_EQ(chain[0]->areaRead(), middle.adjusted(-1, -1, 1, 1));
+        const LVChainAreas none(nothingRead, QSize(64, 48));
+        EXPECT_EQ(nothingRead[0]->areaRead(), QRect());
+    }
+    for (const LVEffectRef& effect : chain) EXPECT_EQ(effect->areaRead(), std::nullopt);
+}
+
 } // namespace

@@ -370,9 +370,10 @@ TEST_F(LVBundledTest, PointwiseFiltersAreRecognised)
         EXPECT_FALSE(qc(make(name))->renderer()->composition().isPointwise()) << name.toStdString();
 }
 
-// Filters draw into targets that are not cleared first, since they overwrite every pixel. Whatever
-// the pool's targets held before must never show through, fused or not: the same chain over a
-// pool left red and one left blue gives the same bytes, and the same as one pass per effect.
+// Filters draw into targets that are not cleared first, since they overwrite every pixel, and
+// only where the effects after them read. Whatever the pool's targets held before must never
+// show through: the same chain over a pool left red and one left blue gives the same bytes,
+// fused or not, as one whole pass per effect.
 TEST_F(LVBundledTest, NothingOfAnUnclearedTargetShowsThroughFusedOrNot)
 {
     makeContext(96, 54);
@@ -386,18 +387,26 @@ TEST_F(LVBundledTest, NothingOfAnUnclearedTargetShowsThroughFusedOrNot)
     scan(dir.filePath(QStringLiteral("bundled")));
 
     using Settings = std::vector<std::pair<QString, QVariant>>;
-    const std::map<QString, Settings> settings = {
-        {"Colour Adjust", {{"brightness", 0.05}, {"contrast", 1.1}, {"saturation", 1.3}, {"gamma", 1.1}}},
-        {"Sharpen", {{"amount", 1.2}}},
-        {"Chroma Key", {{"similarity", 0.3}, {"smoothness", 0.1}}},
-        {"Crop and Zoom", {{"zoom", 1.25}, {"cropLeft", 0.05}, {"cropRight", 0.05}}},
-        {"Ticker", {{"Message", QStringLiteral("Lumaveil")}, {"speed", 0.2}}},
+    const Settings common = {{"brightness", 0.05}, {"contrast", 1.1},     {"saturation", 1.3},
+                             {"gamma", 1.1},       {"amount", 1.2},       {"similarity", 0.3},
+                             {"smoothness", 0.1},  {"Message", "Lumaveil"}, {"speed", 0.2}};
+    const Settings zoomed = {{"zoom", 1.25}, {"cropLeft", 0.05}, {"cropRight", 0.05}};
+    struct Case {
+        QStringList names;
+        Settings settings;
     };
-    const QList<QStringList> chains = {
-        {"Colour Adjust", "Sharpen", "Chroma Key", "Crop and Zoom", "Ticker"},
-        {"Holes"},
-        {"Sharpen", "Holes", "Colour Adjust"},
-        {"Chroma Key", "Mirror", "Holes"},
+    const Case cases[] = {
+        {{"Colour Adjust", "Sharpen", "Chroma Key", "Crop and Zoom", "Ticker"}, zoomed},
+        {{"Holes"}, {}},
+        {{"Sharpen", "Holes", "Colour Adjust"}, {}},
+        {{"Chroma Key", "Mirror", "Holes"}, {}},
+        // A wide radius, blocks, a window panned into a corner, cropped top and bottom.
+        {{"Colour Adjust", "Pixelate", "Sharpen", "Crop and Zoom"},
+         {{"radius", 4.0}, {"cellSize", 9.0}, {"zoom", 3.0}, {"Pan_X_Position", 0.7}, {"Pan_Y_Position", -1.0},
+          {"cropTop", 0.2}, {"cropBottom", 0.1}}},
+        // Panned to the right edge; cropped to nothing, so nothing before it is read.
+        {{"Colour Adjust", "Crop and Zoom", "Sharpen"}, {{"zoom", 2.0}, {"Pan_X_Position", 1.0}}},
+        {{"Colour Adjust", "Crop and Zoom", "Ticker"}, {{"cropLeft", 0.5}, {"cropRight", 0.5}}},
     };
     const QImage picture = bars(96, 54);
     // Frames of the pool filled with one colour, then handed back.
@@ -408,71 +417,102 @@ TEST_F(LVBundledTest, NothingOfAnUnclearedTargetShowsThroughFusedOrNot)
             held.push_back(ctx->texture());
         }
     };
-    for (const QStringList& names : chains) {
+    for (const Case& c : cases) {
+        const std::string what = c.names.join(QLatin1String(", ")).toStdString();
         std::vector<Frame> frames;
-        for (bool fused : {false, true}) {
+        // The first, whole passes one effect at a time, is the reference.
+        for (const auto& [fused, onlyWhatIsRead] : {std::pair(false, false), std::pair(false, true), std::pair(true, true)}) {
             for (QColor garbage : {QColor(Qt::red), QColor(Qt::blue)}) {
                 LVQCEffect::setFusionEnabled(fused);
+                drawOnlyWhatIsRead = onlyWhatIsRead;
                 chain.clear();
-                for (const QString& name : names) {
+                for (const QString& name : c.names) {
                     chain.push_back(make(name));
                     ASSERT_TRUE(chain.back()) << name.toStdString();
                     chain.back()->setMode(LVModeLive);
-                    const auto it = settings.find(name);
-                    if (it == settings.end()) continue;
-                    for (const auto& [key, value] : it->second) chain.back()->setParameterValue(key, value);
+                    for (const Settings& settings : {common, c.settings})
+                        for (const auto& [key, value] : settings) chain.back()->setParameterValue(key, value);
                 }
                 leaveInPool(garbage);
                 frames.push_back(render(picture, 0.5));
             }
         }
-        const std::string what = names.join(QLatin1String(", ")).toStdString();
         // Where the last filter discards, the frame is opaque black, as a cleared target was.
-        if (names.back() == QLatin1String("Holes")) {
+        if (c.names.back() == QLatin1String("Holes")) {
             EXPECT_EQ(frames[0].at(2, 2), (ARGB{255, 0, 0, 0})) << what;
         }
         for (size_t i = 1; i < frames.size(); ++i) {
             const bool same = frames[i].bytes == frames[0].bytes;
             if (!same) frames[i].image().save(dir.filePath(QStringLiteral("uncleared-%1.png").arg(i)));
-            EXPECT_TRUE(same) << what << ": frame " << i << " (fused " << (i >= 2) << ")";
+            EXPECT_TRUE(same) << what << ": frame " << i << " (fused " << (i >= 4) << ", drawn where read " << (i >= 2)
+                              << ")";
         }
     }
 }
 
-// The pixels a filter declares it may change: the rectangle with a pixel's margin, within the
-// frame. A declaration of the wrong shape is a broken file; one that does not evaluate leaves
-// the whole frame to the filter.
-TEST_F(LVEffectsTest, DeclaredChangedAreaWithItsMargin)
+// The pixels a filter declares it may change, and those of its input it may read to draw a part
+// of its output: the rectangle with a pixel's margin within the frame (two for reads, clamped as
+// samples past an edge are), the reach around the pixels drawn with one more. A declaration of the
+// wrong shape is a broken file; one that does not evaluate leaves the whole frame to the filter.
+TEST_F(LVEffectsTest, DeclaredAreasWithTheirMargins)
 {
     makeContext(96, 54);
+    const QRect whole(0, 0, 96, 54);
+    const QRect box(10, 10, 5, 5);
     struct Case {
+        const char* key;
         const char* declared;
         bool valid;
+        QRect drawn; // for READS_ONLY: the part of the output drawn
         std::optional<QRect> area;
     };
     const Case cases[] = {
-        {R"({"Y": "10", "HEIGHT": 4})", true, QRect(0, 9, 96, 6)},
-        {R"({"X": "$WIDTH - 3", "WIDTH": "10"})", true, QRect(92, 0, 4, 54)},
-        {R"({"X": "$shift", "Y": "$shift * 2", "WIDTH": 1, "HEIGHT": 1})", true, QRect(1, 4, 4, 3)},
-        {R"({"HEIGHT": "$Message_HEIGHT - $Message_HEIGHT + 2"})", true, QRect(0, 0, 96, 3)},
-        {R"({"Y": -100, "HEIGHT": 20})", true, QRect(0, 0, 96, 0)},
-        {R"({"Y": "$unknown"})", true, std::nullopt},
-        {R"({"Y": "1 / 0"})", true, std::nullopt},
-        {"3", false, std::nullopt},
-        {R"({"Z": "1"})", false, std::nullopt},
-        {R"({"X": true})", false, std::nullopt},
+        {"CHANGES_ONLY", R"({"Y": "10", "HEIGHT": 4})", true, {}, QRect(0, 9, 96, 6)},
+        {"CHANGES_ONLY", R"({"X": "$WIDTH - 3", "WIDTH": "10"})", true, {}, QRect(92, 0, 4, 54)},
+        {"CHANGES_ONLY", R"({"X": "$shift", "Y": "$shift * 2", "WIDTH": 1, "HEIGHT": 1})", true, {}, QRect(1, 4, 4, 3)},
+        {"CHANGES_ONLY", R"({"HEIGHT": "$Message_HEIGHT - $Message_HEIGHT + 2"})", true, {}, QRect(0, 0, 96, 3)},
+        {"CHANGES_ONLY", R"({"Y": -100, "HEIGHT": 20})", true, {}, QRect(0, 0, 96, 0)},
+        {"CHANGES_ONLY", R"({"Y": "$unknown"})", true, {}, std::nullopt},
+        {"CHANGES_ONLY", R"({"Y": "1 / 0"})", true, {}, std::nullopt},
+        {"CHANGES_ONLY", "3", false, {}, std::nullopt},
+        {"CHANGES_ONLY", R"({"Z": "1"})", false, {}, std::nullopt},
+        {"CHANGES_ONLY", R"({"X": true})", false, {}, std::nullopt},
+        {"CHANGES_ONLY", R"({"MARGIN": 1})", false, {}, std::nullopt},
+        {"READS_ONLY", R"({"MARGIN": 2})", true, box, QRect(7, 7, 11, 11)},
+        {"READS_ONLY", R"({"MARGIN": "$shift"})", true, box, QRect(6, 6, 13, 13)},
+        {"READS_ONLY", R"({"MARGIN": "$shift"})", true, whole, whole},
+        {"READS_ONLY", R"({"X": 10, "WIDTH": 20})", true, whole, QRect(8, 0, 24, 54)},
+        {"READS_ONLY", R"({"X": 10.5, "Y": "$HEIGHT - 1", "WIDTH": 20})", true, box, QRect(8, 51, 25, 3)},
+        {"READS_ONLY", R"({"X": 200, "WIDTH": 5})", true, whole, QRect(95, 0, 1, 54)},
+        {"READS_ONLY", R"({"X": -50, "WIDTH": 10})", true, whole, QRect(0, 0, 1, 54)},
+        {"READS_ONLY", R"({"WIDTH": "1 - 2"})", true, whole, QRect()},
+        {"READS_ONLY", R"({"X": 10, "WIDTH": 20, "MARGIN": 1})", true, QRect(0, 0, 5, 5), QRect()},
+        {"READS_ONLY", R"({"X": 10, "WIDTH": 20, "MARGIN": 1})", true, box, QRect(8, 8, 9, 9)},
+        {"READS_ONLY", R"({"MARGIN": "$unknown"})", true, box, std::nullopt},
+        {"READS_ONLY", R"({"MARGIN": true})", false, box, std::nullopt},
     };
     int index = 0;
     for (const Case& c : cases) {
+        const std::string what = std::string(c.key) + " " + c.declared;
+        // Sampled beside the pixel: not pointwise, so only a declaration narrows what it reads.
         const QString path = write(QStringLiteral("Area%1.fs").arg(index++),
-                                   QByteArray("/*{\"CHANGES_ONLY\": ") + c.declared +
+                                   QByteArray("/*{\"") + c.key + "\": " + c.declared +
                                        ", \"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"},"
                                        " {\"NAME\": \"shift\", \"TYPE\": \"float\", \"DEFAULT\": 2.5},"
                                        " {\"NAME\": \"Message\", \"TYPE\": \"text\", \"DEFAULT\": \"Hi\"}]}*/\n"
-                                       "void main() { gl_FragColor = IMG_THIS_PIXEL(inputImage); }\n");
+                                       "void main() { gl_FragColor = IMG_NORM_PIXEL(inputImage, isf_FragNormCoord * 0.5); }\n");
         SimpleQCRenderer renderer(ctx.get(), path);
-        EXPECT_EQ(renderer.composition().isValid(), c.valid) << c.declared;
+        EXPECT_EQ(renderer.composition().isValid(), c.valid) << what;
         renderer.beginFrame(0);
-        EXPECT_EQ(renderer.changedArea(), c.area) << c.declared;
+        const std::optional<QRect> area =
+            QByteArray(c.key) == "READS_ONLY" ? renderer.inputAreaFor(c.drawn) : renderer.changedArea();
+        EXPECT_EQ(area, c.area) << what;
     }
+    // Undeclared, a filter may read anything; a pointwise one reads where it draws.
+    SimpleQCRenderer sampler(ctx.get(), dir.filePath(QStringLiteral("Area0.fs")));
+    EXPECT_EQ(sampler.inputAreaFor(box), std::nullopt);
+    const QString pointwise = write(QStringLiteral("Pointwise.fs"),
+                                    "/*{\"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"}]}*/\n"
+                                    "void main() { gl_FragColor = IMG_THIS_PIXEL(inputImage).bgra; }\n");
+    EXPECT_EQ(SimpleQCRenderer(ctx.get(), pointwise).inputAreaFor(box), box);
 }

@@ -121,6 +121,8 @@ protected:
     {
         ctx->setFrameTime(frameTime);
         ctx->reset(false);
+        std::optional<LVChainAreas> areas;
+        if (drawOnlyWhatIsRead) areas.emplace(chain, QSize(ctx->width(), ctx->height()));
         for (const auto& effect : chain)
             if (effect->isEnabled()) effect->preDoit();
         drawPicture(picture, false);
@@ -148,4 +150,6 @@ protected:
     std::unique_ptr<LVContext> ctx;
     std::unique_ptr<LVEffectRegistry> registry;
     std::vector<LVEffectRef> chain;
+    // Off: every effect draws its whole frame (the reference for drawing only what is read).
+    bool drawOnlyWhatIsRead = true;
 };
