@@ -452,6 +452,24 @@ void LVContext::drawPBuffer(const LVTexture& tex, bool flipped, bool mirrored)
     drawCVTexture(tex, false, flipped, mirrored);
 }
 
+void LVContext::drawPicture(const LVTexture& tex, const std::optional<QRect>& area)
+{
+    framebuffer();
+    setScissor(area);
+    drawPBuffer(tex, false, false);
+    setScissor(std::nullopt);
+}
+
+void LVContext::setScissor(const std::optional<QRect>& area)
+{
+    if (!area) {
+        glDisable(GL_SCISSOR_TEST);
+        return;
+    }
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(area->x(), area->y(), area->width(), area->height());
+}
+
 LVOffscreenContext::LVOffscreenContext(int32_t width, int32_t height)
     : cgcontext_(LVUtil::newBitmapContext(width, height, LVPixelFormatPremultipliedFirst))
 {

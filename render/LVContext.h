@@ -4,6 +4,7 @@
 #include "render/LVGL.h"
 
 #include <QImage>
+#include <QRect>
 #include <QRectF>
 #include <QSize>
 #include <QSizeF>
@@ -12,6 +13,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "core/util/LVUtil.h"
 
@@ -122,6 +124,11 @@ public:
     static void drawCVTexture(const LVTexture& tex, bool storedUpsideDown, bool flipped, bool mirrored);
     // A frame's texture (stored the GL way up), aspect-fitted into the current viewport.
     static void drawPBuffer(const LVTexture& tex, bool flipped, bool mirrored);
+    // A source's picture aspect-fitted into the current frame, only inside area when there is
+    // one (what the chain after the source reads).
+    void drawPicture(const LVTexture& tex, const std::optional<QRect>& area);
+    // Later draws go only into area; none: anywhere.
+    static void setScissor(const std::optional<QRect>& area);
 
 private:
     LVContext() = default;

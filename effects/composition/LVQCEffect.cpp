@@ -26,17 +26,6 @@ std::vector<LVISFVariant> variantsOf(const std::vector<std::shared_ptr<SimpleQCR
     return variants;
 }
 
-// Draws go only into area, or anywhere when there is none.
-void scissorTo(const std::optional<QRect>& area)
-{
-    if (!area) {
-        glDisable(GL_SCISSOR_TEST);
-        return;
-    }
-    glEnable(GL_SCISSOR_TEST);
-    glScissor(area->x(), area->y(), area->width(), area->height());
-}
-
 } // namespace
 
 const LVEffectDescriptor& LVQCEffect::classDescriptor()
@@ -318,9 +307,9 @@ bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages, const
     }
     if (within) *area &= *within;
     if (area->isEmpty()) return true;
-    scissorTo(area);
+    LVContext::setScissor(area);
     drawStages(ctx, stages, stages.size());
-    scissorTo(within);
+    LVContext::setScissor(within);
     return true;
 }
 
@@ -333,11 +322,11 @@ void LVQCEffect::drawPendingOutput(LVContext& ctx)
     // next frame, so a run that ends in one is drawn whole.
     std::optional<QRect> within = areaRead();
     if (!stages.back()->composition().passes().back().target.isEmpty()) within.reset();
-    scissorTo(within);
+    LVContext::setScissor(within);
     if (!within || !within->isEmpty()) {
         if (!fusion() || !drawOverlaysInPlace(ctx, stages, within)) drawStages(ctx, stages, stages.size());
     }
-    scissorTo(std::nullopt);
+    LVContext::setScissor(std::nullopt);
     for (const auto& stage : stages) stage->endFrame();
 }
 

@@ -354,8 +354,7 @@ void FlickrSource::doit()
         nextImageTime_ = t + kRetrySeconds;
     }
     if (!currentImage_) return;
-    context()->framebuffer();
-    LVContext::drawPBuffer({currentImage_, int(currentImageRect_.width()), int(currentImageRect_.height())}, false, false);
+    context()->drawPicture({currentImage_, int(currentImageRect_.width()), int(currentImageRect_.height())}, areaRead());
 }
 
 void FlickrSource::startFetch(const QString& url, int32_t imageNumber)

@@ -447,8 +447,7 @@ void MovieSource::doit()
         ctx->reset(true);
     } else if (std::shared_ptr<const LVCamPicture> picture = player_->lastImage()) {
         lastPictureAgeNs_ = steadyNs() - picture->captureTimeNs();
-        ctx->framebuffer();
-        LVContext::drawPBuffer(picture->texture(), false, false);
+        ctx->drawPicture(picture->texture(), areaRead());
     }
 
     const int timePosition = parameterValue(kTimePosition).toInt();

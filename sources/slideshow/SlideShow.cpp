@@ -296,8 +296,7 @@ void SlideShow::doit()
         showDecoded();
     }
     if (!currentImage_) return;
-    context()->framebuffer();
-    LVContext::drawPBuffer({currentImage_, int(currentImageRect_.width()), int(currentImageRect_.height())}, false, false);
+    context()->drawPicture({currentImage_, int(currentImageRect_.width()), int(currentImageRect_.height())}, areaRead());
 }
 
 void SlideShow::waitForImages()

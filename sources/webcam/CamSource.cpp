@@ -144,8 +144,7 @@ void CamSource::doit()
     if (!grabber_) return;
     std::shared_ptr<const LVCamPicture> picture = grabber_->last();
     if (!picture) return;
-    context()->framebuffer();
-    LVContext::drawPBuffer(picture->texture(), false, false);
+    context()->drawPicture(picture->texture(), areaRead());
 }
 
 LVParameterList CamSource::effectProperties() const

@@ -198,6 +198,30 @@ TEST_F(LVContextTest, QuadRulesFlipMirrorAndUpsideDown)
     }
 }
 
+// A source draws its picture only where the chain after it reads; the rest keeps what it held,
+// and the next draw goes anywhere again.
+TEST_F(LVContextTest, PictureDrawnOnlyInsideTheAreaGiven)
+{
+    const QImage src = picture();
+    int tw = 0, th = 0;
+    const LVTexture tex{ctx->textureFromImage(src, &tw, &th), W, H};
+    for (const std::optional<QRect>& area : {std::optional<QRect>(QRect(2, 1, 3, 2)), std::optional<QRect>()}) {
+        ctx->reset(true);
+        ctx->drawPicture(tex, area);
+        const Frame f = read();
+        for (int row = 0; row < H; ++row)
+            for (int x = 0; x < W; ++x) {
+                const QRgb want = src.pixel(x, row);
+                const ARGB drawn{uint8_t(qAlpha(want)), uint8_t(qRed(want)), uint8_t(qGreen(want)), uint8_t(qBlue(want))};
+                // The area is GL's: row 0 at the bottom.
+                const bool inside = !area || area->contains(x, H - 1 - row);
+                ASSERT_EQ(f.at(x, row), inside ? drawn : kClear) << x << "," << row;
+            }
+        EXPECT_FALSE(glIsEnabled(GL_SCISSOR_TEST));
+    }
+    glDeleteTextures(1, &tex.name);
+}
+
 TEST_F(LVContextTest, QuadPlacementTruncatesDestinationAndSamplesSourceTexels)
 {
     ctx->reset(false);
