@@ -779,6 +779,13 @@ size_t LVISFProgramCount()
     return count;
 }
 
+bool LVISFProgramIsReady(const LVComposition& composition)
+{
+    const auto& own = programs().own;
+    const auto it = own.find(OwnKey(composition.uid(), {}, 0));
+    return it != own.end() && it->second;
+}
+
 QString LVISFProgramError(const LVComposition& composition)
 {
     const auto it = programs().errors.find(composition.uid());

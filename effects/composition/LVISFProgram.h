@@ -46,6 +46,8 @@ void LVISFSetVariantsEnabled(bool enabled);
 void LVISFCompositionGone(quint64 uid);
 // Programs held now, own and fused.
 size_t LVISFProgramCount();
+// Whether the composition's general programs are built and usable; asks for nothing.
+bool LVISFProgramIsReady(const LVComposition& composition);
 
 // Where programs are compiled and linked. Without a worker, on the calling thread. With one
 // (the application starts it), on a thread of its own with a GL context that shares objects

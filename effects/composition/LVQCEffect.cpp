@@ -279,9 +279,12 @@ bool LVQCEffect::drawStages(LVContext& ctx, const Stages& stages, size_t count)
 
 std::optional<QRect> LVQCEffect::inputAreaFor(const QRect& output, QSize frame) const
 {
-    // A broken composition reads nothing, and the one before it is drawn lazily by whoever
-    // reads the frame next: better whole.
-    if (!rend_ || !rend_->isUsable() || !rend_->usesFilterProtocol() || rend_->outputSize() != frame) return std::nullopt;
+    // One that will not draw (its program broken or still being built) reads nothing, and the
+    // picture before it is then read by whoever comes next: better whole. Asks for no program:
+    // working this out must not start a build.
+    if (!rend_ || !LVISFProgramIsReady(rend_->composition()) || !rend_->usesFilterProtocol() ||
+        rend_->outputSize() != frame)
+        return std::nullopt;
     return rend_->inputAreaFor(output);
 }
 
