@@ -250,30 +250,30 @@ QHash<QString, double> SimpleQCRenderer::expressionVariables() const
     return variables;
 }
 
-std::optional<double> SimpleQCRenderer::evaluateDeclared(const QString& expr, double whole, const char* key,
+std::optional<double> SimpleQCRenderer::evaluateDeclared(const QString& expr, double whole,
+                                                         const QHash<QString, double>& variables, const char* key,
                                                          bool* reported) const
 {
     if (expr.isEmpty()) return whole;
     QString problem;
-    auto value = LVISFEvaluate(expr, expressionVariables(), &problem);
+    auto value = LVISFEvaluate(expr, variables, &problem);
     if (value && !std::isfinite(*value)) {
         problem = QStringLiteral("%1 is not a finite number").arg(expr);
         value.reset();
     }
     if (!value && !std::exchange(*reported, true))
-        LVLog("Composition %s: %s does not evaluate (%s); drawn over the whole frame", qPrintable(composition_->path()),
+        LVLog("Composition %s: %s does not evaluate (%s); taken as the whole frame", qPrintable(composition_->path()),
               key, qPrintable(problem));
     return value;
 }
 
 std::optional<QRectF> SimpleQCRenderer::declaredRectangle(const LVISFArea& area, const char* key, bool* reported) const
 {
-    const double width = ctx_->width();
-    const double height = ctx_->height();
-    const auto x = evaluateDeclared(area.x, 0, key, reported);
-    const auto y = x ? evaluateDeclared(area.y, 0, key, reported) : std::nullopt;
-    const auto w = y ? evaluateDeclared(area.width, width, key, reported) : std::nullopt;
-    const auto h = w ? evaluateDeclared(area.height, height, key, reported) : std::nullopt;
+    const QHash<QString, double> variables = expressionVariables();
+    const auto x = evaluateDeclared(area.x, 0, variables, key, reported);
+    const auto y = x ? evaluateDeclared(area.y, 0, variables, key, reported) : std::nullopt;
+    const auto w = y ? evaluateDeclared(area.width, ctx_->width(), variables, key, reported) : std::nullopt;
+    const auto h = w ? evaluateDeclared(area.height, ctx_->height(), variables, key, reported) : std::nullopt;
     if (!h) return std::nullopt;
     return QRectF(*x, *y, std::max(*w, 0.0), std::max(*h, 0.0));
 }
@@ -303,7 +303,8 @@ std::optional<QRect> SimpleQCRenderer::inputAreaFor(const QRect& output) const
     const QRect frame(0, 0, ctx_->width(), ctx_->height());
     QRect area = frame;
     if (!reads->margin.isEmpty()) {
-        const std::optional<double> margin = evaluateDeclared(reads->margin, 0, "READS_ONLY", &readsReported_);
+        const std::optional<double> margin =
+            evaluateDeclared(reads->margin, 0, expressionVariables(), "READS_ONLY", &readsReported_);
         if (!margin) return std::nullopt;
         // A filtered sample reads a pixel beyond where it lands.
         const int m = int(std::clamp(std::ceil(*margin), 0.0, double(frame.width() + frame.height()))) + 1;

@@ -117,7 +117,8 @@ private:
     QHash<QString, double> expressionVariables() const;
     // A declared expression's value (whole when empty); none when it does not evaluate,
     // said once through *reported.
-    std::optional<double> evaluateDeclared(const QString& expr, double whole, const char* key, bool* reported) const;
+    std::optional<double> evaluateDeclared(const QString& expr, double whole, const QHash<QString, double>& variables,
+                                           const char* key, bool* reported) const;
     std::optional<QRectF> declaredRectangle(const LVISFArea& area, const char* key, bool* reported) const;
     QSize passSize(const LVISFPass& pass) const;
     Target& target(const LVISFPass& pass, QSize size);
