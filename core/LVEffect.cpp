@@ -274,13 +274,14 @@ std::optional<QRect> LVEffect::inputAreaFor(const QRect&, QSize) const
     return std::nullopt;
 }
 
-LVChainAreas::LVChainAreas(std::vector<LVEffectRef> chain, QSize frame) : chain_(std::move(chain))
+LVChainAreas::LVChainAreas(std::vector<LVEffectRef> chain, QSize frame, bool disabledDrawToo)
+    : chain_(std::move(chain))
 {
     const QRect whole(QPoint(0, 0), frame);
     std::optional<QRect> read;
     for (auto it = chain_.rbegin(); it != chain_.rend(); ++it) {
         LVEffect& effect = **it;
-        if (!effect.isEnabled()) continue;
+        if (!effect.isEnabled() && !disabledDrawToo) continue;
         effect.areaRead_ = read;
         // Nothing of its output read: nothing of its input either.
         if (read && read->isEmpty()) continue;

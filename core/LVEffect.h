@@ -155,12 +155,13 @@ private:
 // Whether the first enabled effect of the chain overwrites the whole frame.
 bool LVChainOverwritesFrame(const std::vector<LVEffectRef>& chain);
 
-// For one frame of a chain: tells each enabled effect what the effects after it read of its
+// For one frame of a chain: tells each effect that draws what the effects after it read of its
 // output, worked out from the last one back. A zoom reads only the middle of its input, so
 // everything before it draws only there. Forgotten when this ends.
 class LVChainAreas {
 public:
-    LVChainAreas(std::vector<LVEffectRef> chain, QSize frame);
+    // Disabled effects are passed over, as the live loop skips them, unless disabledDrawToo.
+    LVChainAreas(std::vector<LVEffectRef> chain, QSize frame, bool disabledDrawToo = false);
     ~LVChainAreas();
     LVChainAreas(const LVChainAreas&) = delete;
     LVChainAreas& operator=(const LVChainAreas&) = delete;

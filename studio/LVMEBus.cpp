@@ -242,13 +242,15 @@ void LVMEBus::runChain(const std::vector<LVStudioButtonRef>& buttons)
 {
     if (!app_ || !app_->context()) return;
     LVContext& context = *app_->context();
+    std::vector<LVEffectRef> chain;
     for (const LVStudioButtonRef& button : buttons)
-        for (const LVEffectRef& effect : button->effects()) effect->preDoit();
-    for (const LVStudioButtonRef& button : buttons) {
-        for (const LVEffectRef& effect : button->effects()) {
-            effect->doit();
-            context.flush();
-        }
+        chain.insert(chain.end(), button->effects().begin(), button->effects().end());
+    // A setup's effects all draw here, enabled or not.
+    const LVChainAreas areas(chain, QSize(context.width(), context.height()), true);
+    for (const LVEffectRef& effect : chain) effect->preDoit();
+    for (const LVEffectRef& effect : chain) {
+        effect->doit();
+        context.flush();
     }
 }
 

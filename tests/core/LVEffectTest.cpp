@@ -164,8 +164,8 @@ TEST_F(EffectModel, DestructRunsWhenTheLastHandleGoes)
 }
 
 // Each effect learns what the effects after it read of its output, from the last one back; a
-// disabled effect is passed over, what reads nothing leaves nothing to draw before it, and it
-// is all forgotten when the frame ends.
+// disabled effect is passed over unless it draws too, what reads nothing leaves nothing to draw
+// before it, and it is all forgotten when the frame ends.
 TEST(ChainAreas, WorkedOutFromTheLastEffectBack)
 {
     // Reads its output's area grown by a pixel, or the given rectangle.
@@ -199,6 +199,12 @@ TEST(ChainAreas, WorkedOutFromTheLastEffectBack)
         EXPECT_EQ(chain[0]->areaRead(), middle.adjusted(-1, -1, 1, 1));
         const LVChainAreas none(nothingRead, QSize(64, 48));
         EXPECT_EQ(nothingRead[0]->areaRead(), QRect());
+    }
+    {
+        // Where disabled effects draw too (a studio bus), the one that reads nothing counts.
+        const LVChainAreas areas(chain, QSize(64, 48), true);
+        EXPECT_EQ(chain[2]->areaRead(), middle);
+        EXPECT_EQ(chain[1]->areaRead(), QRect());
     }
     for (const LVEffectRef& effect : chain) EXPECT_EQ(effect->areaRead(), std::nullopt);
 }
