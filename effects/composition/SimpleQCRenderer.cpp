@@ -118,7 +118,9 @@ void SimpleQCRenderer::beginFrame(double time)
     time_ = time;
     ++frameIndex_;
     if (steadyFrames_ < kLVSteadyFrames && ++steadyFrames_ == kLVSteadyFrames) constants_.reset();
-    const QDateTime now = QDateTime::currentDateTime();
+    // The frame's own time (the render loop's wall clock), not the moment this runs: every
+    // effect of a frame shows the same second, and frames drawn at given times show their own.
+    const QDateTime now = QDateTime::fromMSecsSinceEpoch(qint64(std::llround(ctx_->frameTime() * 1000.0)));
     date_[0] = float(now.date().year());
     date_[1] = float(now.date().month());
     date_[2] = float(now.date().day());
