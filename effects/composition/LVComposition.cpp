@@ -500,8 +500,7 @@ void LVComposition::analyse()
     for (size_t i = 0; i + 1 < passes_.size(); ++i) passes_[i].read = passes_[i].target.isEmpty() || uses(passes_[i].target);
 
     coversFrame_ = !hasVertexShader() && !uses(QStringLiteral("discard"));
-    const bool onePlainPass = passes_.size() == 1 && passes_[0].target.isEmpty();
-    pointwise_ = isFilter() && !isTransition_ && onePlainPass && !hasVertexShader();
+    pointwise_ = isFilter() && !isTransition_ && isOnePlainPass();
     const QJsonValue declared = header_.value(QStringLiteral("POINTWISE"));
     if (pointwise_ && declared.isBool()) {
         pointwise_ = declared.toBool();

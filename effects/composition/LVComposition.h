@@ -95,6 +95,12 @@ public:
     // Reads its image input only at the pixel it writes, in one pass: it can run inside
     // the previous effect's shader.
     bool isPointwise() const { return pointwise_; }
+    // One pass straight to the output, on the covering triangle: what it reads can be worked
+    // out from its fragment shader alone.
+    bool isOnePlainPass() const
+    {
+        return passes_.size() == 1 && passes_[0].target.isEmpty() && !hasVertexShader();
+    }
     // Its last pass writes every pixel of the frame it is drawn into, when drawn unblended:
     // no companion vertex shader moves the triangle and no fragment is discarded.
     bool coversFrame() const { return coversFrame_; }

@@ -300,8 +300,7 @@ std::optional<QRect> SimpleQCRenderer::inputAreaFor(const QRect& output) const
     const LVComposition& c = *composition_;
     if (c.isPointwise()) return output;
     const std::optional<LVISFArea>& reads = c.readArea();
-    const bool onePlainPass = c.passes().size() == 1 && c.passes()[0].target.isEmpty() && !c.hasVertexShader();
-    if (!reads || !onePlainPass) return std::nullopt;
+    if (!reads || !c.isOnePlainPass()) return std::nullopt;
     const QRect frame(0, 0, ctx_->width(), ctx_->height());
     QRect area = frame;
     if (!reads->margin.isEmpty()) {
