@@ -33,11 +33,18 @@ string(MD5 _lv_build_hash "${CMAKE_BINARY_DIR}")
 string(SUBSTRING "${_lv_build_hash}" 0 8 LV_TEST_SHM_TAG)
 
 # lv_test(name SOURCES... DEPS... [LABELS...]): a GoogleTest executable run by ctest.
-# Every test gets offscreen Qt, its own shared-memory prefix and the leak suppressions.
+# Every test gets offscreen Qt, its own shared-memory prefix, the leak suppressions and a watchdog
+# that prints the stacks of a hung test.
 function(lv_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
     find_package(GTest REQUIRED)
-    lv_executable(${name} SOURCES ${ARG_SOURCES} DEPS ${ARG_DEPS} GTest::gtest GTest::gmock GTest::gtest_main)
+    if(NOT TARGET lv_test_watchdog)
+        # An object library, so its self-registering watchdog is linked into every test.
+        add_library(lv_test_watchdog OBJECT ${PROJECT_SOURCE_DIR}/tests/support/LVTestWatchdog.cpp)
+        target_link_libraries(lv_test_watchdog PRIVATE GTest::gtest)
+        lv_target_defaults(lv_test_watchdog)
+    endif()
+    lv_executable(${name} SOURCES ${ARG_SOURCES} DEPS ${ARG_DEPS} GTest::gtest GTest::gmock GTest::gtest_main lv_test_watchdog)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES ENVIRONMENT
         "QT_QPA_PLATFORM=offscreen;LUMAVEIL_SHM_PREFIX=lvtest.${LV_TEST_SHM_TAG}.${name}.;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0;UBSAN_OPTIONS=print_stacktrace=1;LUMAVEIL_TEST_DATA=${PROJECT_SOURCE_DIR}/tests/data")

@@ -53,8 +53,13 @@ LVXvfb::~LVXvfb()
 {
     if (pid_ <= 0) return;
     kill(pid_, SIGTERM);
-    int status = 0;
-    waitpid(pid_, &status, 0);
+    // A server that does not end within five seconds is killed: a test must never wait on it.
+    for (int i = 0; i < 500; ++i) {
+        if (waitpid(pid_, nullptr, WNOHANG) == pid_) return;
+        usleep(10000);
+    }
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
 }
 
 void LVXvfb::makeCurrent() const
