@@ -190,23 +190,26 @@ std::optional<LVISFInputType> inputType(const QString& type)
     return it.value();
 }
 
-// An area declaration under key (MARGIN allowed when allowMargin) into *into; what is wrong
-// with its shape, empty when nothing is.
-QString parseArea(const QJsonObject& header, const QString& key, bool allowMargin, std::optional<LVISFArea>* into)
+// An area declaration under key into *into, with the one field beyond the rectangle it may have
+// (MARGIN, COLOR; none when empty); what is wrong with its shape, empty when nothing is.
+QString parseArea(const QJsonObject& header, const QString& key, const char* extra, std::optional<LVISFArea>* into)
 {
     const QJsonValue declared = header.value(key);
     if (declared.isUndefined()) return {};
-    const QString fieldNames =
-        allowMargin ? QStringLiteral("X, Y, WIDTH, HEIGHT and MARGIN") : QStringLiteral("X, Y, WIDTH and HEIGHT");
+    const QString fieldNames = *extra ? QStringLiteral("X, Y, WIDTH, HEIGHT and %1").arg(QLatin1String(extra))
+                                      : QStringLiteral("X, Y, WIDTH and HEIGHT");
     if (!declared.isObject()) return QStringLiteral("%1 is not an object of %2").arg(key, fieldNames);
     LVISFArea area;
+    QString* extraField = qstrcmp(extra, "MARGIN") == 0  ? &area.margin
+                          : qstrcmp(extra, "COLOR") == 0 ? &area.color
+                                                         : nullptr;
     const std::pair<const char*, QString*> fields[] = {
-        {"X", &area.x}, {"Y", &area.y}, {"WIDTH", &area.width}, {"HEIGHT", &area.height}, {"MARGIN", &area.margin}};
+        {"X", &area.x}, {"Y", &area.y}, {"WIDTH", &area.width}, {"HEIGHT", &area.height}, {extra, extraField}};
     const QJsonObject o = declared.toObject();
     for (auto it = o.begin(); it != o.end(); ++it) {
         QString* field = nullptr;
         for (const auto& [name, target] : fields)
-            if (it.key() == QLatin1String(name) && (allowMargin || target != &area.margin)) field = target;
+            if (target && it.key() == QLatin1String(name)) field = target;
         if (!field || !(it.value().isString() || it.value().isDouble()))
             return QStringLiteral("%1 has \"%2\": only %3, as numbers or expressions").arg(key, it.key(), fieldNames);
         *field = it.value().isDouble() ? QString::number(it.value().toDouble()) : it.value().toString();
@@ -425,8 +428,17 @@ void LVComposition::parseHeader(const QJsonObject& header, const QString& folder
     }
     if (passes_.empty()) passes_.push_back(LVISFPass{});
 
-    for (const QString& problem : {parseArea(header, QStringLiteral("CHANGES_ONLY"), false, &changedArea_),
-                                   parseArea(header, QStringLiteral("READS_ONLY"), true, &readArea_)}) {
+    QStringList problems = {parseArea(header, QStringLiteral("CHANGES_ONLY"), "", &changedArea_),
+                            parseArea(header, QStringLiteral("READS_ONLY"), "MARGIN", &readArea_),
+                            parseArea(header, QStringLiteral("FILLS_OUTSIDE"), "COLOR", &filledArea_)};
+    if (filledArea_) {
+        const LVISFInput* colour = input(filledArea_->color);
+        if (!colour || colour->type != LVISFInputType::Color) {
+            problems << QStringLiteral("FILLS_OUTSIDE needs COLOR, the name of a colour input");
+            filledArea_.reset();
+        }
+    }
+    for (const QString& problem : problems) {
         if (!problem.isEmpty()) {
             fail(problem);
             return;

@@ -42,14 +42,16 @@ struct LVISFPass {
 // "CHANGES_ONLY": the rectangle, in pixels from the bottom left, outside which a filter
 // passes its input through unchanged (a ticker's band). "READS_ONLY": the pixels of its image
 // input a filter may read: inside the rectangle (when drawing the whole frame) and within
-// MARGIN pixels of each pixel it writes. Expressions as in pass sizes; an empty one stands
-// for the whole width or height, or for no limit.
+// MARGIN pixels of each pixel it writes. "FILLS_OUTSIDE": the rectangle outside which a filter
+// writes its COLOR input (a colour input's name) and reads nothing (a crop's margins).
+// Expressions as in pass sizes; an empty one stands for the whole width or height, or for no limit.
 struct LVISFArea {
     QString x;
     QString y;
     QString width;
     QString height;
     QString margin;
+    QString color;
     bool hasRectangle() const { return !x.isEmpty() || !y.isEmpty() || !width.isEmpty() || !height.isEmpty(); }
 };
 
@@ -108,6 +110,8 @@ public:
     const std::optional<LVISFArea>& changedArea() const { return changedArea_; }
     // What the filter declares it reads of its image input; none: anything.
     const std::optional<LVISFArea>& readArea() const { return readArea_; }
+    // Where the filter declares it draws more than a colour; none: everywhere.
+    const std::optional<LVISFArea>& filledArea() const { return filledArea_; }
 
     // Shader text after the header, with #version lines blanked (line numbers kept).
     const QString& fragmentSource() const { return fragmentSource_; }
@@ -147,6 +151,7 @@ private:
     bool coversFrame_ = false;
     std::optional<LVISFArea> changedArea_;
     std::optional<LVISFArea> readArea_;
+    std::optional<LVISFArea> filledArea_;
     QString fragmentSource_;
     int fragmentFirstLine_ = 1;
     QString vertexSource_;

@@ -255,10 +255,23 @@ bool LVQCEffect::coversEveryPixel() const
     return true;
 }
 
-bool LVQCEffect::drawStages(LVContext& ctx, const Stages& stages, size_t count)
+bool LVQCEffect::drawStages(LVContext& ctx, const Stages& stages, size_t count, const std::optional<QRect>& within)
 {
     if (count == 1) {
-        stages[0]->drawFinalPass(false);
+        const auto fill = fusion() ? stages[0]->fill() : std::nullopt;
+        if (!fill) {
+            stages[0]->drawFinalPass(false);
+            return true;
+        }
+        // A crop's margins are a clear, not a pass over them.
+        glClearColor(fill->colour[0], fill->colour[1], fill->colour[2], fill->colour[3]);
+        glClear(GL_COLOR_BUFFER_BIT);
+        const QRect drawn = within ? fill->drawn & *within : fill->drawn;
+        if (!drawn.isEmpty()) {
+            LVContext::setScissor(drawn);
+            stages[0]->drawFinalPass(false);
+            LVContext::setScissor(within);
+        }
         return true;
     }
     const LVISFProgram* program = LVISFFusedProgramFor(variantsOf(stages, count));
@@ -305,13 +318,13 @@ bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages, const
         const LVTexture input = stages[0]->inputFrame();
         if (!input.name || input.width != ctx.width() || input.height != ctx.height()) return false;
         ctx.copyIntoFrame(input);
-    } else if (!drawStages(ctx, stages, first)) {
+    } else if (!drawStages(ctx, stages, first, within)) {
         return false;
     }
     if (within) *area &= *within;
     if (area->isEmpty()) return true;
     LVContext::setScissor(area);
-    drawStages(ctx, stages, stages.size());
+    drawStages(ctx, stages, stages.size(), area);
     LVContext::setScissor(within);
     return true;
 }
@@ -327,7 +340,7 @@ void LVQCEffect::drawPendingOutput(LVContext& ctx)
     if (!stages.back()->composition().passes().back().target.isEmpty()) within.reset();
     LVContext::setScissor(within);
     if (!within || !within->isEmpty()) {
-        if (!fusion() || !drawOverlaysInPlace(ctx, stages, within)) drawStages(ctx, stages, stages.size());
+        if (!fusion() || !drawOverlaysInPlace(ctx, stages, within)) drawStages(ctx, stages, stages.size(), within);
     }
     LVContext::setScissor(std::nullopt);
     for (const auto& stage : stages) stage->endFrame();

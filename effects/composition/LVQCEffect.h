@@ -71,9 +71,9 @@ private:
     std::vector<std::shared_ptr<SimpleQCRenderer>> pending_;
     bool canTakeOver(const LVQCEffect& previous) const;
     using Stages = std::vector<std::shared_ptr<SimpleQCRenderer>>;
-    // The first count stages in one pass over what the viewport and scissor let through; false
-    // when their program is not ready.
-    static bool drawStages(LVContext& ctx, const Stages& stages, size_t count);
+    // The first count stages in one pass over what the viewport and the scissor within (set by
+    // the caller; none: the whole frame) let through; false when their program is not ready.
+    static bool drawStages(LVContext& ctx, const Stages& stages, size_t count, const std::optional<QRect>& within);
     // Overlays at the end of the run that change only a rectangle (a ticker's band): what is
     // beneath them is drawn over the whole frame, the whole run only over that rectangle.
     static bool drawOverlaysInPlace(LVContext& ctx, const Stages& stages, const std::optional<QRect>& within);

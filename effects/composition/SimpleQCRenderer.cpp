@@ -286,13 +286,32 @@ std::optional<QRect> SimpleQCRenderer::changedArea() const
     if (!area) return std::nullopt;
     const std::optional<QRectF> r = declaredRectangle(*area, "CHANGES_ONLY", &changesReported_);
     if (!r) return std::nullopt;
+    return withPixelMargin(*r);
+}
+
+QRect SimpleQCRenderer::withPixelMargin(const QRectF& r) const
+{
     // A pixel's margin on every side: the shader's own arithmetic may round a border pixel in.
     auto edge = [](double v, double limit) { return int(std::clamp(v, 0.0, limit)); };
-    const int left = edge(std::floor(r->x()) - 1, ctx_->width());
-    const int bottom = edge(std::floor(r->y()) - 1, ctx_->height());
-    const int right = edge(std::ceil(r->x() + r->width()) + 1, ctx_->width());
-    const int top = edge(std::ceil(r->y() + r->height()) + 1, ctx_->height());
+    const int left = edge(std::floor(r.x()) - 1, ctx_->width());
+    const int bottom = edge(std::floor(r.y()) - 1, ctx_->height());
+    const int right = edge(std::ceil(r.x() + r.width()) + 1, ctx_->width());
+    const int top = edge(std::ceil(r.y() + r.height()) + 1, ctx_->height());
     return QRect(left, bottom, right - left, top - bottom);
+}
+
+std::optional<SimpleQCRenderer::Fill> SimpleQCRenderer::fill() const
+{
+    const std::optional<LVISFArea>& area = composition_->filledArea();
+    if (!area || !composition_->isOnePlainPass()) return std::nullopt;
+    const QColor c = values_.value(area->color).value<QColor>();
+    const std::array<float, 4> colour = {c.redF(), c.greenF(), c.blueF(), c.alphaF()};
+    // A clear rounds a colour to 8 bits as the shader does only on whole steps (tested).
+    for (const float v : colour)
+        if (float(std::lround(v * 255.0f)) / 255.0f != v) return std::nullopt;
+    const std::optional<QRectF> r = declaredRectangle(*area, "FILLS_OUTSIDE", &fillReported_);
+    if (!r) return std::nullopt;
+    return Fill{withPixelMargin(*r), colour};
 }
 
 std::optional<QRect> SimpleQCRenderer::inputAreaFor(const QRect& output) const

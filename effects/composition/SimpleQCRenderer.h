@@ -13,6 +13,7 @@
 #include <QSize>
 #include <QVariant>
 
+#include <array>
 #include <map>
 #include <memory>
 #include <optional>
@@ -79,6 +80,15 @@ public:
     // same for a pointwise filter, else what READS_ONLY declares with a margin for filtering;
     // none when it declares nothing or the declaration does not evaluate (said once).
     std::optional<QRect> inputAreaFor(const QRect& output) const;
+    // A one-pass filter that declares FILLS_OUTSIDE: where its shader must run (the rectangle
+    // with a pixel's margin, within the frame) and the colour it writes elsewhere. None when it
+    // declares nothing, the declaration does not evaluate (said once), or a clear would not
+    // write the colour's bytes as the shader does (a component between two 8-bit steps).
+    struct Fill {
+        QRect drawn;
+        std::array<float, 4> colour;
+    };
+    std::optional<Fill> fill() const;
     // The chain's picture given to the image input this frame (none: name 0).
     LVTexture inputFrame() const { return frames_.value(composition_->imageInputKey()); }
     QSize outputSize() const { return QSize(ctx_->width(), ctx_->height()); }
@@ -120,6 +130,8 @@ private:
     std::optional<double> evaluateDeclared(const QString& expr, double whole, const QHash<QString, double>& variables,
                                            const char* key, bool* reported) const;
     std::optional<QRectF> declaredRectangle(const LVISFArea& area, const char* key, bool* reported) const;
+    // r grown by a pixel on every side, within the frame.
+    QRect withPixelMargin(const QRectF& r) const;
     QSize passSize(const LVISFPass& pass) const;
     Target& target(const LVISFPass& pass, QSize size);
     LVTexture textureForInput(const LVISFInput& input);
@@ -139,6 +151,7 @@ private:
     mutable std::set<QString> cappedTargets_; // said once each; noted while sizing
     mutable bool changesReported_ = false;     // an unusable CHANGES_ONLY, said once
     mutable bool readsReported_ = false;       // an unusable READS_ONLY, said once
+    mutable bool fillReported_ = false;        // an unusable FILLS_OUTSIDE, said once
     mutable std::optional<LVISFConstants> constants_; // worked out again when a value changes
     int steadyFrames_ = 0;                             // frames since a switch input last changed
     QSet<QString> firedEvents_;

@@ -6,6 +6,9 @@
                    "WIDTH": "(1.0 - $cropLeft - $cropRight) / $zoom * $WIDTH",
                    "Y": "(0.5 + $Pan_Y_Position * (0.5 - 0.5 / $zoom) + ($cropBottom - 0.5) / $zoom) * $HEIGHT",
                    "HEIGHT": "(1.0 - $cropBottom - $cropTop) / $zoom * $HEIGHT"},
+    "FILLS_OUTSIDE": {"X": "$cropLeft * $WIDTH", "WIDTH": "(1.0 - $cropLeft - $cropRight) * $WIDTH",
+                      "Y": "$cropBottom * $HEIGHT", "HEIGHT": "(1.0 - $cropBottom - $cropTop) * $HEIGHT",
+                      "COLOR": "fill"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "zoom", "LABEL": "Zoom", "TYPE": "float", "DEFAULT": 1.0, "MIN": 1.0, "MAX": 8.0},

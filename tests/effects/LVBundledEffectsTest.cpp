@@ -407,6 +407,9 @@ TEST_F(LVBundledTest, NothingOfAnUnclearedTargetShowsThroughFusedOrNot)
         // Panned to the right edge; cropped to nothing, so nothing before it is read.
         {{"Colour Adjust", "Crop and Zoom", "Sharpen"}, {{"zoom", 2.0}, {"Pan_X_Position", 1.0}}},
         {{"Colour Adjust", "Crop and Zoom", "Ticker"}, {{"cropLeft", 0.5}, {"cropRight", 0.5}}},
+        // Margins of a colour that a clear writes, and of one it would round otherwise.
+        {{"Sharpen", "Crop and Zoom"}, {{"cropLeft", 0.13}, {"cropTop", 0.21}, {"fill", QColor(200, 40, 90)}}},
+        {{"Crop and Zoom"}, {{"cropRight", 0.3}, {"fill", QColor::fromRgbF(0.504242f, 0.794278f, 0.672655f)}}},
     };
     const QImage picture = bars(96, 54);
     // Frames of the pool filled with one colour, then handed back.
@@ -450,6 +453,29 @@ TEST_F(LVBundledTest, NothingOfAnUnclearedTargetShowsThroughFusedOrNot)
     }
 }
 
+// A crop's margins are cleared rather than drawn: for every 8-bit level of each channel the clear
+// writes the bytes the shader writes.
+TEST_F(LVBundledTest, ACropsMarginsClearToTheBytesTheShaderWrites)
+{
+    auto cropped = [&](QColor fill, bool fused) {
+        LVQCEffect::setFusionEnabled(fused);
+        chain.assign(1, make(QStringLiteral("Crop and Zoom")));
+        chain.back()->setMode(LVModeLive);
+        for (const auto& [key, value] : {std::pair("cropLeft", QVariant(0.5)), std::pair("cropRight", QVariant(0.5)),
+                                         std::pair("fill", QVariant(fill))})
+            chain.back()->setParameterValue(key, value);
+        return render(solid(Qt::white), 0);
+    };
+    for (int level = 0; level < 256; ++level) {
+        const QColor fill(level, (level * 7) % 256, 255 - level, (level * 13) % 256);
+        const Frame whole = cropped(fill, false);
+        EXPECT_EQ(whole.at(0, 0), (ARGB{fill.alpha(), fill.red(), fill.green(), fill.blue()}))
+            << level;
+        EXPECT_TRUE(cropped(fill, true).bytes == whole.bytes) << level;
+    }
+    LVQCEffect::setFusionEnabled(true);
+}
+
 // The pixels a filter declares it may change, and those of its input it may read to draw a part
 // of its output: the rectangle with a pixel's margin within the frame (two for reads, clamped as
 // samples past an edge are), the reach around the pixels drawn with one more. A declaration of the
@@ -490,6 +516,12 @@ TEST_F(LVEffectsTest, DeclaredAreasWithTheirMargins)
         {"READS_ONLY", R"({"X": 10, "WIDTH": 20, "MARGIN": 1})", true, box, QRect(8, 8, 9, 9)},
         {"READS_ONLY", R"({"MARGIN": "$unknown"})", true, box, std::nullopt},
         {"READS_ONLY", R"({"MARGIN": true})", false, box, std::nullopt},
+        {"FILLS_OUTSIDE", R"({"X": 10, "WIDTH": 20, "COLOR": "edge"})", true, {}, QRect(9, 0, 22, 54)},
+        {"FILLS_OUTSIDE", R"({"Y": "$shift", "HEIGHT": 3.2, "COLOR": "edge"})", true, {}, QRect(0, 1, 96, 6)},
+        {"FILLS_OUTSIDE", R"({"X": "$unknown", "COLOR": "edge"})", true, {}, std::nullopt},
+        {"FILLS_OUTSIDE", R"({"X": 10})", false, {}, std::nullopt},
+        {"FILLS_OUTSIDE", R"({"X": 10, "COLOR": "shift"})", false, {}, std::nullopt},
+        {"FILLS_OUTSIDE", R"({"MARGIN": 1, "COLOR": "edge"})", false, {}, std::nullopt},
     };
     int index = 0;
     for (const Case& c : cases) {
@@ -499,13 +531,17 @@ TEST_F(LVEffectsTest, DeclaredAreasWithTheirMargins)
                                    QByteArray("/*{\"") + c.key + "\": " + c.declared +
                                        ", \"INPUTS\": [{\"NAME\": \"inputImage\", \"TYPE\": \"image\"},"
                                        " {\"NAME\": \"shift\", \"TYPE\": \"float\", \"DEFAULT\": 2.5},"
-                                       " {\"NAME\": \"Message\", \"TYPE\": \"text\", \"DEFAULT\": \"Hi\"}]}*/\n"
+                                       " {\"NAME\": \"Message\", \"TYPE\": \"text\", \"DEFAULT\": \"Hi\"},"
+                                       " {\"NAME\": \"edge\", \"TYPE\": \"color\", \"DEFAULT\": [0, 0, 0, 1]}]}*/\n"
                                        "void main() { gl_FragColor = IMG_NORM_PIXEL(inputImage, isf_FragNormCoord * 0.5); }\n");
         SimpleQCRenderer renderer(ctx.get(), path);
         EXPECT_EQ(renderer.composition().isValid(), c.valid) << what;
         renderer.beginFrame(0);
-        const std::optional<QRect> area =
-            QByteArray(c.key) == "READS_ONLY" ? renderer.inputAreaFor(c.drawn) : renderer.changedArea();
+        const QByteArray key(c.key);
+        const auto fill = renderer.fill();
+        const std::optional<QRect> area = key == "READS_ONLY"      ? renderer.inputAreaFor(c.drawn)
+                                          : key == "FILLS_OUTSIDE" ? (fill ? std::optional(fill->drawn) : std::nullopt)
+                                                                   : renderer.changedArea();
         EXPECT_EQ(area, c.area) << what;
     }
     // Undeclared, a filter may read anything; a pointwise one reads where it draws.
