@@ -21,7 +21,8 @@ LVXvfb::LVXvfb(int width, int height, const QStringList& extra)
     if (pipe(fds) != 0) return;
     fcntl(fds[0], F_SETFD, FD_CLOEXEC);
     // The server writes its display number to this descriptor once it accepts clients.
-    QStringList arguments{QStringLiteral("Xvfb"), QStringLiteral("-displayfd"), QString::number(fds[1]),
+    // The server gets the pipe as descriptor 3 and nothing else of ours.
+    QStringList arguments{QStringLiteral("Xvfb"), QStringLiteral("-displayfd"), QStringLiteral("3"),
                           QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("%1x%2x24").arg(width).arg(height),
                           QStringLiteral("-nolisten"), QStringLiteral("tcp"), QStringLiteral("-noreset")};
     arguments += extra;
@@ -32,8 +33,12 @@ LVXvfb::LVXvfb(int width, int height, const QStringList& extra)
     argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    // Its chatter would only clutter the test log.
+    // Its chatter would only clutter the test log, and a server left behind by a test that died
+    // must not hold the test's output open: ctest would wait on it until its timeout.
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 3);
+    posix_spawn_file_actions_addclosefrom_np(&actions, 4);
     const int spawned = posix_spawnp(&pid_, "Xvfb", &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(fds[1]);
