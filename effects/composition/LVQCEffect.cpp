@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRegion>
 
 namespace {
 
@@ -255,23 +256,44 @@ bool LVQCEffect::coversEveryPixel() const
     return true;
 }
 
+namespace {
+
+// One filter's pass under the scissor within (none: the whole frame). A crop's margins are a
+// clear, not a pass over them: a clear of the whole frame is a fill of memory, while a scissored
+// one costs llvmpipe a pass, so that one covers the margins only.
+void drawAlone(LVContext& ctx, SimpleQCRenderer& stage, const std::optional<QRect>& within)
+{
+    const auto fill = fusion() ? stage.fill() : std::nullopt;
+    const QRect frame(0, 0, ctx.width(), ctx.height());
+    const QRect region = within.value_or(frame);
+    const QRect drawn = fill ? fill->drawn & region : region;
+    const QRegion margins = QRegion(region) - QRegion(drawn);
+    if (margins.isEmpty()) {
+        stage.drawFinalPass(false);
+        return;
+    }
+    glClearColor(fill->colour[0], fill->colour[1], fill->colour[2], fill->colour[3]);
+    if (region == frame) {
+        glClear(GL_COLOR_BUFFER_BIT);
+    } else {
+        for (const QRect& margin : margins) {
+            LVContext::setScissor(margin);
+            glClear(GL_COLOR_BUFFER_BIT);
+        }
+    }
+    if (!drawn.isEmpty()) {
+        LVContext::setScissor(drawn);
+        stage.drawFinalPass(false);
+    }
+    LVContext::setScissor(within);
+}
+
+} // namespace
+
 bool LVQCEffect::drawStages(LVContext& ctx, const Stages& stages, size_t count, const std::optional<QRect>& within)
 {
     if (count == 1) {
-        const auto fill = fusion() ? stages[0]->fill() : std::nullopt;
-        if (!fill) {
-            stages[0]->drawFinalPass(false);
-            return true;
-        }
-        // A crop's margins are a clear, not a pass over them.
-        glClearColor(fill->colour[0], fill->colour[1], fill->colour[2], fill->colour[3]);
-        glClear(GL_COLOR_BUFFER_BIT);
-        const QRect drawn = within ? fill->drawn & *within : fill->drawn;
-        if (!drawn.isEmpty()) {
-            LVContext::setScissor(drawn);
-            stages[0]->drawFinalPass(false);
-            LVContext::setScissor(within);
-        }
+        drawAlone(ctx, *stages[0], within);
         return true;
     }
     const LVISFProgram* program = LVISFFusedProgramFor(variantsOf(stages, count));

@@ -410,6 +410,10 @@ TEST_F(LVBundledTest, NothingOfAnUnclearedTargetShowsThroughFusedOrNot)
         // Margins of a colour that a clear writes, and of one it would round otherwise.
         {{"Sharpen", "Crop and Zoom"}, {{"cropLeft", 0.13}, {"cropTop", 0.21}, {"fill", QColor(200, 40, 90)}}},
         {{"Crop and Zoom"}, {{"cropRight", 0.3}, {"fill", QColor::fromRgbF(0.504242f, 0.794278f, 0.672655f)}}},
+        // The first one's margins are partly read by the second: cleared only there.
+        {{"Crop and Zoom", "Crop and Zoom"},
+         {{"zoom", 1.5}, {"cropLeft", 0.1}, {"cropBottom", 0.2}, {"Pan_X_Position", -1.0}, {"Pan_Y_Position", -1.0},
+          {"fill", QColor(10, 200, 30)}}},
     };
     const QImage picture = bars(96, 54);
     // Frames of the pool filled with one colour, then handed back.
