@@ -42,6 +42,7 @@ function(lv_test name)
         # An object library, so its self-registering watchdog is linked into every test.
         add_library(lv_test_watchdog OBJECT ${PROJECT_SOURCE_DIR}/tests/support/LVTestWatchdog.cpp)
         target_link_libraries(lv_test_watchdog PRIVATE GTest::gtest)
+        target_include_directories(lv_test_watchdog PRIVATE ${PROJECT_SOURCE_DIR})
         lv_target_defaults(lv_test_watchdog)
     endif()
     lv_executable(${name} SOURCES ${ARG_SOURCES} DEPS ${ARG_DEPS} GTest::gtest GTest::gmock GTest::gtest_main lv_test_watchdog)

@@ -1,10 +1,11 @@
 // Linked into every test program: a test that runs far longer than any test should is taken as
 // hung. The watchdog prints every thread's stack (with gdb, where installed) and ends the program,
 // so a rare deadlock leaves its stacks in the log instead of a bare timeout.
+#include "tests/support/LVChildProcess.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -39,14 +40,8 @@ void printStacks()
         std::fprintf(stderr, "No stacks: gdb is not installed\n");
         _exit(127);
     }
-    if (gdb < 0) return;
     // gdb itself may stall on a stuck process; it gets a minute.
-    for (int i = 0; i < 600; ++i) {
-        if (waitpid(gdb, nullptr, WNOHANG) == gdb) return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    kill(gdb, SIGKILL);
-    waitpid(gdb, nullptr, 0);
+    if (gdb > 0) lvReapOrKill(gdb, std::chrono::minutes(1));
 }
 
 class Watchdog : public testing::Environment, public testing::EmptyTestEventListener {

@@ -1,4 +1,5 @@
 #include "LVXvfb.h"
+#include "tests/support/LVChildProcess.h"
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -58,13 +59,7 @@ LVXvfb::~LVXvfb()
 {
     if (pid_ <= 0) return;
     kill(pid_, SIGTERM);
-    // A server that does not end within five seconds is killed: a test must never wait on it.
-    for (int i = 0; i < 500; ++i) {
-        if (waitpid(pid_, nullptr, WNOHANG) == pid_) return;
-        usleep(10000);
-    }
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
+    lvReapOrKill(pid_, std::chrono::seconds(5));
 }
 
 void LVXvfb::makeCurrent() const
