@@ -2,6 +2,10 @@
     "DESCRIPTION": "The time of day as digital clock digits.",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Overlay"],
+    "CHANGES_ONLY": {"X": "min(max(($X_Position * 0.5 + 0.5) * $WIDTH, 0), max($WIDTH - $height * $HEIGHT * (2.8 + 1.5 * $showSeconds), 0))",
+                     "Y": "min(max(($Y_Position * 0.5 + 0.5) * $HEIGHT, 0), max($HEIGHT - $height * $HEIGHT * 1.2, 0))",
+                     "WIDTH": "$height * $HEIGHT * (2.8 + 1.5 * $showSeconds)",
+                     "HEIGHT": "$height * $HEIGHT * 1.2"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "height", "LABEL": "Size", "TYPE": "float", "DEFAULT": 0.08, "MIN": 0.02, "MAX": 0.5},

@@ -2,6 +2,7 @@
     "DESCRIPTION": "Shows a picture or logo (animated GIFs play) over the video.",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Overlay"],
+    "CHANGES_ONLY": {"X": "($X_Position * 0.5 + 0.5) * $WIDTH - $scale * $WIDTH * 0.5", "WIDTH": "$scale * $WIDTH"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "Image", "LABEL": "Image", "TYPE": "image"},

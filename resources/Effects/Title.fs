@@ -2,6 +2,9 @@
     "DESCRIPTION": "One large line of text, centred, with an optional shadow.",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Titles"],
+    "CHANGES_ONLY": {"X": "floor(($X_Position * 0.5 + 0.5) * $WIDTH - $Title_WIDTH * 0.5)",
+                     "Y": "floor(($Y_Position * 0.5 + 0.5) * $HEIGHT - $Title_HEIGHT * 0.5) - $HEIGHT * 0.006",
+                     "WIDTH": "$Title_WIDTH + $HEIGHT * 0.006", "HEIGHT": "$Title_HEIGHT + $HEIGHT * 0.006"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "Title", "LABEL": "Text", "TYPE": "text", "DEFAULT": "Welcome"},

@@ -193,9 +193,13 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
 {
     makeContext(96, 54);
     scan(bundledEffects());
-    // Overlays that change only a band or a box (Ticker, Lower Third) at the end of a run are
-    // drawn over the rest of the run in place: alone, after one stage, after several, two of them.
+    // Overlays that change only a band or a box (Ticker, Lower Third, Clock, Title, Image Overlay)
+    // at the end of a run are drawn over the rest of the run in place: alone, after one stage,
+    // after several, two of them, held inside the frame by its edge or partly past it.
     const QList<QStringList> chains = {
+        {"Clock"},
+        {"Colour Adjust", "Title"},
+        {"Chroma Key", "Image Overlay"},
         {"Colour Adjust", "Chroma Key", "Vignette", "Black and White"},
         {"Colour Adjust", "Blur", "Chroma Key", "Vignette", "Lower Third"},
         {"Sharpen", "Colour Adjust", "Border", "Ticker", "Title"},
@@ -206,6 +210,8 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
         {"Colour Adjust", "Lower Third", "Ticker"},
     };
     const QImage picture = bars(96, 54);
+    const QString logo = dir.filePath(QStringLiteral("logo.png"));
+    ASSERT_TRUE(bars(40, 60).save(logo));
     for (const QStringList& names : chains) {
         std::vector<Frame> frames;
         for (bool fused : {false, true}) {
@@ -221,6 +227,8 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
             for (const auto& effect : chain) {
                 effect->setParameterValue(QStringLiteral("speed"), 0.6);
                 effect->setParameterValue(QStringLiteral("Y_Position"), effect->name() == QLatin1String("Ticker") ? -0.4 : -0.85);
+                if (effect->name() != QLatin1String("Lower Third")) effect->setParameterValue(QStringLiteral("X_Position"), 0.95);
+                effect->setParameterValue(QStringLiteral("Image"), logo);
             }
             render(picture, 0); // time starts at the first frame
             frames.push_back(render(picture, 0.5));
@@ -236,12 +244,11 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
             EXPECT_GE(run.size(), 2u);
             EXPECT_TRUE(LVISFFusedProgramFor(run)) << names.join(QLatin1String(", ")).toStdString();
         }
-        // The overlay really is drawn over its band alone.
-        if (names.back() == QLatin1String("Ticker")) {
-            const std::optional<QRect> band = qc(chain.back())->renderer()->changedArea();
-            ASSERT_TRUE(band) << names.join(QLatin1String(", ")).toStdString();
-            EXPECT_EQ(band->width(), 96);
-            EXPECT_LT(band->height(), 54 / 3);
+        // The overlay really is drawn over its band or box alone.
+        if (QStringList{"Ticker", "Lower Third", "Clock", "Title", "Image Overlay"}.contains(names.back())) {
+            const std::optional<QRect> area = qc(chain.back())->renderer()->changedArea();
+            ASSERT_TRUE(area) << names.join(QLatin1String(", ")).toStdString();
+            EXPECT_LT(area->width() * area->height(), 96 * 54 / 3) << names.join(QLatin1String(", ")).toStdString();
         }
         const bool same = frames[0].bytes == frames[1].bytes;
         if (!same) frames[1].image().save(dir.filePath(QStringLiteral("fused-actual.png")));
