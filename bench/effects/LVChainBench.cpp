@@ -241,7 +241,7 @@ void registerAll()
     };
     add("Floor", {}, false);
     add("TestPattern", {"Test Pattern"}, false);
-    for (const char* effect : {"Colour Adjust", "Sharpen", "Chroma Key", "Crop and Zoom", "Ticker", "Mirror", "Clock"})
+    for (const char* effect : {"Colour Adjust", "Sharpen", "Chroma Key", "Crop and Zoom", "Ticker", "Mirror", "Clock", "Border"})
         add(std::string("TestPattern+") + effect, {"Test Pattern", effect}, false);
     add("Chain5", {"Test Pattern", "Colour Adjust", "Sharpen", "Chroma Key", "Crop and Zoom", "Ticker"}, false);
     add("Negate3", {"Test Pattern", "Negate", "Negate", "Negate"}, true);

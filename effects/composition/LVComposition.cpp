@@ -429,6 +429,7 @@ void LVComposition::parseHeader(const QJsonObject& header, const QString& folder
     if (passes_.empty()) passes_.push_back(LVISFPass{});
 
     QStringList problems = {parseArea(header, QStringLiteral("CHANGES_ONLY"), "", &changedArea_),
+                            parseArea(header, QStringLiteral("KEEPS_INSIDE"), "", &keptArea_),
                             parseArea(header, QStringLiteral("READS_ONLY"), "MARGIN", &readArea_),
                             parseArea(header, QStringLiteral("FILLS_OUTSIDE"), "COLOR", &filledArea_)};
     if (filledArea_) {

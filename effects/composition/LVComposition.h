@@ -44,6 +44,7 @@ struct LVISFPass {
 // input a filter may read: inside the rectangle (when drawing the whole frame) and within
 // MARGIN pixels of each pixel it writes. "FILLS_OUTSIDE": the rectangle outside which a filter
 // writes its COLOR input (a colour input's name) and reads nothing (a crop's margins).
+// "KEEPS_INSIDE": the rectangle inside which a filter passes its input through unchanged (a border).
 // Expressions as in pass sizes; an empty one stands for the whole width or height, or for no limit.
 struct LVISFArea {
     QString x;
@@ -108,6 +109,8 @@ public:
     bool coversFrame() const { return coversFrame_; }
     // What the filter declares it changes; none: anything.
     const std::optional<LVISFArea>& changedArea() const { return changedArea_; }
+    // What the filter declares it leaves as it is; none: nothing.
+    const std::optional<LVISFArea>& keptArea() const { return keptArea_; }
     // What the filter declares it reads of its image input; none: anything.
     const std::optional<LVISFArea>& readArea() const { return readArea_; }
     // Where the filter declares it draws more than a colour; none: everywhere.
@@ -150,6 +153,7 @@ private:
     bool pointwise_ = false;
     bool coversFrame_ = false;
     std::optional<LVISFArea> changedArea_;
+    std::optional<LVISFArea> keptArea_;
     std::optional<LVISFArea> readArea_;
     std::optional<LVISFArea> filledArea_;
     QString fragmentSource_;

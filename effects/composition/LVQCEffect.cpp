@@ -326,11 +326,11 @@ std::optional<QRect> LVQCEffect::inputAreaFor(const QRect& output, QSize frame) 
 bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages, const std::optional<QRect>& within)
 {
     size_t first = stages.size();
-    std::optional<QRect> area;
+    std::optional<QRegion> area;
     for (; first > 0; --first) {
         const SimpleQCRenderer& stage = *stages[first - 1];
         if (!stage.composition().isPointwise()) break;
-        const std::optional<QRect> changed = stage.changedArea();
+        const std::optional<QRegion> changed = stage.changedArea();
         if (!changed) break;
         area = area ? area->united(*changed) : *changed;
     }
@@ -344,9 +344,10 @@ bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages, const
         return false;
     }
     if (within) *area &= *within;
-    if (area->isEmpty()) return true;
-    LVContext::setScissor(area);
-    drawStages(ctx, stages, stages.size(), area);
+    for (const QRect& part : *area) {
+        LVContext::setScissor(part);
+        drawStages(ctx, stages, stages.size(), part);
+    }
     LVContext::setScissor(within);
     return true;
 }

@@ -280,13 +280,29 @@ std::optional<QRectF> SimpleQCRenderer::declaredRectangle(const LVISFArea& area,
     return QRectF(*x, *y, std::max(*w, 0.0), std::max(*h, 0.0));
 }
 
-std::optional<QRect> SimpleQCRenderer::changedArea() const
+std::optional<QRegion> SimpleQCRenderer::changedArea() const
 {
-    const std::optional<LVISFArea>& area = composition_->changedArea();
-    if (!area) return std::nullopt;
-    const std::optional<QRectF> r = declaredRectangle(*area, "CHANGES_ONLY", &changesReported_);
-    if (!r) return std::nullopt;
-    return withPixelMargin(*r);
+    const std::optional<LVISFArea>& changes = composition_->changedArea();
+    const std::optional<LVISFArea>& kept = composition_->keptArea();
+    if (!changes && !kept) return std::nullopt;
+    QRegion area(0, 0, ctx_->width(), ctx_->height());
+    if (changes) {
+        const std::optional<QRectF> r = declaredRectangle(*changes, "CHANGES_ONLY", &changesReported_);
+        if (!r) return std::nullopt;
+        area = withPixelMargin(*r);
+    }
+    if (kept) {
+        const std::optional<QRectF> r = declaredRectangle(*kept, "KEEPS_INSIDE", &keptReported_);
+        if (!r) return std::nullopt;
+        // A pixel's margin inwards: the shader's arithmetic may round a border pixel out.
+        auto edge = [](double v, double limit) { return int(std::clamp(v, 0.0, limit)); };
+        const int left = edge(std::ceil(r->x()) + 1, ctx_->width());
+        const int bottom = edge(std::ceil(r->y()) + 1, ctx_->height());
+        const int right = edge(std::floor(r->x() + r->width()) - 1, ctx_->width());
+        const int top = edge(std::floor(r->y() + r->height()) - 1, ctx_->height());
+        if (right > left && top > bottom) area -= QRect(left, bottom, right - left, top - bottom);
+    }
+    return area;
 }
 
 QRect SimpleQCRenderer::withPixelMargin(const QRectF& r) const

@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QRect>
 #include <QRectF>
+#include <QRegion>
 #include <QSize>
 #include <QVariant>
 
@@ -72,10 +73,11 @@ public:
     void applyUniforms(const LVISFProgram& program, int stage, QSize renderSize, int* unit);
     // Draws the covering triangle with whatever program is in use.
     void drawTriangle();
-    // The pixels (GL's, bottom row 0) outside which this filter leaves its input as it is, with
-    // a pixel's margin, within the frame; none when it declares none or the declaration does not
+    // The pixels (GL's, bottom row 0) outside which this filter leaves its input as it is: its
+    // CHANGES_ONLY rectangle (else the frame) with a pixel's margin, less its KEEPS_INSIDE one
+    // with a pixel's margin inwards; none when it declares neither or a declaration does not
     // evaluate (said once). Text inputs' sizes are $NAME_WIDTH and $NAME_HEIGHT.
-    std::optional<QRect> changedArea() const;
+    std::optional<QRegion> changedArea() const;
     // The pixels of its image input it reads to draw those given (GL's), within the frame: the
     // same for a pointwise filter, else what READS_ONLY declares with a margin for filtering;
     // none when it declares nothing or the declaration does not evaluate (said once).
@@ -150,6 +152,7 @@ private:
     std::map<QString, Target> targets_;
     mutable std::set<QString> cappedTargets_; // said once each; noted while sizing
     mutable bool changesReported_ = false;     // an unusable CHANGES_ONLY, said once
+    mutable bool keptReported_ = false;        // an unusable KEEPS_INSIDE, said once
     mutable bool readsReported_ = false;       // an unusable READS_ONLY, said once
     mutable bool fillReported_ = false;        // an unusable FILLS_OUTSIDE, said once
     mutable std::optional<LVISFConstants> constants_; // worked out again when a value changes

@@ -2,6 +2,9 @@
     "DESCRIPTION": "A coloured frame around the picture, optionally with rounded corners.",
     "CREDIT": "Lumaveil",
     "CATEGORIES": ["Overlay"],
+    "KEEPS_INSIDE": {"X": "($thickness + $cornerRadius) * $HEIGHT", "Y": "($thickness + $cornerRadius) * $HEIGHT",
+                     "WIDTH": "$WIDTH - 2 * ($thickness + $cornerRadius) * $HEIGHT",
+                     "HEIGHT": "$HEIGHT - 2 * ($thickness + $cornerRadius) * $HEIGHT"},
     "INPUTS": [
         {"NAME": "inputImage", "TYPE": "image"},
         {"NAME": "thickness", "LABEL": "Thickness", "TYPE": "float", "DEFAULT": 0.03, "MIN": 0.0, "MAX": 0.25},
