@@ -294,26 +294,24 @@ std::optional<QRegion> SimpleQCRenderer::changedArea() const
     if (kept) {
         const std::optional<QRectF> r = declaredRectangle(*kept, "KEEPS_INSIDE", &keptReported_);
         if (!r) return std::nullopt;
-        // A pixel's margin inwards: the shader's arithmetic may round a border pixel out.
-        auto edge = [](double v, double limit) { return int(std::clamp(v, 0.0, limit)); };
-        const int left = edge(std::ceil(r->x()) + 1, ctx_->width());
-        const int bottom = edge(std::ceil(r->y()) + 1, ctx_->height());
-        const int right = edge(std::floor(r->x() + r->width()) - 1, ctx_->width());
-        const int top = edge(std::floor(r->y() + r->height()) - 1, ctx_->height());
-        if (right > left && top > bottom) area -= QRect(left, bottom, right - left, top - bottom);
+        area -= withPixelMargin(*r, PixelMargin::Inwards);
     }
     return area;
 }
 
-QRect SimpleQCRenderer::withPixelMargin(const QRectF& r) const
+QRect SimpleQCRenderer::withPixelMargin(const QRectF& r, PixelMargin margin) const
 {
-    // A pixel's margin on every side: the shader's own arithmetic may round a border pixel in.
+    // A pixel's margin on every side: the shader's own arithmetic may round a border pixel in
+    // (or, for what it keeps, out).
+    const double grow = margin == PixelMargin::Outwards ? 1 : -1;
     auto edge = [](double v, double limit) { return int(std::clamp(v, 0.0, limit)); };
-    const int left = edge(std::floor(r.x()) - 1, ctx_->width());
-    const int bottom = edge(std::floor(r.y()) - 1, ctx_->height());
-    const int right = edge(std::ceil(r.x() + r.width()) + 1, ctx_->width());
-    const int top = edge(std::ceil(r.y() + r.height()) + 1, ctx_->height());
-    return QRect(left, bottom, right - left, top - bottom);
+    auto low = [&](double v) { return margin == PixelMargin::Outwards ? std::floor(v) : std::ceil(v); };
+    auto high = [&](double v) { return margin == PixelMargin::Outwards ? std::ceil(v) : std::floor(v); };
+    const int left = edge(low(r.x()) - grow, ctx_->width());
+    const int bottom = edge(low(r.y()) - grow, ctx_->height());
+    const int right = edge(high(r.x() + r.width()) + grow, ctx_->width());
+    const int top = edge(high(r.y() + r.height()) + grow, ctx_->height());
+    return QRect(left, bottom, std::max(right - left, 0), std::max(top - bottom, 0));
 }
 
 std::optional<SimpleQCRenderer::Fill> SimpleQCRenderer::fill() const

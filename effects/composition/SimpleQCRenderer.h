@@ -132,8 +132,10 @@ private:
     std::optional<double> evaluateDeclared(const QString& expr, double whole, const QHash<QString, double>& variables,
                                            const char* key, bool* reported) const;
     std::optional<QRectF> declaredRectangle(const LVISFArea& area, const char* key, bool* reported) const;
-    // r grown by a pixel on every side, within the frame.
-    QRect withPixelMargin(const QRectF& r) const;
+    // r rounded outwards and grown by a pixel on every side, or rounded inwards and shrunk by one,
+    // within the frame.
+    enum class PixelMargin { Outwards, Inwards };
+    QRect withPixelMargin(const QRectF& r, PixelMargin margin = PixelMargin::Outwards) const;
     QSize passSize(const LVISFPass& pass) const;
     Target& target(const LVISFPass& pass, QSize size);
     LVTexture textureForInput(const LVISFInput& input);
