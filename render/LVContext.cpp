@@ -123,6 +123,19 @@ public:
         return made;
     }
 
+    // The recycled target that is buffer, out of the pool again; none when it is not there.
+    std::shared_ptr<LVPBuffer> reclaim(const void* buffer)
+    {
+        for (auto it = free_.begin(); it != free_.end(); ++it) {
+            if (it->get() == buffer) {
+                std::shared_ptr<LVPBuffer> found = std::move(*it);
+                free_.erase(it);
+                return found;
+            }
+        }
+        return nullptr;
+    }
+
     void recycle(std::shared_ptr<LVPBuffer> buffer)
     {
         if (!buffer)
@@ -339,7 +352,25 @@ void LVContext::drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect
     drawTexture(tex, fromRect, inRect, false, false);
 }
 
-void LVContext::copyIntoFrame(const LVTexture& tex)
+bool LVContext::drawOverFrame(LVTexture& frame)
+{
+    // Held by the pool and by frame alone: nobody else shows that picture.
+    if (frame.retained.use_count() != 2)
+        return false;
+    std::shared_ptr<LVPBuffer> back = LVPBufferPool::shared().reclaim(frame.retained.get());
+    if (!back)
+        return false;
+    frame = {};
+    _readRenderer();
+    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
+    oglPBuff_ = std::move(back);
+    uncleared_ = false;
+    _bindTarget();
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, oglPBuff_->texture, 0);
+    return true;
+}
+
+void LVContext::copyIntoFrame(const LVTexture& tex, const std::optional<QRect>& area)
 {
     framebuffer();
     if (tex.name == 0 || tex.width != width_ || tex.height != height_)
@@ -350,7 +381,9 @@ void LVContext::copyIntoFrame(const LVTexture& tex)
     glDisable(GL_SCISSOR_TEST);
     glBindFramebuffer(GL_READ_FRAMEBUFFER, copyFbo_);
     glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, tex.name, 0);
-    glBlitFramebuffer(0, 0, width_, height_, 0, 0, width_, height_, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    const QRect r = area.value_or(QRect(0, 0, width_, height_));
+    glBlitFramebuffer(r.left(), r.top(), r.right() + 1, r.bottom() + 1, r.left(), r.top(), r.right() + 1, r.bottom() + 1,
+                      GL_COLOR_BUFFER_BIT, GL_NEAREST);
     glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, 0, 0);
     glBindFramebuffer(GL_READ_FRAMEBUFFER, fbo_);
     if (scissored)

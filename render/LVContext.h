@@ -96,9 +96,14 @@ public:
     void setPackInvert(bool enabled) { packInvert_ = enabled && hasPackInvert_; }
     // Draws a texture into the current frame, not flipped, not mirrored.
     void drawTexture(const LVTexture& tex, QRectF inRect, QRectF fromRect);
-    // Copies a texture of the frame's size into the current frame unchanged: a plain copy
-    // of the pixels, no shading (what a rasteriser does fastest).
-    void copyIntoFrame(const LVTexture& tex);
+    // Copies a texture of the frame's size into the current frame unchanged, only inside area
+    // (GL's pixels) when there is one: a plain copy of the pixels, no shading (what a
+    // rasteriser does fastest).
+    void copyIntoFrame(const LVTexture& tex, const std::optional<QRect>& area = std::nullopt);
+    // Makes an earlier frame of this size, frame, the current one again, so what follows draws
+    // over that picture; the current target goes back to the pool. Only when nobody but frame
+    // holds the picture any more (then frame is emptied); otherwise nothing changes.
+    bool drawOverFrame(LVTexture& frame);
     // Draws the current frame into whatever framebuffer and viewport the caller bound on
     // the current GL context, not flipped, not mirrored.
     void renderToContext();

@@ -335,15 +335,22 @@ bool LVQCEffect::drawOverlaysInPlace(LVContext& ctx, const Stages& stages, const
         area = area ? area->united(*changed) : *changed;
     }
     if (!area) return false;
+    if (within) *area &= *within;
     if (first == 0) {
-        // The run's own input, copied: what the rectangle leaves as it is.
-        const LVTexture input = stages[0]->inputFrame();
+        LVTexture input = stages[0]->inputFrame();
         if (!input.name || input.width != ctx.width() || input.height != ctx.height()) return false;
-        ctx.copyIntoFrame(input);
+        // The overlays draw over their input itself, reading a copy of their area only, unless
+        // someone else still shows that picture: then it is copied whole, a frame's write.
+        const QString& key = stages[0]->composition().imageInputKey();
+        for (const QRect& part : *area) ctx.copyIntoFrame(input, part);
+        stages[0]->setTextureForInputKey(ctx.texture(), key);
+        if (!ctx.drawOverFrame(input)) {
+            ctx.copyIntoFrame(input);
+            stages[0]->setTextureForInputKey(input, key);
+        }
     } else if (!drawStages(ctx, stages, first, within)) {
         return false;
     }
-    if (within) *area &= *within;
     for (const QRect& part : *area) {
         LVContext::setScissor(part);
         drawStages(ctx, stages, stages.size(), part);

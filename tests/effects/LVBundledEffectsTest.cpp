@@ -261,6 +261,44 @@ TEST_F(LVBundledTest, FusedChainGivesTheSamePixelsAsOnePassPerEffect)
     }
 }
 
+// An overlay alone in its run draws over its input's own target, reading a copy of its area, and
+// copies the input whole only while someone else still holds that picture, which it never changes.
+TEST_F(LVBundledTest, AnOverlayDrawsOverItsInputUnlessSomeoneElseHoldsIt)
+{
+    makeContext(96, 54);
+    scan(bundledEffects());
+    const QImage picture = bars(96, 54);
+    chain = {make(QStringLiteral("Clock"))};
+    chain[0]->setMode(LVModeLive);
+    LVQCEffect::setFusionEnabled(false);
+    render(picture, 0);
+    const Frame whole = render(picture, 3725.0);
+    LVQCEffect::setFusionEnabled(true);
+    chain.clear();
+    const Frame bare = render(picture, 3725.0);
+    ASSERT_FALSE(whole.bytes == bare.bytes);
+    chain = {make(QStringLiteral("Clock"))};
+    chain[0]->setMode(LVModeLive);
+    render(picture, 0);
+    for (const bool held : {false, true}) {
+        SCOPED_TRACE(held ? "input held" : "input free");
+        ctx->setFrameTime(3725.0);
+        drawPicture(picture);
+        const GLuint drawnInto = ctx->texture().name;
+        std::optional<LVTexture> holder;
+        if (held) holder = ctx->texture();
+        chain[0]->doit();
+        const Frame f = read();
+        EXPECT_TRUE(f.bytes == whole.bytes);
+        EXPECT_EQ(ctx->texture().name == drawnInto, !held);
+        if (holder) {
+            ctx->reset(false);
+            ctx->copyIntoFrame(*holder);
+            EXPECT_TRUE(read().bytes == bare.bytes) << "the held picture was drawn over";
+        }
+    }
+}
+
 // Programs with switch inputs fixed drop the branches those switch off; the pixels must not
 // change, alone or fused: every bundled effect at its defaults and at each choice of its menus
 // and check boxes, and at values held until fixed, drawn by the variant and by the general program.
