@@ -224,10 +224,15 @@ void LVContext::_takeTarget()
     renderer_ = nullptr;
     uncleared_ = false;
     makeCurrent();
-    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
-    oglPBuff_ = LVPBufferPool::shared().take(width_, height_);
+    _useTarget(LVPBufferPool::shared().take(width_, height_));
     if (!oglPBuff_)
         LVLog("NIL pbuff!");
+}
+
+void LVContext::_useTarget(std::shared_ptr<LVPBuffer> target)
+{
+    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
+    oglPBuff_ = std::move(target);
     _bindTarget();
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, oglPBuff_ ? oglPBuff_->texture : 0, 0);
 }
@@ -362,11 +367,8 @@ bool LVContext::drawOverFrame(LVTexture& frame)
         return false;
     frame = {};
     _readRenderer();
-    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
-    oglPBuff_ = std::move(back);
     uncleared_ = false;
-    _bindTarget();
-    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, oglPBuff_->texture, 0);
+    _useTarget(std::move(back));
     return true;
 }
 
