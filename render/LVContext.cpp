@@ -224,6 +224,8 @@ void LVContext::_takeTarget()
     renderer_ = nullptr;
     uncleared_ = false;
     makeCurrent();
+    // Recycled first: the frame just left may be the one taken again.
+    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
     _useTarget(LVPBufferPool::shared().take(width_, height_));
     if (!oglPBuff_)
         LVLog("NIL pbuff!");
@@ -231,7 +233,6 @@ void LVContext::_takeTarget()
 
 void LVContext::_useTarget(std::shared_ptr<LVPBuffer> target)
 {
-    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
     oglPBuff_ = std::move(target);
     _bindTarget();
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, oglPBuff_ ? oglPBuff_->texture : 0, 0);
@@ -368,6 +369,7 @@ bool LVContext::drawOverFrame(LVTexture& frame)
     frame = {};
     _readRenderer();
     uncleared_ = false;
+    LVPBufferPool::shared().recycle(std::move(oglPBuff_));
     _useTarget(std::move(back));
     return true;
 }

@@ -142,7 +142,7 @@ private:
     // Reads top row first in the order GL reads as a copy; answers it (GL_RGBA or GL_BGRA).
     GLenum _readPixels(void* destination, int rowBytes);
     void _takeTarget();
-    // Makes target the frame drawn into; the one before goes back to the pool.
+    // Makes target the frame drawn into, bound.
     void _useTarget(std::shared_ptr<LVPBuffer> target);
 
     int width_ = 0;
