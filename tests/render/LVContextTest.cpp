@@ -1,51 +1,18 @@
-#include "render/LVContext.h"
+#include "tests/support/LVGLTestSupport.h"
+
 #include "render/LVGLContext.h"
 
-#include <gtest/gtest.h>
-
-#include <QDir>
-#include <QImage>
-
-#include <array>
 #include <chrono>
-#include <cstring>
-#include <vector>
+#include <functional>
 
 namespace {
 
 constexpr int W = 8;
 constexpr int H = 4;
 
-using ARGB = std::array<uint8_t, 4>;
-using Clock = std::chrono::steady_clock;
-
-struct Frame {
-    std::vector<uint8_t> bytes;
-    int rowBytes = 0;
-    ARGB at(int x, int row) const // row 0 is the top row
-    {
-        const uint8_t* p = bytes.data() + row * rowBytes + x * 4;
-        return {p[0], p[1], p[2], p[3]};
-    }
-};
-
-class LVContextTest : public ::testing::Test {
+class LVContextTest : public LVGLTest {
 protected:
-    void SetUp() override
-    {
-        QString error;
-        ctx = LVContext::create(QSize(W, H), &error);
-        ASSERT_TRUE(ctx) << error.toStdString();
-    }
-
-    Frame read(int padding = 0)
-    {
-        Frame f;
-        f.rowBytes = W * 4 + padding;
-        f.bytes.assign(size_t(f.rowBytes) * H, 0xEE);
-        ctx->fetchOpenGLPixels(f.bytes.data(), f.rowBytes);
-        return f;
-    }
+    void SetUp() override { makeContext(W, H); }
 
     // A W x H picture: left half red, right half blue, top row green (Qt rows run top down).
     static QImage picture()
@@ -56,24 +23,26 @@ protected:
                 img.setPixel(x, y, y == 0 ? 0xFF00FF00u : x < W / 2 ? 0xFFFF0000u : 0xFF0000FFu);
         return img;
     }
-
-    std::unique_ptr<LVContext> ctx;
+    static QImage solidPicture(int w, int h, QRgb colour)
+    {
+        QImage img(w, h, QImage::Format_ARGB32);
+        img.fill(colour);
+        return img;
+    }
+    // Every pixel of the frame against expected(x, top-down row).
+    void expectFrame(const std::function<ARGB(int x, int row)>& expected, const char* what = "")
+    {
+        const Frame f = read();
+        for (int row = 0; row < H; ++row)
+            for (int x = 0; x < W; ++x) ASSERT_EQ(f.at(x, row), expected(x, row)) << what << " at " << x << "," << row;
+    }
 };
-
-const ARGB kRed{0xFF, 0xFF, 0, 0};
-const ARGB kGreen{0xFF, 0, 0xFF, 0};
-const ARGB kBlue{0xFF, 0, 0, 0xFF};
-const ARGB kBlack{0xFF, 0, 0, 0};
-const ARGB kClear{0, 0, 0, 0};
 
 TEST_F(LVContextTest, ResetClearsOpaqueOrTransparent)
 {
     for (bool transparent : {false, true}) {
         ctx->reset(transparent);
-        Frame f = read();
-        for (int y = 0; y < H; ++y)
-            for (int x = 0; x < W; ++x)
-                ASSERT_EQ(f.at(x, y), transparent ? kClear : kBlack) << x << "," << y;
+        expectFrame([&](int, int) { return transparent ? kClear : kBlack; });
     }
 }
 
@@ -87,12 +56,7 @@ TEST_F(LVContextTest, ReadBackIsArgbTopRowFirstWithRowStride)
         SCOPED_TRACE(invert ? "inverted read" : "row by row");
         ctx->setPackInvert(invert);
         ctx->reset(false);
-        int tw = 0, th = 0;
-        LVTexture tex{ctx->textureFromImage(picture(), &tw, &th), 0, 0};
-        tex.width = tw;
-        tex.height = th;
-        ASSERT_NE(tex.name, 0u);
-        ctx->drawTexture(tex, QRectF(0, 0, W, H), QRectF(0, 0, W, H));
+        ctx->drawTexture(texture(picture()), QRectF(0, 0, W, H), QRectF(0, 0, W, H));
         Frame f = read(12);
         for (int x = 0; x < W; ++x) {
             EXPECT_EQ(f.at(x, 0), kGreen) << x;
@@ -111,7 +75,6 @@ TEST_F(LVContextTest, ReadBackIsArgbTopRowFirstWithRowStride)
         for (int y = 0; y < H; ++y)
             for (int i = 0; i < 12; ++i)
                 EXPECT_EQ(f.bytes[y * f.rowBytes + W * 4 + i], 0xEE);
-        glDeleteTextures(1, &tex.name);
     }
     GLint invert = 1;
     glGetIntegerv(GL_PACK_INVERT_MESA, &invert);
@@ -122,8 +85,7 @@ TEST_F(LVContextTest, ReadBackIsArgbTopRowFirstWithRowStride)
 // or reads it first; targets in the pool hold red.
 TEST_F(LVContextTest, AnOwedClearIsMadeUnlessTheFirstDrawerOverwrites)
 {
-    int tw = 0, th = 0;
-    const LVTexture tex{ctx->textureFromImage(picture(), &tw, &th), W, H};
+    const LVTexture tex = texture(picture());
     const struct {
         const char* what;
         bool overwrite; // the first drawer takes framebufferToOverwrite()
@@ -137,9 +99,7 @@ TEST_F(LVContextTest, AnOwedClearIsMadeUnlessTheFirstDrawerOverwrites)
     for (const auto& c : cases) {
         for (int i = 0; i < 3; ++i) {
             ctx->reset(false);
-            ctx->framebuffer();
-            glClearColor(1, 0, 0, 1);
-            glClear(GL_COLOR_BUFFER_BIT);
+            fill(0, 0, W, H, 1, 0, 0);
         }
         ctx->reset(false, true);
         if (c.overwrite) ctx->framebufferToOverwrite();
@@ -148,7 +108,6 @@ TEST_F(LVContextTest, AnOwedClearIsMadeUnlessTheFirstDrawerOverwrites)
         EXPECT_EQ(f.at(0, 0), c.left) << c.what;
         EXPECT_EQ(f.at(W - 1, H - 1), c.drawn.isEmpty() ? kBlack : kBlue) << c.what;
     }
-    glDeleteTextures(1, &tex.name);
 }
 
 // Each case draws the W x H picture at 1:1 into the frame with one of the quad rules and
@@ -175,26 +134,11 @@ TEST_F(LVContextTest, QuadRulesFlipMirrorAndUpsideDown)
     const QImage src = picture();
     for (const QuadCase& c : cases) {
         ctx->reset(false);
-        int tw = 0, th = 0;
-        LVTexture tex;
-        if (c.upsideDown) {
-            // Stored upside down: the picture's top row sits at GL's bottom.
-            tex.name = ctx->textureFromImage(src.mirrored(false, true), &tw, &th);
-        } else {
-            tex.name = ctx->textureFromImage(src, &tw, &th);
-        }
-        tex.width = tw;
-        tex.height = th;
+        // Stored upside down: the picture's top row sits at GL's bottom.
+        const LVTexture tex = texture(c.upsideDown ? src.mirrored(false, true) : src);
         ctx->framebuffer();
         LVContext::drawCVTexture(tex, c.upsideDown, c.flipped, c.mirrored);
-        Frame f = read();
-        for (int row = 0; row < H; ++row)
-            for (int x = 0; x < W; ++x) {
-                const QRgb want = src.pixel(c.srcX(x), c.srcRow(row));
-                const ARGB a{uint8_t(qAlpha(want)), uint8_t(qRed(want)), uint8_t(qGreen(want)), uint8_t(qBlue(want))};
-                ASSERT_EQ(f.at(x, row), a) << c.name << " at " << x << "," << row;
-            }
-        glDeleteTextures(1, &tex.name);
+        expectFrame([&](int x, int row) { return lvArgb(src.pixel(c.srcX(x), c.srcRow(row))); }, c.name);
     }
 }
 
@@ -203,85 +147,52 @@ TEST_F(LVContextTest, QuadRulesFlipMirrorAndUpsideDown)
 TEST_F(LVContextTest, PictureDrawnOnlyInsideTheAreaGiven)
 {
     const QImage src = picture();
-    int tw = 0, th = 0;
-    const LVTexture tex{ctx->textureFromImage(src, &tw, &th), W, H};
+    const LVTexture tex = texture(src);
     for (const std::optional<QRect>& area : {std::optional<QRect>(QRect(2, 1, 3, 2)), std::optional<QRect>()}) {
         ctx->reset(true);
         ctx->drawPicture(tex, area);
-        const Frame f = read();
-        for (int row = 0; row < H; ++row)
-            for (int x = 0; x < W; ++x) {
-                const QRgb want = src.pixel(x, row);
-                const ARGB drawn{uint8_t(qAlpha(want)), uint8_t(qRed(want)), uint8_t(qGreen(want)), uint8_t(qBlue(want))};
-                // The area is GL's: row 0 at the bottom.
-                const bool inside = !area || area->contains(x, H - 1 - row);
-                ASSERT_EQ(f.at(x, row), inside ? drawn : kClear) << x << "," << row;
-            }
+        // The area is GL's: row 0 at the bottom.
+        expectFrame([&](int x, int row) { return !area || area->contains(x, H - 1 - row) ? lvArgb(src.pixel(x, row)) : kClear; });
         EXPECT_FALSE(glIsEnabled(GL_SCISSOR_TEST));
     }
-    glDeleteTextures(1, &tex.name);
 }
 
 TEST_F(LVContextTest, QuadPlacementTruncatesDestinationAndSamplesSourceTexels)
 {
     ctx->reset(false);
-    QImage img(2, 2, QImage::Format_ARGB32);
-    img.fill(0xFF00FF00u);
+    QImage img = solidPicture(2, 2, 0xFF00FF00u);
     img.setPixel(1, 1, 0xFFFF0000u); // bottom-right in Qt terms: texel (1, 0) in GL terms
-    int tw = 0, th = 0;
-    LVTexture tex{ctx->textureFromImage(img, &tw, &th), 0, 0};
-    tex.width = tw;
-    tex.height = th;
+    const LVTexture tex = texture(img);
     // The whole green texture into (2.7, 1.9)-(5.2, 3.99): truncated to (2,1)-(5,3).
     ctx->drawTexture(tex, QRectF(2.7, 1.9, 2.5, 2.09), QRectF(0, 0, 0.1, 0.1));
     // Texel (1, 0) alone into pixel (7, 0).
     ctx->drawTexture(tex, QRectF(7, 0, 1, 1), QRectF(1, 0, 1, 1));
-    Frame f = read();
-    for (int row = 0; row < H; ++row)
-        for (int x = 0; x < W; ++x) {
-            const int glY = H - 1 - row;
-            const ARGB want = (x == 7 && glY == 0) ? kRed : (x >= 2 && x < 5 && glY >= 1 && glY < 3) ? kGreen : kBlack;
-            ASSERT_EQ(f.at(x, row), want) << x << "," << row;
-        }
-    glDeleteTextures(1, &tex.name);
+    expectFrame([](int x, int row) {
+        const int glY = H - 1 - row;
+        return (x == 7 && glY == 0) ? kRed : (x >= 2 && x < 5 && glY >= 1 && glY < 3) ? kGreen : kBlack;
+    });
 }
 
 TEST_F(LVContextTest, DrawCVTextureAspectFitsIntoViewport)
 {
     // A 2x2 white texture into the 8x4 frame: pillar-boxed to x 2..6, full height.
     ctx->reset(false);
-    QImage img(2, 2, QImage::Format_ARGB32);
-    img.fill(0xFFFFFFFFu);
-    int tw = 0, th = 0;
-    LVTexture tex{ctx->textureFromImage(img, &tw, &th), 0, 0};
-    tex.width = tw;
-    tex.height = th;
+    const LVTexture tex = texture(solidPicture(2, 2, 0xFFFFFFFFu));
     ctx->framebuffer();
     LVContext::drawCVTexture(tex, false, false, false);
-    Frame f = read();
-    const ARGB white{0xFF, 0xFF, 0xFF, 0xFF};
-    for (int row = 0; row < H; ++row)
-        for (int x = 0; x < W; ++x)
-            ASSERT_EQ(f.at(x, row), (x >= 2 && x < 6) ? white : kBlack) << x << "," << row;
-    glDeleteTextures(1, &tex.name);
+    expectFrame([](int x, int) { return x >= 2 && x < 6 ? ARGB{255, 255, 255, 255} : kBlack; });
 }
 
 TEST_F(LVContextTest, BlendingUsesSourceAlpha)
 {
     ctx->reset(false);
-    QImage img(1, 1, QImage::Format_ARGB32);
-    img.setPixel(0, 0, qRgba(255, 255, 255, 128));
-    int tw = 0, th = 0;
-    LVTexture tex{ctx->textureFromImage(img, &tw, &th), 1, 1};
-    ctx->drawTexture(tex, QRectF(0, 0, W, H), QRectF(0, 0, 1, 1));
-    Frame f = read();
+    ctx->drawTexture(texture(solidPicture(1, 1, qRgba(255, 255, 255, 128))), QRectF(0, 0, W, H), QRectF(0, 0, 1, 1));
     // Half white over opaque black: grey, still opaque.
-    const ARGB a = f.at(3, 2);
+    const ARGB a = read().at(3, 2);
     EXPECT_EQ(a[0], 0xFF);
     EXPECT_NEAR(a[1], 128, 1);
     EXPECT_EQ(a[1], a[2]);
     EXPECT_EQ(a[2], a[3]);
-    glDeleteTextures(1, &tex.name);
 }
 
 TEST_F(LVContextTest, GLErrorsAreLoggedWithTheCallName)
@@ -323,6 +234,7 @@ TEST_F(LVContextTest, PendingRendererDrawsOnceWhenSurfaceIsNeededAndResetDropsIt
 
 TEST_F(LVContextTest, PoolNeverReusesAHeldFrameAndFreesIdleOnes)
 {
+    using Clock = std::chrono::steady_clock;
     static Clock::time_point now = Clock::now();
     LVSetFramePoolClock([] { return now; });
     ctx->reset(false);

@@ -1,44 +1,19 @@
 // The frame's cheaper paths give the pixels the plain ones gave: targets left uncleared for a
-// renderer that overwrites them, copies instead of fills, and the read-back straight into
-// the shared-memory block.
-#include "render/LVContext.h"
-#include "render/LVOutputDriver.h"
-#include "render/LVShmemOutput.h"
+// renderer that overwrites them, and copies instead of fills.
+#include "tests/support/LVGLTestSupport.h"
+
 #include "sources/testpattern/TestPatternSource.h"
-#include "transport/LVShmem.h"
-
-#include <gtest/gtest.h>
-
-#include <QGuiApplication>
-
-#include <array>
-#include <memory>
-#include <vector>
 
 namespace {
 
 constexpr int W = 32;
 constexpr int H = 16;
 
-using ARGB = std::array<uint8_t, 4>;
-constexpr ARGB kBlack{255, 0, 0, 0};
-constexpr ARGB kRed{255, 255, 0, 0};
-constexpr ARGB kGreen{255, 0, 255, 0};
-
-void fill(int x, int y, int w, int h, float r, float g, float b)
-{
-    glEnable(GL_SCISSOR_TEST);
-    glScissor(x, y, w, h);
-    glClearColor(r, g, b, 1);
-    glClear(GL_COLOR_BUFFER_BIT);
-    glDisable(GL_SCISSOR_TEST);
-}
-
 // Draws green into its rectangle and says whether that is the whole frame.
 class GreenRect : public LVPendingRenderer {
 public:
     GreenRect(int width, bool covers) : width_(width), covers_(covers) {}
-    void drawPendingOutput(LVContext&) override { fill(0, 0, width_, H, 0, 1, 0); }
+    void drawPendingOutput(LVContext&) override { lvFill(0, 0, width_, H, 0, 1, 0); }
     bool coversEveryPixel() const override { return covers_; }
 
 private:
@@ -46,36 +21,15 @@ private:
     bool covers_;
 };
 
-class LVFramePathTest : public ::testing::Test {
+class LVFramePathTest : public LVGLTest {
 protected:
-    void SetUp() override
-    {
-        QString error;
-        ctx = LVContext::create(QSize(W, H), &error);
-        ASSERT_TRUE(ctx) << error.toStdString();
-    }
-
-    // A, R, G, B bytes, top row first.
-    std::vector<uint8_t> read()
-    {
-        std::vector<uint8_t> bytes(size_t(W) * H * 4);
-        ctx->fetchOpenGLPixels(bytes.data(), W * 4);
-        return bytes;
-    }
-    static ARGB at(const std::vector<uint8_t>& bytes, int x, int row)
-    {
-        const uint8_t* p = bytes.data() + (size_t(row) * W + size_t(x)) * 4;
-        return {p[0], p[1], p[2], p[3]};
-    }
+    void SetUp() override { makeContext(W, H); }
     // The pool's next target holds red: whatever an uncleared target shows comes from there.
     void leaveRedInThePool()
     {
         ctx->reset(false);
-        ctx->framebuffer();
         fill(0, 0, W, H, 1, 0, 0);
     }
-
-    std::unique_ptr<LVContext> ctx;
 };
 
 TEST_F(LVFramePathTest, AnUnclearedTargetIsClearedUnlessItsRendererCoversEveryPixel)
@@ -99,14 +53,14 @@ TEST_F(LVFramePathTest, AnUnclearedTargetIsClearedUnlessItsRendererCoversEveryPi
         GreenRect renderer(c.drawnWidth, c.covers);
         if (c.drawnWidth > 0) ctx->setQCRenderer(&renderer);
         if (c.removedFirst) ctx->setQCRenderer(nullptr);
-        const std::vector<uint8_t> frame = read();
-        EXPECT_EQ(at(frame, 0, 0), c.left) << c.name;
-        EXPECT_EQ(at(frame, W - 1, H - 1), c.right) << c.name;
+        const Frame frame = read();
+        EXPECT_EQ(frame.at(0, 0), c.left) << c.name;
+        EXPECT_EQ(frame.at(W - 1, H - 1), c.right) << c.name;
     }
     // A plain reset always clears.
     leaveRedInThePool();
     ctx->reset(false);
-    EXPECT_EQ(at(read(), 3, 3), kBlack);
+    EXPECT_EQ(read().at(3, 3), kBlack);
 }
 
 TEST_F(LVFramePathTest, CopyIntoFrameCopiesOnlyATextureOfTheFramesSize)
@@ -128,17 +82,15 @@ TEST_F(LVFramePathTest, CopyIntoFrameCopiesOnlyATextureOfTheFramesSize)
         glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, c.size.width(), c.size.height(), 0, GL_BGRA, GL_UNSIGNED_BYTE,
                      green.data());
         glBindTexture(GL_TEXTURE_2D, 0);
-        ctx->reset(false);
-        ctx->framebuffer();
-        fill(0, 0, W, H, 1, 0, 0);
+        leaveRedInThePool();
         glEnable(GL_SCISSOR_TEST); // a copy ignores the caller's scissor and keeps it
         glScissor(0, 0, 1, 1);
         ctx->copyIntoFrame(LVTexture{texture, c.size.width(), c.size.height()});
         EXPECT_TRUE(glIsEnabled(GL_SCISSOR_TEST)) << c.name;
         glDisable(GL_SCISSOR_TEST);
-        const std::vector<uint8_t> frame = read();
-        EXPECT_EQ(at(frame, 0, 0), c.expected) << c.name;
-        EXPECT_EQ(at(frame, W - 1, H - 1), c.expected) << c.name;
+        const Frame frame = read();
+        EXPECT_EQ(frame.at(0, 0), c.expected) << c.name;
+        EXPECT_EQ(frame.at(W - 1, H - 1), c.expected) << c.name;
         glDeleteTextures(1, &texture);
     }
 }
@@ -166,60 +118,17 @@ TEST_F(LVFramePathTest, TheTestPatternsCopiedBarsMatchTheFilledOnes)
         };
         auto first = make();
         auto& firstSource = static_cast<TestPatternSource&>(*first);
-        const std::vector<uint8_t> filled = drawn(firstSource);
-        const std::vector<uint8_t> copied = drawn(firstSource);
+        const Frame filled = drawn(firstSource);
+        const Frame copied = drawn(firstSource);
         auto second = make();
-        const std::vector<uint8_t> fresh = drawn(static_cast<TestPatternSource&>(*second));
+        const Frame fresh = drawn(static_cast<TestPatternSource&>(*second));
         // Counters differ by frame number: only the bars and the square's row compare.
         const size_t compared = size_t(W) * size_t(H - TestPatternSource::counterRect(W, H).height()) * 4;
-        EXPECT_TRUE(std::equal(filled.begin(), filled.begin() + long(compared), copied.begin())) << c.name;
-        EXPECT_EQ(at(copied, 0, 0), (ARGB{255, 191, 191, 191})) << c.name;
-        EXPECT_EQ(fresh, filled) << c.name << ": a new source's first frame";
+        EXPECT_TRUE(std::equal(filled.bytes.begin(), filled.bytes.begin() + long(compared), copied.bytes.begin())) << c.name;
+        EXPECT_EQ(copied.at(0, 0), (ARGB{255, 191, 191, 191})) << c.name;
+        EXPECT_EQ(fresh.bytes, filled.bytes) << c.name << ": a new source's first frame";
     }
-}
-
-TEST_F(LVFramePathTest, SharedMemoryReadsStraightIntoItsBlockOnlyWhenNoOtherOutputHadThePixels)
-{
-    class CpuOutput : public LVOutputDriver {
-    public:
-        std::string outputName() const override { return "preview"; }
-        void drawFrame(LVOutputFrame& frame) override { frame.pixels(); }
-    };
-    LVShmem producer(LVShmemRole::Producer);
-    ASSERT_TRUE(producer.isAvailable()) << producer.problem();
-    producer.setAppRunning();
-    for (bool withPreview : {false, true}) {
-        LVOutputList outputs;
-        if (withPreview) outputs.setDriver(LVOutputSlot::Preview, std::make_unique<CpuOutput>());
-        outputs.setDriver(LVOutputSlot::SharedMemory,
-                          std::make_unique<LVShmemOutput>(producer, [] { return true; }, [] { return 30; }));
-        ctx->reset(false);
-        ctx->framebuffer();
-        fill(0, 0, W / 2, H, 1, 0.5f, 0);
-        fill(0, H - 1, W, 1, 0, 0, 1);
-        const std::vector<uint8_t> expected = read();
-        outputs.drawFrame(*ctx);
-        outputs.drawFrame(*ctx);
-        EXPECT_EQ(outputs.readBacks(), 2u) << "one read-back a frame, preview " << withPreview;
-
-        LVShmem reader(LVShmemRole::Reader);
-        std::unique_ptr<uint8_t[]> data;
-        uint64_t length = 0;
-        const LVShmemReadResult result = reader.getData(data, length, 0);
-        ASSERT_EQ(result.status, 0);
-        ASSERT_EQ(length, expected.size());
-        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), data.get())) << "preview " << withPreview;
-    }
-    producer.setAppNotRunning();
-    producer.removeSegments();
 }
 
 } // namespace
 
-int main(int argc, char** argv)
-{
-    // The test pattern's counter is drawn with Qt's fonts.
-    QGuiApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

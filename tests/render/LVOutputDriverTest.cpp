@@ -1,10 +1,10 @@
 // The end of the frame: one read-back shared by every CPU output, the frame's order, and
 // outputs that fail or lag without holding the others up.
+#include "tests/support/LVGLTestSupport.h"
+
 #include "render/LVOutputDriver.h"
 #include "render/LVShmemOutput.h"
 #include "transport/LVShmem.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <future>
@@ -16,17 +16,6 @@ struct BGRA {
     uint8_t b, g, r, a;
     bool operator==(const BGRA&) const = default;
 };
-
-// Fills a rectangle of the current frame (GL coordinates, origin bottom-left).
-void fill(LVContext& context, int x, int y, int w, int h, float r, float g, float b)
-{
-    context.framebuffer();
-    glEnable(GL_SCISSOR_TEST);
-    glScissor(x, y, w, h);
-    glClearColor(r, g, b, 1);
-    glClear(GL_COLOR_BUFFER_BIT);
-    glDisable(GL_SCISSOR_TEST);
-}
 
 BGRA at(const LVFramePixels& pixels, int x, int rowFromTop)
 {
@@ -61,14 +50,12 @@ private:
     std::vector<std::string>& log_;
 };
 
-class LVOutputDriverTest : public ::testing::Test {
+class LVOutputDriverTest : public LVGLTest {
 protected:
     void SetUp() override
     {
-        QString error;
-        context = LVContext::create(QSize(64, 48), &error);
-        ASSERT_TRUE(context) << error.toStdString();
-        context->reset(false);
+        makeContext(64, 48);
+        ctx->reset(false);
     }
     RecordingDriver* add(LVOutputSlot slot, const char* name, bool cpu)
     {
@@ -78,7 +65,6 @@ protected:
         return raw;
     }
 
-    std::unique_ptr<LVContext> context;
     LVOutputList outputs;
     std::vector<std::string> log;
 };
@@ -103,7 +89,7 @@ TEST_F(LVOutputDriverTest, TheFrameIsReadBackOnceForAllCPUOutputsAndNeverForGPUO
         RecordingDriver* second = add(LVOutputSlot::SecondOutput, "second", c.secondCPU);
         preview->wanted = c.previewWanted;
         const uint64_t before = outputs.readBacks();
-        outputs.drawFrame(*context);
+        outputs.drawFrame(*ctx);
         EXPECT_EQ(outputs.readBacks() - before, c.readBacks) << c.what;
         // Every CPU output of the frame holds the very same pixels.
         std::vector<const LVFramePixels*> seen;
@@ -111,7 +97,7 @@ TEST_F(LVOutputDriverTest, TheFrameIsReadBackOnceForAllCPUOutputsAndNeverForGPUO
             if (d->last) seen.push_back(d->last.get());
         for (const LVFramePixels* p : seen) EXPECT_EQ(p, seen.front()) << c.what;
         if (!c.fullScreenCPU) {
-            EXPECT_EQ(full->texture, context->texture().name) << c.what;
+            EXPECT_EQ(full->texture, ctx->texture().name) << c.what;
         }
     }
 }
@@ -123,20 +109,20 @@ TEST_F(LVOutputDriverTest, DriversRunInTheFramesOrderWhateverOrderTheyWereSet)
     add(LVOutputSlot::Preview, "preview", true);
     add(LVOutputSlot::ProgramMonitor, "program", true);
     add(LVOutputSlot::FullScreen, "full", false);
-    outputs.drawFrame(*context);
+    outputs.drawFrame(*ctx);
     EXPECT_EQ(log, (std::vector<std::string>{"program", "preview", "full", "second", "shared memory"}));
     outputs.setDriver(LVOutputSlot::Preview, nullptr);
     log.clear();
-    outputs.drawFrame(*context);
+    outputs.drawFrame(*ctx);
     EXPECT_EQ(log, (std::vector<std::string>{"program", "full", "second", "shared memory"}));
 }
 
 TEST_F(LVOutputDriverTest, PixelsAreBGRATopRowFirstAndAHeldFrameIsNeverOverwritten)
 {
     RecordingDriver* preview = add(LVOutputSlot::Preview, "preview", true);
-    fill(*context, 0, 0, 8, 4, 1, 0, 0);   // red, bottom-left
-    fill(*context, 56, 44, 8, 4, 0, 0, 1); // blue, top-right
-    outputs.drawFrame(*context);
+    fill(0, 0, 8, 4, 1, 0, 0);   // red, bottom-left
+    fill(56, 44, 8, 4, 0, 0, 1); // blue, top-right
+    outputs.drawFrame(*ctx);
     const LVFramePixelsRef first = preview->last;
     ASSERT_TRUE(first);
     EXPECT_EQ(first->stride, 64 * 4);
@@ -147,10 +133,10 @@ TEST_F(LVOutputDriverTest, PixelsAreBGRATopRowFirstAndAHeldFrameIsNeverOverwritt
     EXPECT_EQ(first->image().pixelColor(0, 47), QColor(Qt::red)) << "a QImage over the same bytes";
 
     // The next frames go elsewhere while someone still looks at the first.
-    context->reset(false);
-    fill(*context, 0, 0, 64, 48, 0, 1, 0);
-    outputs.drawFrame(*context);
-    outputs.drawFrame(*context);
+    ctx->reset(false);
+    fill(0, 0, 64, 48, 0, 1, 0);
+    outputs.drawFrame(*ctx);
+    outputs.drawFrame(*ctx);
     EXPECT_NE(preview->last.get(), first.get());
     EXPECT_EQ(at(*first, 0, 47), red);
     EXPECT_EQ(at(*preview->last, 0, 47), (BGRA{0, 255, 0, 255}));
@@ -163,7 +149,7 @@ TEST_F(LVOutputDriverTest, AFailingOutputIsLoggedOnceAndTheOthersGoOn)
     add(LVOutputSlot::SharedMemory, "shared memory", true);
     full->fails = true;
     testing::internal::CaptureStderr();
-    for (int frame = 0; frame < 3; ++frame) outputs.drawFrame(*context);
+    for (int frame = 0; frame < 3; ++frame) outputs.drawFrame(*ctx);
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(said, "Output \"projector\" failed: device unplugged; its frames are dropped\n");
     EXPECT_EQ(std::count(log.begin(), log.end(), "shared memory"), 3);
@@ -173,7 +159,7 @@ TEST_F(LVOutputDriverTest, AFailingOutputIsLoggedOnceAndTheOthersGoOn)
     full = add(LVOutputSlot::FullScreen, "projector 2", false);
     full->fails = true;
     testing::internal::CaptureStderr();
-    outputs.drawFrame(*context);
+    outputs.drawFrame(*ctx);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Output \"projector 2\" failed: device unplugged; its frames are dropped\n");
 }
 
@@ -196,13 +182,13 @@ TEST_F(LVOutputDriverTest, ASlowOutputDropsFramesOnItsOwnThreadAndTheLoopNeverWa
     outputs.setDriver(LVOutputSlot::SecondOutput, std::move(slow));
     RecordingDriver* shm = add(LVOutputSlot::SharedMemory, "shared memory", true);
 
-    outputs.drawFrame(*context);
+    outputs.drawFrame(*ctx);
     entered.get_future().wait(); // the consumer is stuck in the first frame
     // Five more frames while it is stuck: all reach the last output, one waits in the mailbox.
     for (int frame = 1; frame <= 5; ++frame) {
-        context->reset(false);
-        fill(*context, 0, 0, 64, 48, float(frame) / 5.0f, 0, 0);
-        outputs.drawFrame(*context);
+        ctx->reset(false);
+        fill(0, 0, 64, 48, float(frame) / 5.0f, 0, 0);
+        outputs.drawFrame(*ctx);
     }
     EXPECT_EQ(std::count(log.begin(), log.end(), "shared memory"), 6);
     EXPECT_EQ(outputs.readBacks(), 6u);
@@ -214,35 +200,44 @@ TEST_F(LVOutputDriverTest, ASlowOutputDropsFramesOnItsOwnThreadAndTheLoopNeverWa
     EXPECT_EQ(consumed, 2);
 }
 
-TEST_F(LVOutputDriverTest, SharedMemoryGetsTheReadBackInItsOwnByteOrder)
+// The block gets every byte of the frame in its own order (A,R,G,B, top row first), read
+// straight into it or, when another output had the pixels, from the one shared read-back;
+// nothing while publishing is off.
+TEST_F(LVOutputDriverTest, SharedMemoryGetsEveryByteOfTheFrameOnlyWhilePublishing)
 {
     LVShmem producer(LVShmemRole::Producer);
     ASSERT_TRUE(producer.isAvailable()) << producer.problem();
     producer.setAppRunning();
-    bool publishing = true;
-    outputs.setDriver(LVOutputSlot::SharedMemory,
-                      std::make_unique<LVShmemOutput>(producer, [&] { return publishing; }, [] { return 0x10019; }));
-    fill(*context, 0, 0, 1, 1, 1, 0.5f, 0);
-    outputs.drawFrame(*context);
-    const uint32_t seq = producer.frameSeq();
-    publishing = false;
-    outputs.drawFrame(*context);
-    EXPECT_EQ(producer.frameSeq(), seq) << "nothing published while off";
-    EXPECT_EQ(outputs.readBacks(), 1u);
+    for (bool withPreview : {false, true}) {
+        SCOPED_TRACE(withPreview ? "beside a preview" : "alone");
+        LVOutputList list;
+        if (withPreview) list.setDriver(LVOutputSlot::Preview, std::make_unique<RecordingDriver>("preview", true, log));
+        bool publishing = true;
+        list.setDriver(LVOutputSlot::SharedMemory,
+                       std::make_unique<LVShmemOutput>(producer, [&] { return publishing; }, [] { return 0x10019; }));
+        ctx->reset(false);
+        fill(0, 0, 32, 48, 1, 0.5f, 0);
+        fill(0, 47, 64, 1, 0, 0, 1);
+        const Frame expected = read();
+        list.drawFrame(*ctx);
+        const uint32_t seq = producer.frameSeq();
+        publishing = false;
+        list.drawFrame(*ctx);
+        EXPECT_EQ(producer.frameSeq(), seq) << "nothing published while off";
+        EXPECT_EQ(list.readBacks(), withPreview ? 2u : 1u) << "one read-back a frame at most";
 
-    LVShmem reader(LVShmemRole::Reader);
-    std::unique_ptr<uint8_t[]> data;
-    uint64_t length = 0;
-    const LVShmemReadResult read = reader.getData(data, length, 0);
-    ASSERT_EQ(read.status, 0);
-    EXPECT_EQ(read.width, 64);
-    EXPECT_EQ(read.height, 48);
-    EXPECT_EQ(read.frameRate, 25) << "the low 16 bits of the rate";
-    const uint8_t* bottomLeft = data.get() + size_t(47) * 64 * 4;
-    EXPECT_EQ(bottomLeft[0], 255); // A
-    EXPECT_EQ(bottomLeft[1], 255); // R
-    EXPECT_NEAR(bottomLeft[2], 128, 1);
-    EXPECT_EQ(bottomLeft[3], 0);
+        LVShmem reader(LVShmemRole::Reader);
+        std::unique_ptr<uint8_t[]> data;
+        uint64_t length = 0;
+        const LVShmemReadResult result = reader.getData(data, length, 0);
+        ASSERT_EQ(result.status, 0);
+        EXPECT_EQ(result.width, 64);
+        EXPECT_EQ(result.height, 48);
+        EXPECT_EQ(result.frameRate, 25) << "the low 16 bits of the rate";
+        ASSERT_EQ(length, expected.bytes.size());
+        EXPECT_TRUE(std::equal(expected.bytes.begin(), expected.bytes.end(), data.get()));
+        EXPECT_EQ(expected.at(0, 47)[1], 255) << "orange at the bottom left";
+    }
     producer.setAppNotRunning();
     producer.removeSegments();
 }

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QGuiApplication>
 
 namespace {
 
@@ -43,24 +42,11 @@ TEST(TestPatternCounter, ComposedLinesAreThePaintersPixels)
             EXPECT_EQ(counter.composed(), c.composed) << what;
         }
     }
-}
-
-// Consecutive frames change a few cells each; every frame stays exact.
-TEST(TestPatternCounter, RunningCounterStaysExact)
-{
-    TestPatternCounter counter;
-    const QSize size(1280, 120);
+    // A running counter changes a few cells each frame; every frame stays exact.
+    TestPatternCounter running;
     for (qint64 frame = 95; frame < 125; ++frame) {
         const QString text = TestPatternSource::counterText(frame, frame / 30.0);
-        ASSERT_EQ(counter.picture(size, text), painted(size, text)) << text.toStdString();
-        EXPECT_TRUE(counter.composed());
+        ASSERT_EQ(running.picture(QSize(1280, 120), text), painted(QSize(1280, 120), text)) << text.toStdString();
+        EXPECT_TRUE(running.composed());
     }
-}
-
-int main(int argc, char** argv)
-{
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QGuiApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
 }
