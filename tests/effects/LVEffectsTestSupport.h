@@ -4,7 +4,7 @@
 #include "effects/composition/LVComposition.h"
 #include "effects/composition/LVQCEffect.h"
 #include "effects/registration/LVEffectKinds.h"
-#include "render/LVContext.h"
+#include "tests/support/LVGLTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -14,49 +14,16 @@
 #include <QImage>
 #include <QTemporaryDir>
 
-#include <array>
 #include <vector>
 
-using ARGB = std::array<int, 4>;
-
-struct Frame {
-    std::vector<uint8_t> bytes;
-    int width = 0;
-    int height = 0;
-    // Row 0 is the top row.
-    ARGB at(int x, int row) const
-    {
-        const uint8_t* p = bytes.data() + (size_t(row) * width + x) * 4;
-        return {p[0], p[1], p[2], p[3]};
-    }
-    QImage image() const
-    {
-        QImage img(width, height, QImage::Format_ARGB32);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x) {
-                const ARGB p = at(x, y);
-                img.setPixel(x, y, qRgba(p[1], p[2], p[3], p[0]));
-            }
-        return img;
-    }
-};
-
-inline std::ostream& operator<<(std::ostream& out, const ARGB& p)
-{
-    return out << "(" << p[0] << "," << p[1] << "," << p[2] << "," << p[3] << ")";
-}
-
-class LVEffectsTest : public ::testing::Test {
+class LVEffectsTest : public LVGLTest {
 protected:
     void SetUp() override { makeContext(16, 8); }
 
     void makeContext(int width, int height)
     {
         chain.clear();
-        ctx.reset();
-        QString error;
-        ctx = LVContext::create(QSize(width, height), &error);
-        ASSERT_TRUE(ctx) << error.toStdString();
+        LVGLTest::makeContext(width, height);
         LVRegisterEffectKinds();
         LVComposition::clearCache();
         LVQCEffect::setFusionEnabled(true);
@@ -66,7 +33,7 @@ protected:
     {
         chain.clear();
         registry.reset();
-        ctx.reset();
+        LVGLTest::TearDown();
         LVQCEffect::setFusionEnabled(true);
     }
 
@@ -97,6 +64,30 @@ protected:
     }
 
     LVQCEffect* qc(const LVEffectRef& effect) { return dynamic_cast<LVQCEffect*>(effect.get()); }
+
+    using Settings = std::vector<std::pair<QString, QVariant>>;
+    // The named effects as the chain, live, each given the settings (an effect ignores keys it lacks).
+    void liveChain(const QStringList& names, const Settings& settings = {})
+    {
+        chain.clear();
+        for (const QString& name : names) {
+            const LVEffectRef effect = make(name);
+            ASSERT_TRUE(effect) << name.toStdString();
+            effect->setMode(LVModeLive);
+            for (const auto& [key, value] : settings) effect->setParameterValue(key, value);
+            chain.push_back(effect);
+        }
+    }
+
+    // The bundled folder copied to dir/bundled, so a test may add compositions beside it.
+    QString copyBundled()
+    {
+        const QString folder = dir.filePath(QStringLiteral("bundled"));
+        QDir().mkpath(folder);
+        for (const QString& name : QDir(bundledEffects()).entryList({QStringLiteral("*.fs")}))
+            QFile::copy(QDir(bundledEffects()).filePath(name), folder + QLatin1Char('/') + name);
+        return folder;
+    }
 
     // The source: a picture drawn into the frame (a fresh one unless told otherwise).
     void drawPicture(const QImage& picture, bool fresh = true)
@@ -134,20 +125,9 @@ protected:
         return read();
     }
 
-    Frame read()
-    {
-        Frame f;
-        f.width = ctx->width();
-        f.height = ctx->height();
-        f.bytes.assign(size_t(f.width) * f.height * 4, 0);
-        ctx->fetchOpenGLPixels(f.bytes.data(), f.width * 4);
-        return f;
-    }
-
     static QString bundledEffects() { return QStringLiteral(LV_TEST_BUNDLED_EFFECTS); }
 
     QTemporaryDir dir;
-    std::unique_ptr<LVContext> ctx;
     std::unique_ptr<LVEffectRegistry> registry;
     std::vector<LVEffectRef> chain;
     // Off: every effect draws its whole frame (the reference for drawing only what is read).

@@ -65,9 +65,8 @@ TEST_F(LVEffectsTest, EveryImageHasItsRectSizeAndFlip)
     scan();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        chain = {make(QLatin1String(c.name))};
+        liveChain({QLatin1String(c.name)});
         ASSERT_TRUE(qc(chain[0])->renderer()->isUsable());
-        chain[0]->setMode(LVModeLive);
         EXPECT_EQ(render(solid(Qt::black)).at(3, 3), c.expected);
     }
 }
@@ -85,8 +84,7 @@ void main() { vec4 c = IMG_THIS_PIXEL(inputImage); gl_FragColor = vec4(describe(
     std::vector<Frame> frames;
     for (bool fused : {true, false}) {
         LVQCEffect::setFusionEnabled(fused);
-        chain = {make(QStringLiteral("Darken")), make(QStringLiteral("Size"))};
-        for (const auto& effect : chain) effect->setMode(LVModeLive);
+        liveChain({"Darken", "Size"});
         frames.push_back(render(solid(QColor(0, 0, 200))));
     }
     EXPECT_EQ(frames[0].at(5, 5), (ARGB{255, 16, 8, 100}));
@@ -105,10 +103,10 @@ void main() {
     scan();
     LVEffectRef wipe = make(QStringLiteral("Wipe"));
     // Left half green, right half blue.
-    QImage target = solid(Qt::green);
-    for (int y = 0; y < target.height(); ++y)
-        for (int x = target.width() / 2; x < target.width(); ++x) target.setPixel(x, y, qRgb(0, 0, 255));
-    GLuint texture = ctx->textureFromImage(target);
+    QImage halves = solid(Qt::green);
+    for (int y = 0; y < halves.height(); ++y)
+        for (int x = halves.width() / 2; x < halves.width(); ++x) halves.setPixel(x, y, qRgb(0, 0, 255));
+    const LVTexture target = texture(halves);
     const struct {
         double progress;
         std::vector<Pixel> pixels;
@@ -118,11 +116,10 @@ void main() {
     };
     for (const auto& c : cases) {
         drawPicture(solid(QColor(200, 0, 0)));
-        wipe->doTransitionTo(LVTexture{texture, target.width(), target.height()}, c.progress);
+        wipe->doTransitionTo(target, c.progress);
         const Frame frame = read();
         for (const Pixel& p : c.pixels) EXPECT_EQ(frame.at(p.x, p.row), p.value) << c.progress << " at " << p.x;
     }
-    glDeleteTextures(1, &texture);
 }
 
 TEST_F(LVEffectsTest, OldDesktopConversionsCompileAndRender)
@@ -150,17 +147,13 @@ TEST_F(LVEffectsTest, OldDesktopConversionsCompileAndRender)
                                  "gl_FragColor = vec4(precise, float(n) * 0.4, 0.0, 1.0); }\n",
          {255, 51, 102, 0}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        write(QStringLiteral("%1.fs").arg(QLatin1String(c.name)), QByteArray("/*{}*/\n") + c.code);
-    }
+    for (const auto& c : cases) write(QStringLiteral("%1.fs").arg(QLatin1String(c.name)), QByteArray("/*{}*/\n") + c.code);
     scan();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        chain = {make(QLatin1String(c.name))};
+        liveChain({QLatin1String(c.name)});
         ASSERT_TRUE(qc(chain[0])->renderer()->isUsable())
             << LVISFProgramError(qc(chain[0])->renderer()->composition()).toStdString();
-        chain[0]->setMode(LVModeLive);
         EXPECT_EQ(render(solid(Qt::black)).at(2, 2), c.expected);
     }
 }

@@ -2,9 +2,8 @@
 // Rendering an overlay effect over a black frame and looking for its colours in the result.
 #include "core/LVEffect.h"
 #include "effects/registration/LVEffectKinds.h"
-#include "render/LVContext.h"
+#include "tests/support/LVGLTestSupport.h"
 
-#include <QRect>
 #include <QTest>
 #include <QVariantMap>
 
@@ -12,32 +11,6 @@
 
 #include <chrono>
 #include <functional>
-#include <vector>
-
-struct LVOverlayFrame {
-    int width = 0;
-    int height = 0;
-    std::vector<uint8_t> argb;  // A,R,G,B, top row first
-
-    // Pixels inside area (GL coordinates, origin bottom-left) for which match answers true.
-    int count(const QRect& area, const std::function<bool(int r, int g, int b)>& match) const
-    {
-        int n = 0;
-        const QRect inside = area.intersected(QRect(0, 0, width, height));
-        for (int y = inside.top(); y <= inside.bottom(); ++y) {
-            const uint8_t* row = argb.data() + size_t(height - 1 - y) * size_t(width) * 4;
-            for (int x = inside.left(); x <= inside.right(); ++x) {
-                const uint8_t* p = row + size_t(x) * 4;
-                if (match(p[1], p[2], p[3])) ++n;
-            }
-        }
-        return n;
-    }
-    int count(const std::function<bool(int r, int g, int b)>& match) const
-    {
-        return count(QRect(0, 0, width, height), match);
-    }
-};
 
 inline bool lvIsRed(int r, int g, int b) { return r > 200 && g < 60 && b < 60; }
 inline bool lvIsYellow(int r, int g, int b) { return r > 200 && g > 200 && b < 60; }
@@ -64,13 +37,11 @@ std::shared_ptr<Effect> lvMakeOverlay(const QString& kind, LVContext* ctx, const
 
 // A GL context of the given size and one overlay effect drawn into it.
 template <class Effect>
-class LVOverlayTest : public ::testing::Test {
+class LVOverlayTest : public LVGLTest {
 protected:
     void start(QSize size, const QString& kind, const QVariantMap& settings)
     {
-        QString error;
-        ctx = LVContext::create(size, &error);
-        ASSERT_TRUE(ctx) << error.toStdString();
+        makeContext(size.width(), size.height());
         effect = lvMakeOverlay<Effect>(kind, ctx.get(), settings);
         ASSERT_TRUE(effect);
     }
@@ -80,11 +51,11 @@ protected:
         // No layout may outlive the fonts of the application.
         if (effect) effect->waitForOverlay();
         effect.reset();
-        ctx.reset();
+        LVGLTest::TearDown();
     }
 
     // One frame: opaque black, then the effect, read back.
-    LVOverlayFrame render(double frameTime = 0)
+    Frame render(double frameTime = 0)
     {
         effect->waitForOverlay();
         ctx->makeCurrent();
@@ -92,11 +63,8 @@ protected:
         ctx->reset(false);
         effect->doit();
         ctx->flush();
-        LVOverlayFrame frame{ctx->width(), ctx->height(), std::vector<uint8_t>(size_t(ctx->width()) * ctx->height() * 4)};
-        ctx->fetchOpenGLPixels(frame.argb.data(), ctx->width() * 4);
-        return frame;
+        return read();
     }
 
-    std::unique_ptr<LVContext> ctx;
     std::shared_ptr<Effect> effect;
 };

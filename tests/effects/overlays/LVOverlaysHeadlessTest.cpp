@@ -45,8 +45,8 @@ TEST(LVOverlaysHeadless, TheRunDrawsThePlayingTrackAndTheFeedsBandWherePlaced)
     // bottom-right quarter, and neither anywhere else.
     const QRect band(0, 220, 320, 20), lower(0, 0, 320, 120), bottomRight(160, 0, 160, 120);
     const bool seen = lvWatchFrames(process, 0, [&](const LVShmemReadResult& read, const uint8_t* argb) {
-        LVOverlayFrame frame{int(read.width), int(read.height), {}};
-        frame.argb.assign(argb, argb + size_t(read.width) * size_t(read.height) * 4);
+        const Frame frame{{argb, argb + size_t(read.width) * size_t(read.height) * 4}, int(read.width), int(read.height),
+                          int(read.width) * 4};
         return frame.count(band, lvIsBlue) > 320 * 10 && frame.count(band, lvIsYellow) > 30 &&
                frame.count(lower, lvIsBlue) == 0 && frame.count(bottomRight, lvIsRed) > 50 &&
                frame.count(lvIsRed) == frame.count(bottomRight, lvIsRed);

@@ -36,14 +36,7 @@ TEST(LVMprisPlayers, MetadataBecomesATrack)
          {{"xesam:title", 42}, {"xesam:album", QStringList{"x"}}, {"xesam:artist", 7}},
          {}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        const LVSongTrack track = LVSongTrackFromMetadata(c.metadata);
-        EXPECT_EQ(track.title, c.expected.title);
-        EXPECT_EQ(track.artist, c.expected.artist);
-        EXPECT_EQ(track.album, c.expected.album);
-        EXPECT_EQ(track.artUrl, c.expected.artUrl);
-    }
+    for (const Case& c : cases) EXPECT_EQ(LVSongTrackFromMetadata(c.metadata), c.expected) << c.what;
 }
 
 TEST(LVMprisPlayers, APlayerIsChosenByItsShortName)
@@ -65,10 +58,8 @@ TEST(LVMprisPlayers, APlayerIsChosenByItsShortName)
         {"org.freedesktop.Notifications", "", false},
         {"org.mpris.MediaPlayer2", "", false},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE((c.busName + " / " + c.chosen).toStdString());
-        EXPECT_EQ(LVMprisPlayerMatches(c.busName, c.chosen), c.matches);
-    }
+    for (const Case& c : cases)
+        EXPECT_EQ(LVMprisPlayerMatches(c.busName, c.chosen), c.matches) << (c.busName + " / " + c.chosen).toStdString();
 }
 
 TEST(LVMprisPlayers, TheFirstPlayingMatchingPlayerIsShown)
@@ -91,10 +82,7 @@ TEST(LVMprisPlayers, TheFirstPlayingMatchingPlayerIsShown)
         {"a track without text counts as nothing", {{kPrefix + "a", {"Playing", {}}}, {kPrefix + "b", {"Playing", b}}},
          "", b},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(LVChooseSong(c.players, c.chosen), c.expected);
-    }
+    for (const Case& c : cases) EXPECT_EQ(LVChooseSong(c.players, c.chosen), c.expected) << c.what;
 }
 
 TEST(iTunesSongCatalogue, SongTextKeepsItsBuiltInPlaceAndTheTickerFollows)
@@ -173,7 +161,7 @@ TEST_F(iTunesSongBusTest, ThePlayingTrackIsDrawnWherePlacedAndFollowsThePlayer)
     EXPECT_EQ(song->shownTrack()->album, QStringLiteral("First"));
     EXPECT_TRUE(song->statusNote().isEmpty());
 
-    LVOverlayFrame frame = render();
+    Frame frame = render();
     EXPECT_GT(frame.count(topLeft(), lvIsRed), 20);
     EXPECT_EQ(frame.count(lvIsRed), frame.count(topLeft(), lvIsRed)) << "nothing outside its corner";
 
@@ -249,7 +237,7 @@ TEST_F(iTunesSongBusTest, CoverArtIsReadFromLocalRegularFilesOnly)
         const QString title = QStringLiteral("Track %1").arg(++n);
         player.play(title, {}, QString(), c.artUrl);
         ASSERT_TRUE(shows(title));
-        const LVOverlayFrame frame = render();
+        const Frame frame = render();
         EXPECT_EQ(frame.count(topLeft(), isGreen) > 100, c.coverShown);
         EXPECT_GT(frame.count(topLeft(), lvIsRed), 20) << "the text is drawn either way";
     }

@@ -147,7 +147,7 @@ TEST_F(NewsTickerTest, TheBandIsDrawnWherePlacedWithTheHeadlinesOnIt)
     for (const Case& c : cases) {
         SCOPED_TRACE(c.position);
         ticker->setParameterValue(QStringLiteral("position"), c.position);
-        const LVOverlayFrame frame = render();
+        const Frame frame = render();
         EXPECT_GT(frame.count(c.band, lvIsBlue), 240 * 10);
         EXPECT_GT(frame.count(c.band, lvIsYellow), 30) << "headlines on the band";
         EXPECT_EQ(frame.count(c.clear, [](int r, int g, int b) { return r + g + b > 0; }), 0);
@@ -185,10 +185,7 @@ TEST(NewsTickerLayout, CopiesOfTheHeadlinesFollowWithoutASeam)
         {0, 500, 240, -260},   // headlines longer than the frame
         {0, 0, 240, 0},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.scrolled);
-        EXPECT_DOUBLE_EQ(NewsTicker::firstCopyX(c.scrolled, c.total, c.width), c.x);
-    }
+    for (const Case& c : cases) EXPECT_DOUBLE_EQ(NewsTicker::firstCopyX(c.scrolled, c.total, c.width), c.x) << c.scrolled;
 }
 
 } // namespace
