@@ -77,7 +77,8 @@ TEST_F(AppleScriptEffectTest, RunsOncePerRealModeChangeAndLeavesNoZombie)
                          started.insert(pid);
                          EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
                      });
-    const struct { int32_t mode; bool changed; } steps[] = {{1, true}, {1, false}, {2, true}, {2, false}, {3, true}, {0, true}, {0, false}, {9, true}};
+    const struct { int32_t mode; bool changed; } steps[] = {
+        {1, true}, {1, false}, {2, true}, {2, false}, {3, true}, {0, true}, {0, false}, {9, true}};
     for (const auto& step : steps) EXPECT_EQ(effect->setMode(step.mode), step.changed) << step.mode;
     EXPECT_EQ(runner.pendingChildren(), 5u);
 

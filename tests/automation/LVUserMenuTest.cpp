@@ -45,7 +45,14 @@ TEST_F(LVUserMenuTest, OnlyAnExclusiveEntryWithTheFullFlagWordTakesARawKey)
     LVTimeLine* show = timeLines->newTimeLine();
     show->setName(QStringLiteral("Show"));
     const int F5 = Qt::Key_F5;
-    const struct { const char* name; bool exclusive; uint64_t flags; int64_t code; int eventKey, eventModifiers; bool taken; } rows[] = {
+    const struct {
+        const char* name;
+        bool exclusive;
+        uint64_t flags;
+        int64_t code;
+        int eventKey, eventModifiers;
+        bool taken;
+    } rows[] = {
         {"all five bits stored, exclusive", true, 0x9E0000, F5, F5, 0, true},
         {"the event's own modifiers are not compared", true, 0x9E0000, F5, F5, Qt::ShiftModifier, true},
         {"not exclusive", false, 0x9E0000, F5, F5, 0, false},

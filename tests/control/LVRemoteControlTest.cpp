@@ -90,7 +90,8 @@ TEST_F(LVRemoteControlTest, IdentifyAnswersTheChallengeOrClosesWithTheProtocolsC
         ASSERT_TRUE(client.open(port()));
         const QJsonObject authentication = client.hello().value("authentication").toObject();
         EXPECT_EQ(client.hello().value("rpcVersion").toInt(), 1);
-        EXPECT_FALSE(authentication.value("challenge").toString().isEmpty() || authentication.value("salt").toString().isEmpty());
+        EXPECT_FALSE(authentication.value("challenge").toString().isEmpty());
+        EXPECT_FALSE(authentication.value("salt").toString().isEmpty());
         test.identify(client);
         if (test.closeCode < 0) {
             EXPECT_EQ(remoteCode(client.request("GetVersion")), LVRemote::Success);

@@ -36,8 +36,9 @@ protected:
         static LVEffectDescriptor descriptor;
         descriptor.className = "TestSettings";
         descriptor.name = "Settings Test";
-        descriptor.parameters = {LVFloatParameter("amount", "Amount", 0.5, 0.0, 2.0), LVBoolParameter("invert", "Invert", false),
-                                 LVTextParameter("text", "Text", "Hello"), LVChoiceParameter("mode", "Mode", 2, {"One", "Two"}, {1, 2})};
+        descriptor.parameters = {LVFloatParameter("amount", "Amount", 0.5, 0.0, 2.0),
+                                 LVBoolParameter("invert", "Invert", false), LVTextParameter("text", "Text", "Hello"),
+                                 LVChoiceParameter("mode", "Mode", 2, {"One", "Two"}, {1, 2})};
         descriptor.make = [] { return std::make_unique<LVRecordingEffect>(descriptor); };
         LVEffectClasses::registerClass(&descriptor);
     }

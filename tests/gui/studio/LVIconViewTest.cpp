@@ -15,7 +15,8 @@ TEST(LVIconViewGeometryTest, CellsAreDrawnOnThePitchButHitTestedOnSixtyNine)
     // is drawn but column 1 is hit.
     struct Case { QPointF point; LVGridCell cell; };
     for (const Case& c : {Case{{4, 4}, {0, 0}}, Case{{0, 0}, {0, 0}}, Case{{72, 72}, {0, 0}}, Case{{73, 10}, {0, 1}},
-                          Case{{140, 10}, {0, 1}}, Case{{142, 10}, {0, 2}}, Case{{10, 140}, {1, 0}}, Case{{280, 211}, {3, 4}}}) {
+                          Case{{140, 10}, {0, 1}}, Case{{142, 10}, {0, 2}}, Case{{10, 140}, {1, 0}},
+                          Case{{280, 211}, {3, 4}}}) {
         EXPECT_EQ(LVIconView::cellAt(c.point), c.cell) << c.point.x() << "," << c.point.y();
     }
 }
