@@ -7,11 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QEventLoop>
-#include <QFile>
-#include <QTemporaryDir>
-#include <QTimer>
-
 #include <cerrno>
 #include <set>
 
@@ -82,10 +77,8 @@ TEST_F(AppleScriptEffectTest, RunsOncePerRealModeChangeAndLeavesNoZombie)
                          started.insert(pid);
                          EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
                      });
-    const struct {
-        int32_t mode;
-        bool changed;
-    } steps[] = {{1, true}, {1, false}, {2, true}, {2, false}, {3, true}, {0, true}, {0, false}, {9, true}};
+    const struct { int32_t mode; bool changed; } steps[] = {
+        {1, true}, {1, false}, {2, true}, {2, false}, {3, true}, {0, true}, {0, false}, {9, true}};
     for (const auto& step : steps) EXPECT_EQ(effect->setMode(step.mode), step.changed) << step.mode;
     EXPECT_EQ(runner.pendingChildren(), 5u);
 
@@ -104,11 +97,7 @@ TEST_F(AppleScriptEffectTest, RunsOncePerRealModeChangeAndLeavesNoZombie)
 
 TEST_F(AppleScriptEffectTest, TheSyntaxCheckRefusesBrokenScriptsAndRunsNothing)
 {
-    const struct {
-        const char* script;
-        bool compiles;
-        int line;
-    } rows[] = {
+    const struct { const char* script; bool compiles; int line; } rows[] = {
         {"echo fine\n", true, 0},
         {"if true; then\n  echo never closed\n", false, 3},
         {"echo a\nfi\necho b\n", false, 2},

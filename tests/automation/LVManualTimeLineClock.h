@@ -30,10 +30,6 @@ public:
         }
         std::erase_if(pending_, [](const auto& pending) { return !pending->fire; });
     }
-    size_t liveWakeUps() const
-    {
-        return size_t(std::count_if(pending_.begin(), pending_.end(), [](const auto& p) { return bool(p->fire); }));
-    }
 
 private:
     struct Pending {

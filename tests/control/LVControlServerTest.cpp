@@ -3,11 +3,8 @@
 #include "control/remote/LVControlServer.h"
 #include "tests/control/LVControlTestSupport.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTemporaryDir>
 
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -74,16 +71,10 @@ TEST_F(LVControlServerTest, SocketIsOwnerOnlyInsideAPrivateFolderAndGoesWithTheS
 TEST_F(LVControlServerTest, RequestsThatAreNotJsonObjectsGetAClearError)
 {
     LVControlServer server([](const QJsonObject&) { return LVControlResult(true); });
-    struct Case {
-        QByteArray line;
-        const char* error;
-    };
+    struct Case { QByteArray line; const char* error; };
     const Case cases[] = {
         {"get studioButtons", "request is not JSON"},
-        {"{\"command\": \"cut\"", "request is not JSON"},
         {"[\"cut\"]", "request must be a JSON object"},
-        {"\"cut\"", "request must be a JSON object"},
-        {"42", "request must be a JSON object"},
         {"\xff\xfe{}", "request is not JSON"},
     };
     for (const Case& c : cases) {

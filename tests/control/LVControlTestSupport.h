@@ -7,15 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <QByteArray>
-#include <QCoreApplication>
-#include <QEventLoop>
 #include <QMetaObject>
-#include <QTimer>
 
 #include <cerrno>
-#include <functional>
 #include <poll.h>
-#include <thread>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -54,8 +49,6 @@ public:
     }
     LVTestControlClient(const LVTestControlClient&) = delete;
     LVTestControlClient& operator=(const LVTestControlClient&) = delete;
-
-    bool isConnected() const { return fd_ >= 0; }
 
     bool send(const QByteArray& bytes)
     {

@@ -2,38 +2,14 @@
 // delivery from a port's own thread onto the main thread.
 #include "control/midi/LVMIDI.h"
 #include "control/midi/LVRtMidiPort.h"
+#include "tests/control/LVTestMIDIPort.h"
 #include "tests/support/LVTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QEventLoop>
-#include <QFile>
-#include <QTimer>
-
-#include <thread>
-
 namespace {
 
-LVMIDIMessage message(uint8_t status, uint8_t data1, uint8_t data2)
-{
-    LVMIDIMessage m;
-    m.status = status;
-    m.data1 = data1;
-    m.data2 = data2;
-    return m;
-}
-
-// Hands the hub whatever a test sends, from whichever thread sends it.
-class LVTestMIDIPort : public LVMIDIPort {
-public:
-    void start(Sink sink) override { sink_ = std::move(sink); }
-    bool isAvailable() const override { return true; }
-    void send(std::vector<LVMIDIMessage> batch) { sink_(std::move(batch)); }
-
-private:
-    Sink sink_;
-};
+const auto message = lvMIDIMessage;
 
 class LVMIDITest : public ::testing::Test {
 protected:
@@ -52,19 +28,14 @@ protected:
 
 TEST(LVMIDIMessageTest, EncodedKeysTellNotesControllersAndChannelsApart)
 {
-    struct Case {
-        const char* what;
-        LVMIDIMessage a, b;
-        bool same;
-    };
-    const Case cases[] = {
+    const struct { const char* what; LVMIDIMessage a, b; bool same; } cases[] = {
         {"note 60 at any velocity", message(0x90, 60, 1), message(0x90, 60, 127), true},
         {"controller 60 at any value", message(0xB0, 60, 0), message(0xB0, 60, 99), true},
         {"note 60 against controller 60", message(0x90, 60, 100), message(0xB0, 60, 100), false},
         {"note 60 against note 61", message(0x90, 60, 100), message(0x90, 61, 100), false},
         {"note 60 on channels 1 and 2", message(0x90, 60, 100), message(0x91, 60, 100), false},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(c.a.encodedKeyValue() == c.b.encodedKeyValue(), c.same) << c.what;
     }
     EXPECT_EQ(message(0x90, 60, 100).encodedKeyValue(), 0x13C90u);
@@ -86,11 +57,7 @@ TEST(LVMIDIMessageTest, DecodingForDisplayKeepsStatusAndNoteAndReadsVelocityOne)
 
 TEST(LVMIDIMessageTest, RawBytesBecomeMessagesOnlyWhenComplete)
 {
-    struct Case {
-        std::vector<unsigned char> bytes;
-        std::optional<LVMIDIMessage> expected;
-    };
-    const Case cases[] = {
+    const struct { std::vector<unsigned char> bytes; std::optional<LVMIDIMessage> expected; } cases[] = {
         {{0x90, 60, 100}, message(0x90, 60, 100)},
         {{0xC2, 5}, message(0xC2, 5, 0)},
         {{0xF8}, message(0xF8, 0, 0)},
@@ -98,7 +65,7 @@ TEST(LVMIDIMessageTest, RawBytesBecomeMessagesOnlyWhenComplete)
         {{60, 100}, std::nullopt},
         {{}, std::nullopt},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(LVMIDIMessage::fromBytes(c.bytes, 0), c.expected) << c.bytes.size() << " bytes";
     }
 }
@@ -119,16 +86,12 @@ TEST_F(LVMIDITest, ListenersHearPassingMessagesInRegistrationOrder)
 TEST_F(LVMIDITest, CancelledListenersHearNothingAfterTheCancellation)
 {
     enum class Cancel { Itself, ByAnEarlierOne, BeforeAnyDispatch };
-    struct Case {
-        Cancel how;
-        QStringList heard;
-    };
-    const Case cases[] = {
+    const struct { Cancel how; QStringList heard; } cases[] = {
         {Cancel::Itself, {"cancelled1", "other1", "other2"}},
         {Cancel::ByAnEarlierOne, {"other1", "cancelled1", "other2"}},
         {Cancel::BeforeAnyDispatch, {"other1", "other2"}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         hub = std::make_unique<LVMIDI>(nullptr);
         QStringList heard;
         LVMIDI::Handle cancelled;

@@ -10,7 +10,6 @@
 
 #include <arpa/inet.h>
 #include <atomic>
-#include <functional>
 #include <future>
 #include <netinet/in.h>
 
@@ -145,12 +144,7 @@ TEST_F(LVRemoteControlTest, EveryRequestActsOnTheStudio)
     auto client = identified();
     const QString blueUid = blue->uid();
     using Check = std::function<void(const QJsonObject& data)>;
-    struct Step {
-        const char* type;
-        QJsonObject data;
-        int code;
-        Check check;
-    };
+    struct Step { const char* type; QJsonObject data; int code; Check check; };
     const Step steps[] = {
         {"GetVersion", {}, 100, [](const QJsonObject& d) {
              EXPECT_EQ(d.value("platform").toString(), "linux");
@@ -267,13 +261,7 @@ TEST_F(LVRemoteControlTest, BatchesRunInOrderAndSleepInMillisecondsOrFrames)
     EXPECT_EQ(names(realtime, "requestType"), QStringList({"SetCurrentPreviewScene", "Sleep", "GetCurrentPreviewScene"}));
     EXPECT_EQ(data(realtime.at(2).toObject()).value("sceneName").toString(), "Red");
 
-    struct Case {
-        const char* what;
-        QJsonArray requests;
-        int executionType;
-        bool halt;
-        std::vector<int> codes;
-    };
+    struct Case { const char* what; QJsonArray requests; int executionType; bool halt; std::vector<int> codes; };
     const Case cases[] = {
         {"halt on failure stops the batch", {request("GetSceneList"), request("Nope"), request("GetSceneList")}, LVRemote::SerialRealtime, true, {100, 204}},
         {"without halting every request runs", {request("Nope"), request("GetSceneList")}, LVRemote::SerialRealtime, false, {204, 100}},
@@ -477,12 +465,7 @@ TEST_F(LVRemoteControlTest, ThePreferencesTurnTheServerOnAndMoveIt)
     defaults->setValue("remoteControlPort", int(probe.serverPort()));
     probe.close();
     service = std::make_unique<LVRemoteControlService>(*app, studio, LVRemoteControlService::Options{});
-    struct Step {
-        const char* key;
-        QJsonValue value;
-        bool serving;
-        QHostAddress address;
-    };
+    struct Step { const char* key; QJsonValue value; bool serving; QHostAddress address; };
     const Step steps[] = {
         {"remoteControlEnabled", false, false, QHostAddress()},
         {"remoteControlEnabled", true, true, QHostAddress(QHostAddress::LocalHost)},

@@ -9,16 +9,13 @@
 #include "tests/studio/LVStudioTestSupport.h"
 
 #include <QCryptographicHash>
-#include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTimer>
 #include <QWebSocket>
 
 #include <algorithm>
 #include <deque>
-#include <functional>
 
 class LVRemoteTestClient {
 public:
@@ -69,7 +66,7 @@ public:
 
     void sendJson(int op, const QJsonObject& data)
     {
-        socket_.sendTextMessage(QString::fromUtf8(QJsonDocument(QJsonObject{{"op", op}, {"d", data}}).toJson(QJsonDocument::Compact)));
+        sendText(QString::fromUtf8(QJsonDocument(QJsonObject{{"op", op}, {"d", data}}).toJson(QJsonDocument::Compact)));
     }
     void sendText(const QString& text) { socket_.sendTextMessage(text); }
     void sendBinary(const QByteArray& bytes) { socket_.sendBinaryMessage(bytes); }
@@ -114,11 +111,7 @@ public:
     }
 
     // The close code once the server closed (waiting for it); -1 when it stayed open.
-    int closeCode()
-    {
-        wait([this] { return closed_; });
-        return closed_ ? closeCode_ : -1;
-    }
+    int closeCode() { return wait([this] { return closed_; }) ? closeCode_ : -1; }
     bool isClosed() const { return closed_; }
     const QJsonObject& hello() const { return hello_; }
 
@@ -169,10 +162,7 @@ private:
     int lastId_ = 0;
 };
 
-inline int remoteCode(const QJsonObject& response)
-{
-    return response.value("requestStatus").toObject().value("code").toInt();
-}
+inline int remoteCode(const QJsonObject& response) { return response.value("requestStatus").toObject().value("code").toInt(); }
 
 // A studio of a red and a blue setup, the remote control served on a free port of 127.0.0.1.
 class LVRemoteServiceTest : public LVStudioTest {

@@ -6,25 +6,16 @@
 #include "setups/model/LVSetupManager.h"
 #include "studio/LVStudio.h"
 #include "tests/app/LVControllerFixture.h"
+#include "tests/control/LVTestMIDIPort.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 
 namespace {
 
-class LVNoMIDIPort : public LVMIDIPort {
-public:
-    void start(Sink) override {}
-    bool isAvailable() const override { return true; }
-};
-
 LVMIDIMessage note(uint8_t number, uint8_t velocity, uint8_t status = LVMIDIMessage::noteOn)
 {
-    LVMIDIMessage message;
-    message.status = status;
-    message.data1 = number;
-    message.data2 = velocity;
-    return message;
+    return lvMIDIMessage(status, number, velocity);
 }
 
 class LVStudioControlTest : public LVControllerTest {
@@ -60,7 +51,7 @@ protected:
 
     LVControlSurface& control(LVStudio* withStudio)
     {
-        surface = std::make_unique<LVControlSurface>(*app, withStudio, std::make_unique<LVNoMIDIPort>(),
+        surface = std::make_unique<LVControlSurface>(*app, withStudio, std::make_unique<LVTestMIDIPort>(),
                                                      dir.filePath(QStringLiteral("run/control.sock")));
         return *surface;
     }
@@ -82,10 +73,7 @@ protected:
 TEST_F(LVStudioControlTest, CommandsDriveTheStudioAndReadsFollowIt)
 {
     control(studio);
-    struct Step {
-        const char* request;
-        const char* reply;
-    };
+    struct Step { const char* request; const char* reply; };
     const Step steps[] = {
         {R"({"command":"button","name":"Red","action":"selectForAir"})", R"({"ok":true})"},
         {R"({"command":"get","property":"studioPreviewButtons"})", R"({"ok":true,"result":["Red"]})"},
@@ -144,10 +132,7 @@ TEST_F(LVStudioControlTest, StudioButtonsListEveryButtonInGridOrder)
 TEST_F(LVStudioControlTest, BadStudioRequestsSayWhatIsWrongAndChangeNothing)
 {
     control(studio);
-    struct Case {
-        const char* request;
-        const char* error;
-    };
+    struct Case { const char* request; const char* error; };
     const Case cases[] = {
         {R"({"command":"button","name":"Nope","action":"toggle"})", "no studio button named \"Nope\""},
         {R"({"command":"button","name":"Red","action":"explode"})",
@@ -189,10 +174,7 @@ TEST_F(LVStudioControlTest, BadStudioRequestsSayWhatIsWrongAndChangeNothing)
 TEST_F(LVStudioControlTest, ChainCommandsReachTheController)
 {
     control(studio);
-    struct Step {
-        const char* request;
-        QStringList chain;
-    };
+    struct Step { const char* request; QStringList chain; };
     const Step steps[] = {
         {R"({"command":"setSource","name":"Red Source"})", {"Red Source"}},
         {R"({"command":"addEffect","name":"Marker"})", {"Red Source", "Marker"}},
@@ -217,28 +199,6 @@ TEST_F(LVStudioControlTest, WithoutAStudioItsCommandsSayHowToGetOne)
     EXPECT_EQ(send(R"({"command":"get","property":"studioButtons"})"), QJsonObject({{"ok", true}, {"result", QJsonValue::Null}}));
 }
 
-TEST_F(LVStudioControlTest, AButtonsMIDIKeyTogglesItLikeAClick)
-{
-    LVMIDI& hub = control(studio).midi();
-    const LVStudioButtonRef red = studio->buttonHavingName(QStringLiteral("Red"));
-    red->setMIDIKey(note(60, 1).encodedKeyValue());
-    struct Step {
-        LVMIDIMessage message;
-        uint32_t state;
-    };
-    const Step steps[] = {
-        {note(60, 100), 4},
-        {note(61, 100), 4},                             // another note
-        {note(60, 100, LVMIDIMessage::controlChange), 4}, // the controller of the same number
-        {note(60, 90), 0},
-    };
-    for (const Step& step : steps) {
-        hub.takeMIDIMessages({step.message});
-        EXPECT_EQ(red->state(), step.state) << qPrintable(step.message.displayText());
-    }
-    EXPECT_EQ(hub.listenerCount(), 1u);
-}
-
 TEST_F(LVStudioControlTest, KeysFollowChangesAndButtonsThatLeave)
 {
     LVMIDI& hub = control(studio).midi();
@@ -250,7 +210,8 @@ TEST_F(LVStudioControlTest, KeysFollowChangesAndButtonsThatLeave)
     red->setMIDIKey(c4);
     red->setMIDIKey(d4);  // one registration, compared against the current key
     EXPECT_EQ(hub.listenerCount(), 1u);
-    hub.takeMIDIMessages({note(60, 100)});
+    // The old key, and the controller of the key's number, toggle nothing; the key toggles it like a click.
+    hub.takeMIDIMessages({note(60, 100), note(62, 100, LVMIDIMessage::controlChange)});
     EXPECT_EQ(red->state(), 0u);
     hub.takeMIDIMessages({note(62, 100)});
     EXPECT_EQ(red->state(), 4u);

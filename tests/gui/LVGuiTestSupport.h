@@ -12,11 +12,9 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QMessageBox>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <algorithm>
-#include <memory>
 
 inline void lvStartMainWindow(LVDefaults& defaults, const QString& bundledEffects, std::unique_ptr<Lumaveil>& app,
                               std::unique_ptr<LVMainWindow>& window)

@@ -2,19 +2,11 @@
 // Program lists and grid placement, over buttons of real setup objects.
 #include "tests/studio/LVStudioTestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <QSignalSpy>
 
 namespace {
 
-struct Cell {
-    const char* name;
-    bool source;
-    int row;
-    int col;
-    uint32_t state;
-};
+struct Cell { const char* name; bool source; int row, col; uint32_t state; };
 
 // Row 0: sources A, B, C; row 1: effect-only E and F.
 const std::vector<Cell> kGrid = {
@@ -71,10 +63,7 @@ TEST_F(LVMEBusTest, ButtonActionsFollowTheStateMachine)
 {
     enum Action { Click, OptionClick, SelectForAir, SelectForOffAir, PunchToAir, PunchToOffAir };
     // For each action, the state reached from states 0, 1, 2, 3, 4.
-    const struct {
-        Action action;
-        std::array<uint32_t, 5> from;
-    } cases[] = {
+    const struct { Action action; std::array<uint32_t, 5> from; } cases[] = {
         {Click, {4, 1, 3, 2, 0}},          {OptionClick, {3, 1, 0, 0, 3}},  {SelectForAir, {4, 1, 2, 3, 4}},
         {SelectForOffAir, {0, 1, 2, 2, 0}}, {PunchToAir, {3, 3, 3, 3, 3}}, {PunchToOffAir, {0, 0, 0, 0, 0}},
     };
@@ -99,13 +88,7 @@ TEST_F(LVMEBusTest, ButtonActionsFollowTheStateMachine)
 TEST_F(LVMEBusTest, OneSourcePerBus)
 {
     enum Action { Click, OptionClick };
-    const struct {
-        const char* why;
-        States before;
-        const char* button;
-        Action action;
-        States after;
-    } cases[] = {
+    const struct { const char* why; States before; const char* button; Action action; States after; } cases[] = {
         {"a second source into Preview returns the first to idle", {{"A", 4}}, "B", Click, {{"B", 4}}},
         {"a source into Preview turns the on-air one amber", {{"A", 3}}, "B", Click, {{"A", 2}, {"B", 4}}},
         {"a source straight on air turns the on-air one amber", {{"A", 3}}, "B", OptionClick, {{"A", 2}, {"B", 3}}},
@@ -129,12 +112,7 @@ TEST_F(LVMEBusTest, OneSourcePerBus)
 
 TEST_F(LVMEBusTest, CutsAndTransitionStarts)
 {
-    const struct {
-        const char* why;
-        States before;
-        bool swap;
-        States after;
-    } cases[] = {
+    const struct { const char* why; States before; bool swap; States after; } cases[] = {
         {"Preview goes on air, amber leaves", {{"A", 2}, {"B", 4}, {"E", 3}, {"F", 4}}, false,
          {{"B", 3}, {"E", 3}, {"F", 3}}},
         {"swap exchanges Preview and Program", {{"A", 2}, {"B", 4}, {"E", 3}}, true, {{"A", 4}, {"B", 2}, {"E", 3}}},
@@ -156,12 +134,7 @@ TEST_F(LVMEBusTest, CutsAndTransitionStarts)
 
 TEST_F(LVMEBusTest, PreviewAndProgramLists)
 {
-    const struct {
-        const char* why;
-        States states;
-        QStringList preview;
-        QStringList program;
-    } cases[] = {
+    const struct { const char* why; States states; QStringList preview, program; } cases[] = {
         {"nothing wants Preview: empty though on air", {{"A", 3}, {"E", 3}}, {}, {"A", "E"}},
         {"the on-air source is previewed with a pending effect", {{"A", 3}, {"E", 4}}, {"A", "E"}, {"A"}},
         {"the pending source replaces the on-air one", {{"A", 2}, {"B", 4}, {"E", 3}}, {"B", "E"}, {"A", "E"}},
@@ -197,14 +170,7 @@ TEST_F(LVMEBusTest, ListsAreRecollectedOncePerBurst)
 
 TEST_F(LVMEBusTest, PlacementKeepsSourcesInRowZeroAndCellsFree)
 {
-    const struct {
-        const char* why;
-        bool source;
-        int row;
-        int col;
-        int placedRow;
-        int placedCol;
-    } cases[] = {
+    const struct { const char* why; bool source; int row, col, placedRow, placedCol; } cases[] = {
         {"an effect-only button hinted into row 0 goes to row 1", false, 0, 0, 1, 2},
         {"a source hinted below row 0 comes up", true, 3, 5, 0, 5},
         {"a source on a taken cell takes the first free one", true, 0, 1, 0, 3},
@@ -218,8 +184,7 @@ TEST_F(LVMEBusTest, PlacementKeepsSourcesInRowZeroAndCellsFree)
         auto button = std::make_shared<LVStudioButton>(makeLooseSetup(dir, QStringLiteral("New"), c.source), nullptr);
         button->setRow(c.row, c.col);
         bus.addButton(button, false);
-        EXPECT_EQ(button->row(), c.placedRow) << c.why;
-        EXPECT_EQ(button->col(), c.placedCol) << c.why;
+        EXPECT_EQ(std::make_pair(button->row(), button->col()), std::make_pair(c.placedRow, c.placedCol)) << c.why;
         bus.removeButton(button);
         clear();
     }
@@ -243,12 +208,10 @@ TEST_F(LVMEBusTest, GainingOrLosingTheSourceMovesTheButton)
     build({});
     LVStudioButton& e = *buttons["E"];
     e.setup()->setEffects({makeTestEffect(QStringLiteral("RedSource"), nullptr)});
-    EXPECT_EQ(e.row(), 0);
-    EXPECT_EQ(e.col(), 3);
+    EXPECT_EQ(std::make_pair(e.row(), e.col()), std::make_pair(0, 3));
     LVStudioButton& a = *buttons["A"];
     a.setup()->setEffects({makeTestEffect(QStringLiteral("Marker"), nullptr)});
-    EXPECT_EQ(a.row(), 1);
-    EXPECT_EQ(a.col(), 0) << "E's old cell is free again";
+    EXPECT_EQ(std::make_pair(a.row(), a.col()), std::make_pair(1, 0)) << "E's old cell is free again";
 }
 
 TEST_F(LVMEBusTest, ADetachedButtonNoLongerDisturbsTheBus)

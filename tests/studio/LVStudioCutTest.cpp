@@ -5,8 +5,6 @@
 #include "effects/composition/LVISFProgram.h"
 #include "effects/registration/LVEffectKinds.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 class LVStudioCutTest : public LVStudioTest {
@@ -58,14 +56,10 @@ protected:
 
 TEST_F(LVStudioCutTest, ACutShowsTheOldPictureUntilTheNewCompositionsCanDraw)
 {
-    const struct {
-        const char* newComposition; // one no earlier case compiled
-        bool previewedFirst;        // the new setup was drawn in Preview before the cut
-        int x, y;                   // where the composition changes the source's picture
-    } cases[] = {
-        {"Black and White", true, 20, 20},
-        {"Vignette", false, 1, 1},
-    };
+    // A composition no earlier case compiled; whether the new setup was drawn in Preview before
+    // the cut; where the composition changes the source's picture.
+    const struct { const char* newComposition; bool previewedFirst; int x, y; } cases[] = {
+        {"Black and White", true, 20, 20}, {"Vignette", false, 1, 1}};
     const QColor red(204, 0, 102), blue(0, 102, 204);
     int round = 0;
     for (const auto& c : cases) {

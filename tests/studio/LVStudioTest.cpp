@@ -2,8 +2,6 @@
 // the states, transitions timed by the frame clock, and the pictures that come out.
 #include "tests/studio/LVStudioTestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 
@@ -143,11 +141,7 @@ TEST_F(LVStudioTest, ProgramIsRebuiltOncePerBurst)
 
 TEST_F(LVStudioTest, TransitionFractionsRiseToExactlyOneThenCut)
 {
-    const struct {
-        double transitionTime;
-        double step;
-        std::vector<double> fractions;
-    } cases[] = {
+    const struct { double transitionTime, step; std::vector<double> fractions; } cases[] = {
         {1.0, 0.125, {0, 0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875, 1.0}},
         {0.5, 0.25, {0, 0.5, 1.0}},
         {0.5, 0.375, {0, 0.75, 1.0}},  // the last frame comes late: clamped to 1
@@ -240,11 +234,7 @@ TEST_F(LVStudioTest, InSwapModeTwoCutsReturnToTheStartingPicture)
     a->punchToAir();
     b->selectForAir();
     studio->setSwapMode(true);
-    const struct {
-        ARGB picture;
-        QStringList program;
-        QStringList preview;
-    } steps[] = {
+    const struct { ARGB picture; QStringList program, preview; } steps[] = {
         {kRedPixel, {"A"}, {"B"}},
         {kBluePixel, {"B"}, {"A"}},
         {kRedPixel, {"A"}, {"B"}},
@@ -380,9 +370,7 @@ TEST_F(LVStudioTest, ProgramMonitorSharesTheFramesReadBackAndPreviewShowsItsOwnP
     next->selectForAir();
     frameAfter(0.1);
 
-    struct Case {
-        bool programShown, previewShown;
-    };
+    struct Case { bool programShown, previewShown; };
     for (const Case c : {Case{true, true}, Case{true, false}, Case{false, true}, Case{false, false}}) {
         programMonitor.visible = c.programShown;
         mainPreview.visible = c.previewShown;

@@ -1,24 +1,14 @@
 #pragma once
 // Studio buttons over real setups in a temporary folder, and a real controller with the
 // bundled Effects, a hand-moved clock and real shared memory for the studio's frame tests.
-#include "core/LVDefaults.h"
-#include "core/Lumaveil.h"
 #include "core/util/KDDelayedDispatcher.h"
-#include "render/LVContext.h"
-#include "transport/LVShmem.h"
 #include "setups/model/LVSetupManager.h"
 #include "studio/LVStudio.h"
 #include "tests/app/LVControllerFixture.h"
-#include "tests/app/LVTestKinds.h"
-
-#include <QColor>
-#include <QCoreApplication>
-#include <QTemporaryDir>
 
 #include <array>
 #include <cstdlib>
 #include <map>
-#include <memory>
 #include <ostream>
 #include <vector>
 

@@ -4,20 +4,13 @@
 #include "control/websocket/LVRemoteWebFront.h"
 #include "tests/control/LVRemoteTestClient.h"
 
-#include <QDir>
-#include <QFile>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
 namespace {
 
-struct HttpAnswer {
-    int status = 0;
-    QByteArray contentType;
-    QByteArray cacheControl;
-    QByteArray body;
-};
+struct HttpAnswer { int status = 0; QByteArray contentType, cacheControl, body; };
 
 HttpAnswer httpGet(quint16 port, const QString& target, const QByteArray& method = "GET")
 {
@@ -59,23 +52,15 @@ protected:
     {
         LVRemoteServiceTest::SetUp();
         ASSERT_TRUE(pages.isValid());
-        writeFile("index.html", "<!DOCTYPE html><title>remote</title>");
-        writeFile("remote.js", "\"use strict\";");
-        writeFile("big.js", QByteArray(LVRemoteWebFront::maxFileBytes + 1, ' '));
-        ASSERT_TRUE(QDir(pages.path()).mkdir("sub"));
-        writeFile("sub/inner.js", "1");
-        writeFile(".hidden", "secret");
+        ASSERT_TRUE(lvWriteFiles(pages.path(), {{"index.html", "<!DOCTYPE html><title>remote</title>"},
+                                                {"remote.js", "\"use strict\";"},
+                                                {"big.js", QByteArray(LVRemoteWebFront::maxFileBytes + 1, ' ')},
+                                                {".hidden", "secret"}}));
+        ASSERT_TRUE(lvWriteFiles(pages.filePath("sub"), {{"inner.js", "1"}}));
         ASSERT_TRUE(QFile::link(pages.filePath("remote.js"), pages.filePath("link.js")));
         LVRemoteControlService::Options options;
         options.pagesFolder = pages.path();
         serve(options);
-    }
-
-    void writeFile(const char* name, const QByteArray& bytes)
-    {
-        QFile file(pages.filePath(QString::fromLatin1(name)));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
     }
 
     QJsonObject vendor(LVRemoteTestClient& client, const QString& type, const QJsonObject& data = {})
@@ -129,11 +114,7 @@ TEST_F(LVWebRemoteTest, AnAccessLinkHandsThePasswordOverOnce)
     ASSERT_TRUE(link.startsWith(QStringLiteral("http://127.0.0.1:%1/?token=").arg(port()))) << link.toStdString();
     const QString token = link.mid(link.indexOf('=') + 1);
     const QString other = QUrl(service->accessLink()).query().mid(6);
-    struct Case {
-        const char* what;
-        QString token;
-        int status;
-    };
+    struct Case { const char* what; QString token; int status; };
     const Case cases[] = {
         {"first use", token, 200},
         {"second use", token, 403},

@@ -14,15 +14,14 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDir>
 #include <QGroupBox>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
 #include <QTableWidget>
-#include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <optional>
 
 namespace {
@@ -112,14 +111,6 @@ protected:
     QProcessEnvironment environment;
 };
 
-QAction* actionTitled(QMenu& menu, const QString& title)
-{
-    for (QAction* action : menu.actions()) {
-        if (action->text() == title) return action;
-    }
-    return nullptr;
-}
-
 TEST_F(LVShowProcessTest, AShowMadeInTheWindowAlternatesThePictureInAHeadlessStudio)
 {
     {
@@ -149,11 +140,12 @@ TEST_F(LVShowProcessTest, AShowMadeInTheWindowAlternatesThePictureInAHeadlessStu
         ASSERT_EQ(manager.timeLineWithName(QStringLiteral("Show")), manager.allTimeLines().front().get());
 
         auto addStep = [&](const char* action) {
-            QAction* entry = actionTitled(*window.actionMenu(), QString::fromLatin1(action));
-            ASSERT_NE(entry, nullptr) << action;
-            entry->trigger();
+            const QList<QAction*> entries = window.actionMenu()->actions();
+            const auto entry = std::find_if(entries.begin(), entries.end(), [&](QAction* a) { return a->text() == action; });
+            ASSERT_NE(entry, entries.end()) << action;
+            (*entry)->trigger();
         };
-        auto inspector = [&]() { return window.inspectorBox(); };
+        auto inspector = [&] { return window.inspectorBox(); };
         auto choose = [&](const QString& label) {
             auto* menu = inspector()->findChild<QComboBox*>();
             ASSERT_NE(menu, nullptr);

@@ -4,7 +4,6 @@
 #include "tests/app/LVTestKinds.h"
 #include "tests/gui/LVGuiTestSupport.h"
 
-#include <QFile>
 #include <QMenu>
 #include <QPointer>
 #include <QScreen>
@@ -43,12 +42,6 @@ protected:
     }
 
     LVScreenOutput* output() const { return dynamic_cast<LVScreenOutput*>(app->previewFullScreen()); }
-    QScreen* screenNamed(const QString& name) const
-    {
-        for (QScreen* screen : QGuiApplication::screens())
-            if (screen->name() == name) return screen;
-        return nullptr;
-    }
 };
 
 TEST_F(LVFullScreenTest, TheScreenMenuNamesEveryScreenAndEachChoiceMakesANewOutput)
@@ -78,7 +71,8 @@ TEST_F(LVFullScreenTest, TheScreenMenuNamesEveryScreenAndEachChoiceMakesANewOutp
         }
         ASSERT_TRUE(output());
         LVFullScreenWindow* made = output()->window();
-        QScreen* screen = screenNamed(QLatin1String(step.screen));
+        QScreen* screen = QGuiApplication::screens().at(step.index);
+        ASSERT_EQ(screen->name(), QLatin1String(step.screen));
         EXPECT_EQ(made->screen(), screen);
         EXPECT_EQ(made->geometry(), screen->geometry()) << step.screen;
         EXPECT_TRUE(made->flags() & Qt::FramelessWindowHint);
@@ -121,13 +115,12 @@ TEST_F(LVFullScreenTest, AFourByThreeFrameIsPillarBoxedOnASixteenByNineScreen)
     const QImage screen = shown->screen()->grabWindow(shown->winId()).toImage();
     ASSERT_EQ(screen.size(), QSize(1280, 720));
     // 320x240 fitted into 1280x720: 960x720 from x = 160.
-    struct Probe { int x, y; QColor expected; };
-    const Probe probes[] = {
+    const struct { int x, y; QColor expected; } probes[] = {
         {0, 360, Qt::black}, {159, 360, Qt::black}, {160, 360, Qt::red},    {640, 0, Qt::red},
         {640, 719, Qt::red}, {1119, 360, Qt::red},  {1120, 360, Qt::black}, {1279, 719, Qt::black},
         {161, 718, Qt::blue}, {174, 706, Qt::red},
     };
-    for (const Probe& p : probes)
+    for (const auto& p : probes)
         EXPECT_EQ(screen.pixelColor(p.x, p.y).rgb(), p.expected.rgb()) << p.x << "," << p.y;
 }
 

@@ -1,12 +1,9 @@
-// The sources' own settings pages. The playlist table and the slide list: dragged rows land
-// where dropped, dropped files join the list, delete keys remove the selected row. The photo
-// set's table against a local server answering as the service documents: it lists the set's
-// photos in order, follows the show without counting as a pick, and a picked row is fetched at once.
+// The sources' own settings pages: the playlist table and slide list (row drags, file drops,
+// delete keys), and the photo set's table against a local server answering as the service
+// documents (the set's photos in order, following the show, a picked row fetched at once).
 #include "gui/main/LVSettingsPanel.h"
 #include "gui/sources/LVFlickrPhotoModel.h"
 #include "gui/sources/LVPlaylistModel.h"
-#include "core/LVDefaults.h"
-#include "render/LVContext.h"
 #include "sources/flickr/FlickrSource.h"
 #include "sources/movie/MovieSource.h"
 #include "sources/slideshow/SlideShow.h"
@@ -17,13 +14,8 @@
 #include <QListView>
 #include <QMimeData>
 #include <QTableView>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
-
-#include <gtest/gtest.h>
-
-#include <functional>
 
 namespace {
 
@@ -40,10 +32,7 @@ const QByteArray kEmptySet = R"(<?xml version="1.0" encoding="utf-8" ?>
 <rsp stat="ok"><photoset id="5" page="1" perpage="500" pages="1" total="0"></photoset></rsp>)";
 
 // Serves the main thread's events (the table's own refresh among them) until done().
-bool waitFor(const std::function<bool()>& done)
-{
-    return QTest::qWaitFor(done, 10000);
-}
+bool waitFor(const std::function<bool()>& done) { return QTest::qWaitFor(done, 10000); }
 
 class LVFlickrInspectorTest : public ::testing::Test, protected LVFlickrTestService {
 protected:
@@ -210,9 +199,7 @@ TEST_F(LVPlaylistModelTest, DraggedRowsLandWhereDropped)
         std::unique_ptr<QMimeData> data(model.mimeData(indexes));
         ASSERT_TRUE(data->hasFormat("LVRowReorderDataType"));
         EXPECT_TRUE(model.dropMimeData(data.get(), Qt::MoveAction, c.row, 0, {}));
-        QStringList expected;
-        for (const QString& name : c.expected) expected << name;
-        EXPECT_EQ(captions(model), expected) << "to row " << c.row;
+        EXPECT_EQ(captions(model), c.expected) << "to row " << c.row;
     }
 }
 

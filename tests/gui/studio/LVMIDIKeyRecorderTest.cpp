@@ -7,37 +7,17 @@
 #include "gui/main/LVSettingsPanel.h"
 #include "gui/studio/LVButtonEditController.h"
 #include "gui/studio/LVMIDIKeyRecorder.h"
+#include "tests/control/LVTestMIDIPort.h"
 
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPointer>
-#include <QTest>
 
 namespace {
 
-// Hands the hub what a test sends, as a port's delivery would.
-class LVTestMIDIPort : public LVMIDIPort {
-public:
-    void start(Sink sink) override { sink_ = std::move(sink); }
-    bool isAvailable() const override { return true; }
-    void send(uint8_t status, uint8_t data1, uint8_t data2)
-    {
-        LVMIDIMessage message;
-        message.status = status;
-        message.data1 = data1;
-        message.data2 = data2;
-        sink_({message});
-        // The hub hops onto the main thread through the event queue.
-        QCoreApplication::sendPostedEvents();
-    }
-
-private:
-    Sink sink_;
-};
-
 uint32_t key(uint8_t status, uint8_t data1)
 {
-    return (uint32_t(data1) << 8) | status | 0x10000u;
+    return lvMIDIMessage(status, data1, 1).encodedKeyValue();
 }
 
 class LVMIDIKeyRecorderTest : public LVStudioGuiTest {
@@ -54,6 +34,13 @@ protected:
     {
         hub.reset();
         LVStudioGuiTest::TearDown();
+    }
+
+    // As a port's delivery would: the hub hops onto the main thread through the event queue.
+    void send(uint8_t status, uint8_t data1, uint8_t data2)
+    {
+        port->send({lvMIDIMessage(status, data1, data2)});
+        QCoreApplication::sendPostedEvents();
     }
 
     LVTestMIDIPort* port = nullptr;
@@ -79,8 +66,7 @@ TEST_F(LVMIDIKeyRecorderTest, RecordsTheFirstNoteOrControllerAndClearsWithX)
         QString text;
         QColor colour;
         uint32_t recorded;
-        size_t toldCount;
-        size_t listeners;
+        size_t toldCount, listeners;
     };
     const Step steps[] = {
         {"empty", Look, 0, 0, 0, "Click to record", Qt::gray, 0, 0, 0},
@@ -96,18 +82,19 @@ TEST_F(LVMIDIKeyRecorderTest, RecordsTheFirstNoteOrControllerAndClearsWithX)
         {"X while recording stops it", ClearButton, 0, 0, 0, "Click to record", Qt::gray, 0, 5, 0},
     };
     for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
         switch (step.act) {
         case Look: break;
         case Click: QTest::mouseClick(&recorder, Qt::LeftButton, Qt::NoModifier, QPoint(20, 14)); break;
-        case Send: port->send(step.status, step.data1, step.data2); break;
+        case Send: send(step.status, step.data1, step.data2); break;
         case ClearButton: QTest::mouseClick(recorder.findChild<QWidget*>(QStringLiteral("midiKeyClear")), Qt::LeftButton); break;
         }
-        EXPECT_EQ(recorder.text(), step.text) << step.what;
-        EXPECT_EQ(recorder.textColour(), step.colour) << step.what;
-        EXPECT_EQ(recorder.recordedData(), step.recorded) << step.what;
-        EXPECT_EQ(recorder.isClearButtonShown(), recorder.isRecording() || step.recorded != 0) << step.what;
-        EXPECT_EQ(told.size(), step.toldCount) << step.what;
-        EXPECT_EQ(hub->listenerCount(), step.listeners) << step.what;
+        EXPECT_EQ(recorder.text(), step.text);
+        EXPECT_EQ(recorder.textColour(), step.colour);
+        EXPECT_EQ(recorder.recordedData(), step.recorded);
+        EXPECT_EQ(recorder.isClearButtonShown(), recorder.isRecording() || step.recorded != 0);
+        EXPECT_EQ(told.size(), step.toldCount);
+        EXPECT_EQ(hub->listenerCount(), step.listeners);
     }
     QTest::mouseClick(&recorder, Qt::LeftButton, Qt::NoModifier, QPoint(20, 14));
     ASSERT_TRUE(recorder.isRecording());
@@ -145,35 +132,23 @@ TEST_F(LVMIDIKeyRecorderTest, TheEditorAddsWrapsAndRemovesEffectsAndBindsAKey)
         for (int i = 0; i < editor->effectsList()->count(); ++i) list.append(editor->effectsList()->item(i)->text());
         return list;
     };
-    struct Step { const char* what; std::function<bool()> act; QStringList effects; };
-    const Step steps[] = {
+    const auto add = [&](const char* entry) { return editor->selectPaletteEntry(QLatin1String(entry)) && editor->doAdd(); };
+    const struct { const char* what; std::function<bool()> act; QStringList effects; } steps[] = {
         {"as stored", [] { return true; }, {"Red Source", "Marker"}},
-        {"an effect goes last",
-         [&] { return editor->selectPaletteEntry(QStringLiteral("Marker")) && editor->doAdd(); },
-         {"Red Source", "Marker", "Marker"}},
-        {"a source replaces the source",
-         [&] { return editor->selectPaletteEntry(QStringLiteral("Blue Source")) && editor->doAdd(); },
-         {"Blue Source", "Marker", "Marker"}},
-        {"PIP wraps the chosen source",
-         [&] { return editor->selectPaletteEntry(QStringLiteral("Red Source")) && editor->doPIP(); },
+        {"an effect goes last", [&] { return add("Marker"); }, {"Red Source", "Marker", "Marker"}},
+        {"a source replaces the source", [&] { return add("Blue Source"); }, {"Blue Source", "Marker", "Marker"}},
+        {"PIP wraps the chosen source", [&] { return editor->selectPaletteEntry("Red Source") && editor->doPIP(); },
          {"Blue Source", "Marker", "Marker", "PIP"}},
-        {"remove the selected effect",
-         [&] {
-             editor->effectsList()->setCurrentRow(1);
-             return editor->doRemoveEffect();
-         },
+        {"remove the selected effect", [&] { editor->effectsList()->setCurrentRow(1); return editor->doRemoveEffect(); },
          {"Blue Source", "Marker", "PIP"}},
-        {"nothing selected in the palette adds nothing",
-         [&] {
-             editor->palette()->setCurrentRow(-1);
-             return !editor->doAdd();
-         },
+        {"nothing selected in the palette adds nothing", [&] { editor->palette()->setCurrentRow(-1); return !editor->doAdd(); },
          {"Blue Source", "Marker", "PIP"}},
     };
-    for (const Step& step : steps) {
-        EXPECT_TRUE(step.act()) << step.what;
-        EXPECT_EQ(names(), step.effects) << step.what;
-        EXPECT_EQ(listed().size(), step.effects.size()) << step.what;
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.what);
+        EXPECT_TRUE(step.act());
+        EXPECT_EQ(names(), step.effects);
+        EXPECT_EQ(listed().size(), step.effects.size());
     }
     auto* holder = dynamic_cast<LVOtherSourceHolder*>(button->effects().back().get());
     ASSERT_TRUE(holder);
@@ -190,11 +165,11 @@ TEST_F(LVMIDIKeyRecorderTest, TheEditorAddsWrapsAndRemovesEffectsAndBindsAKey)
 
     // A key recorded through the port is the button's at once, and then toggles it.
     editor->keyRecorder()->startRecording();
-    port->send(0x90, 48, 90);
-    QCoreApplication::sendPostedEvents();
+    send(0x90, 48, 90);
+    QCoreApplication::sendPostedEvents(); // the recorder hands the key on from the event queue
     EXPECT_EQ(button->midiKey(), key(0x90, 48));
     EXPECT_EQ(button->state(), uint32_t(LVButtonIdle)) << "the recording note itself toggles nothing";
-    port->send(0x90, 48, 64);
+    send(0x90, 48, 64);
     EXPECT_EQ(button->state(), uint32_t(LVButtonPreview));
 
     editor->close();

@@ -6,15 +6,10 @@
 #include "tests/gui/LVGuiTestSupport.h"
 #include "tests/studio/LVStudioTestSupport.h"
 
-#include <gtest/gtest.h>
-
-#include <QApplication>
 #include <QDragEnterEvent>
 #include <QImage>
 #include <QMimeData>
 #include <QUrl>
-
-#include <memory>
 
 inline const QColor kGridRed(204, 0, 102);
 

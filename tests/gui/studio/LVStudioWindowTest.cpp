@@ -14,23 +14,17 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QSplitter>
-#include <QTest>
 
 namespace {
 
 TEST(LVStudioFrameTest, FramesReadBackAsWrittenAndAnythingElseIsZero)
 {
     struct Case { const char* text; QRect frame; };
-    for (const Case& c : {
-             Case{"{{10, 20}, {300, 400}}", QRect(10, 20, 300, 400)},
-             Case{"{{-1280, 0}, {800, 600}}", QRect(-1280, 0, 800, 600)},
-             Case{" { {5,6} , {7,8} } ", QRect(5, 6, 7, 8)},
-             Case{"", QRect()},
-             Case{"{{10, 20}, {300}}", QRect()},
-             Case{"{{a, b}, {c, d}}", QRect()},
-             Case{"{{10, 20}, {-3, 4}}", QRect()},
-             Case{"{{1, 2}, {3, 99999999999999}}", QRect()},
-         }) {
+    for (const Case& c : {Case{"{{10, 20}, {300, 400}}", QRect(10, 20, 300, 400)},
+                          Case{"{{-1280, 0}, {800, 600}}", QRect(-1280, 0, 800, 600)},
+                          Case{" { {5,6} , {7,8} } ", QRect(5, 6, 7, 8)}, Case{"", QRect()}, Case{"{{10, 20}, {300}}", QRect()},
+                          Case{"{{a, b}, {c, d}}", QRect()}, Case{"{{10, 20}, {-3, 4}}", QRect()},
+                          Case{"{{1, 2}, {3, 99999999999999}}", QRect()}}) {
         EXPECT_EQ(LVStudioController::parseFrame(QString::fromLatin1(c.text)), c.frame) << c.text;
     }
     EXPECT_EQ(LVStudioController::frameString(QRect(10, 20, 300, 400)), QStringLiteral("{{10, 20}, {300, 400}}"));
@@ -97,7 +91,6 @@ TEST_F(LVStudioWindowTest, TheFirstRunOfferIsMadeOnceAndYesOpensTheTutorial)
         EXPECT_TRUE(defaults->boolForKey(QStringLiteral("seenStudio"))) << "written before the answer";
         QMessageBox* box = window->nagBox();
         ASSERT_TRUE(box);
-        EXPECT_EQ(box->text(), QString::fromLatin1(LVStudio::firstRunOfferText));
         EXPECT_TRUE(box->text().contains(QStringLiteral("now?  You can")));
         EXPECT_EQ(lvButtonTexts(*box), (QStringList{"No", "Yes"}));
         ASSERT_TRUE(lvAnswer(box, round.answer));
