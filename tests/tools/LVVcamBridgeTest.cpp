@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <optional>
 #include <vector>
 
 namespace {
@@ -72,58 +73,50 @@ protected:
     void TearDown() override { lvUnlinkFrameSegments(); }
 };
 
-TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
+// The producer's size and rate unless given; with nothing running, what Lumaveil will render
+// at, from its preferences, else 320x240 at 15.
+TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGivenElseFromThePreferences)
 {
-    LVShmem producer(LVShmemRole::Producer);
-    producer.setAppRunning();
-    publishGrey(producer, 64, 48, 25, 10);
+    QTemporaryDir dir;
+    const QByteArray hd = R"({"videoSize": "{1280, 720}", "frameRate": 30})";
     struct Case {
+        bool producer; // one publishing 64x48 at 25 fps
         QSize size;
         int rate;
+        QByteArray prefs; // empty: no file
         int w, h, wantRate;
     };
-    const Case cases[] = {{{}, 0, 64, 48, 25}, {{32, 16}, 60, 32, 16, 60}};
+    const Case cases[] = {
+        {true, {}, 0, hd, 64, 48, 25},
+        {true, {32, 16}, 60, hd, 32, 16, 60},
+        {false, {}, 0, hd, 1280, 720, 30},
+        {false, {}, 0, R"({"frameRate": 24})", 320, 240, 24},
+        {false, {}, 0, R"({"videoSize": "{99999, 720}", "frameRate": 0})", 320, 240, 15},
+        {false, {}, 0, "{ damaged", 320, 240, 15},
+        {false, {}, 0, "", 320, 240, 15},
+    };
     for (const Case& c : cases) {
-        LVShmem reader(LVShmemRole::Reader);
-        RecordingOutput out;
-        LVVcamBridge bridge(reader, out, bgraOptions(c.size, c.rate));
-        ASSERT_TRUE(bridge.open(nullptr));
-        EXPECT_EQ(out.openedLayout.width, c.w);
-        EXPECT_EQ(out.openedLayout.height, c.h);
-        EXPECT_EQ(out.openedRate, c.wantRate);
-    }
-    producer.setAppNotRunning();
-    producer.removeSegments();
-
-    // Nothing running: what Lumaveil will render at, from its preferences, else 320x240 at 15.
-    QTemporaryDir dir;
-    struct Stored {
-        QByteArray prefs; // empty: no file
-        int w, h, rate;
-    };
-    const Stored stored[] = {
-        {R"({"videoSize": "{1280, 720}", "frameRate": 30})", 1280, 720, 30},
-        {R"({"frameRate": 24})", 320, 240, 24},
-        {R"({"videoSize": "{99999, 720}", "frameRate": 0})", 320, 240, 15},
-        {"{ damaged", 320, 240, 15},
-        {"", 320, 240, 15},
-    };
-    for (const Stored& c : stored) {
-        SCOPED_TRACE(c.prefs.toStdString());
-        const QString path = dir.filePath(QStringLiteral("prefs.json"));
-        QFile::remove(path);
+        SCOPED_TRACE(testing::Message() << c.producer << " " << c.prefs.toStdString());
+        lvUnlinkFrameSegments();
+        std::optional<LVShmem> producer;
+        if (c.producer) {
+            producer.emplace(LVShmemRole::Producer);
+            producer->setAppRunning();
+            publishGrey(*producer, 64, 48, 25, 10);
+        }
+        QFile::remove(dir.filePath(QStringLiteral("prefs.json")));
         if (!c.prefs.isEmpty()) {
             ASSERT_TRUE(lvWriteFiles(dir.path(), {{"prefs.json", c.prefs}}));
         }
         LVShmem reader(LVShmemRole::Reader);
         RecordingOutput out;
-        LVVcamOptions o = bgraOptions();
-        o.preferencesPath = path;
+        LVVcamOptions o = bgraOptions(c.size, c.rate);
+        o.preferencesPath = dir.filePath(QStringLiteral("prefs.json"));
         LVVcamBridge bridge(reader, out, o);
         ASSERT_TRUE(bridge.open(nullptr));
         EXPECT_EQ(out.openedLayout.width, c.w);
         EXPECT_EQ(out.openedLayout.height, c.h);
-        EXPECT_EQ(out.openedRate, c.rate);
+        EXPECT_EQ(out.openedRate, c.wantRate);
     }
 }
 
