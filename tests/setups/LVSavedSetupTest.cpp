@@ -149,8 +149,9 @@ TEST_F(SavedSetup, LegacyArrayIsRewrittenAsDictionaryOnFirstPersist)
     EXPECT_EQ(LVSavedSetup(nullptr, path("Old")).fileForm(), LVSavedSetup::FileForm::Dictionary);
 }
 
-// A newer build's effect and keys come back byte for byte, whatever the setup goes through.
-TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytes)
+// A newer build's effect and keys come back byte for byte, whatever the setup goes through; a
+// duplicate is written at once, icon and key included, and leaves the original as it was.
+TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytesThroughRenameAndDuplicate)
 {
     const QJsonObject original{{"encoded", QJsonArray{b64(sourceBlob()), b64(kForeignBlob)}},
                                {"midiKey", 3},
@@ -160,9 +161,14 @@ TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytes)
     EXPECT_EQ(setup.instantiateWithContext(nullptr).size(), 1u) << "the unknown kind is skipped when loading";
 
     setup.setMidiKey(9);
+    setup.setIcon(redImage(64, 64));
     setup.setName("Future Renamed");
+    const QByteArray renamedBytes = readAll(path("Future Renamed"));
     LVSavedSetup copy(std::vector<LVEffectRef>{}, path("Copy"));
+    QSignalSpy sourceChanged(&copy, &LVSavedSetup::hasVideoSourceChanged);
     copy.duplicateFrom(LVSavedSetup(nullptr, path("Future Renamed")));
+    EXPECT_EQ(sourceChanged.count(), 1) << "the list redraws the copy";
+    EXPECT_EQ(readAll(path("Future Renamed")), renamedBytes) << "the original is untouched";
 
     for (const QString& name : {QString("Future Renamed"), QString("Copy")}) {
         SCOPED_TRACE(name.toStdString());
@@ -172,6 +178,9 @@ TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytes)
         EXPECT_EQ(QByteArray::fromBase64(blobs.at(1).toString().toLatin1()), kForeignBlob);
         EXPECT_EQ(stored.value("tags"), original.value("tags"));
         EXPECT_EQ(stored.value("midiKey").toInt(), 9);
+        const LVSavedSetup reread(nullptr, path(name));
+        EXPECT_EQ(reread.encoded(), setup.encoded());
+        EXPECT_EQ(reread.iconData(), setup.iconData());
     }
 }
 
@@ -242,26 +251,6 @@ TEST_F(SavedSetup, RenameMovesTheFileOrKeepsNameAndFileWhenItCannot)
         }
         EXPECT_EQ(QDir(dir_.path()).entryList(QDir::Files).size(), 1);
     }
-}
-
-TEST_F(SavedSetup, DuplicateCopiesContentAndMidiKeyAndWritesAtOnce)
-{
-    LVSavedSetup original({newTestEffect(setupTestSource()), newTestEffect(setupTestEffect(), "Warm")},
-                          path("Show"));
-    original.setIcon(redImage(64, 64));
-    original.setMidiKey(61);
-    const QByteArray originalBytes = readAll(path("Show"));
-
-    LVSavedSetup copy(std::vector<LVEffectRef>{}, path("Copy of Show"));
-    QSignalSpy sourceChanged(&copy, &LVSavedSetup::hasVideoSourceChanged);
-    copy.duplicateFrom(original);
-    EXPECT_EQ(sourceChanged.count(), 1) << "the list redraws the copy";
-    // Written at once: the file holds it all, and both setups answer the same key.
-    const LVSavedSetup reread(nullptr, path("Copy of Show"));
-    EXPECT_EQ(reread.encoded(), original.encoded());
-    EXPECT_EQ(reread.midiKey(), 61u);
-    EXPECT_EQ(reread.iconData(), original.iconData());
-    EXPECT_EQ(readAll(path("Show")), originalBytes) << "the original is untouched";
 }
 
 TEST_F(SavedSetup, InstantiatesFreshEffectsMarkedWithTheSetupName)
