@@ -16,7 +16,7 @@
 
 namespace {
 
-// Keeps what the bridge writes.
+// Keeps what the bridge writes; a consumer that follows accepts a new size or rate while open.
 class RecordingOutput : public LVVideoOutput {
 public:
     bool open(LVVcamLayout& layout, int rate, QString*) override
@@ -25,6 +25,7 @@ public:
         openedRate = rate;
         return true;
     }
+    bool reconfigure(LVVcamLayout& layout, int rate) override { return follows && open(layout, rate, nullptr); }
     bool writeFrame(const uint8_t* data, size_t bytes) override
     {
         frames.emplace_back(data, data + bytes);
@@ -32,6 +33,7 @@ public:
     }
     QString description() const override { return QStringLiteral("recording"); }
 
+    bool follows = false;
     LVVcamLayout openedLayout;
     int openedRate = 0;
     std::vector<std::vector<uint8_t>> frames;
@@ -120,17 +122,6 @@ TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGivenElseFromThePr
     }
 }
 
-// An output whose consumer accepts a new size or rate while open.
-class FollowingOutput : public RecordingOutput {
-public:
-    bool reconfigure(LVVcamLayout& layout, int rate) override
-    {
-        openedLayout = layout;
-        openedRate = rate;
-        return true;
-    }
-};
-
 TEST_F(LVVcamBridgeTest, FollowsTheProducerWhereTheConsumerCanElseWritesWhatWasAnnounced)
 {
     using namespace std::chrono;
@@ -150,24 +141,24 @@ TEST_F(LVVcamBridgeTest, FollowsTheProducerWhereTheConsumerCanElseWritesWhatWasA
         producer.setAppRunning();
         publishGrey(producer, 8, 8, 15, 10);
         LVShmem reader(LVShmemRole::Reader);
-        std::unique_ptr<RecordingOutput> out =
-            c.consumerFollows ? std::make_unique<FollowingOutput>() : std::make_unique<RecordingOutput>();
-        LVVcamBridge bridge(reader, *out, bgraOptions());
+        RecordingOutput out;
+        out.follows = c.consumerFollows;
+        LVVcamBridge bridge(reader, out, bgraOptions());
         ASSERT_TRUE(bridge.open(nullptr));
-        ASSERT_EQ(out->openedRate, 15);
+        ASSERT_EQ(out.openedRate, 15);
         const auto t0 = LVVcamBridge::Clock::now();
         ASSERT_TRUE(bridge.step(t0));
-        out->frames.clear();
+        out.frames.clear();
         for (int i = 1; i <= 6; ++i) {
             publishGrey(producer, 16, 8, 30, uint8_t(10 + i));
             ASSERT_TRUE(bridge.step(t0 + milliseconds(34 * i)));
         }
-        EXPECT_EQ(out->openedLayout.width, c.wantW);
-        EXPECT_EQ(out->openedLayout.height, c.wantH);
+        EXPECT_EQ(out.openedLayout.width, c.wantW);
+        EXPECT_EQ(out.openedLayout.height, c.wantH);
         EXPECT_EQ(bridge.rate(), c.wantRate);
-        EXPECT_EQ(out->openedRate, c.wantRate);
-        EXPECT_EQ(out->frames.size(), c.written);
-        EXPECT_EQ(out->frames.back().size(), size_t(c.wantW * c.wantH * 4));
+        EXPECT_EQ(out.openedRate, c.wantRate);
+        EXPECT_EQ(out.frames.size(), c.written);
+        EXPECT_EQ(out.frames.back().size(), size_t(c.wantW * c.wantH * 4));
     }
 }
 
