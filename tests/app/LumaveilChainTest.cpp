@@ -156,7 +156,7 @@ TEST_F(LVControllerTest, DroppedFilesMakeQuickEffects)
     }
 }
 
-TEST_F(LVControllerTest, SwapExchangesTheSourceWithThePipSource)
+TEST_F(LVControllerTest, SwapExchangesTheSourceWithThePipSourceChosenByKindName)
 {
     auto red = make("RedSource", "red");
     auto blue = make("BlueSource", "blue");
@@ -175,11 +175,8 @@ TEST_F(LVControllerTest, SwapExchangesTheSourceWithThePipSource)
     EXPECT_TRUE(app->pipSelected());
     app->setSelectedEffect(red);
     EXPECT_FALSE(app->pipSelected());
-}
 
-TEST_F(LVControllerTest, PipSourceIsChosenByKindName)
-{
-    auto pip = make<LVTestPip>("TestPip", "pip");
+    // The inset is chosen by kind name, only on an effect that holds one.
     auto marker = make("Marker", "marker");
     const struct {
         LVEffectRef effect;

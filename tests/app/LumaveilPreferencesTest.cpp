@@ -39,17 +39,34 @@ void writeFile(const QString& path, const QByteArray& bytes)
 
 } // namespace
 
-TEST_F(LVControllerTest, StoredPreferencesApplyAtStartAndUnusableOnesFallBack)
+TEST_F(LVControllerTest, SettersWriteThroughAtOnceAndApplyAtTheNextStart)
 {
-    defaults->setValue("frameRate", 30);
-    defaults->setValue("noVirtualDriver", true);
-    defaults->setValue("mirrorImagePreview", true);
+    QSignalSpy changed(app.get(), &Lumaveil::preferenceChanged);
+    app->setFrameRate(24);
+    app->setMirrorImagePreview(true);
+    app->setSyphonServerEnabled(true);
+    app->setNoVirtualDriver(true);
+    app->setAudioOutputDevice(QStringLiteral("Speakers"));
+    EXPECT_EQ(readJson(prefsPath()), (QJsonObject{{"version", 300}, {"frameRate", 24}, {"mirrorImagePreview", true},
+                                                  {"syphonServerEnabled", true}, {"noVirtualDriver", true},
+                                                  {"audioOutputDevice", "Speakers"}}));
+    EXPECT_GE(changed.count(), 5);
+    for (int refused : {0, -1, LVMaxFrameRate + 1}) {
+        app->setFrameRate(refused);
+        EXPECT_EQ(app->frameRate(), 24) << refused;
+    }
+
+    app.reset();
+    defaults = std::make_unique<LVDefaults>(prefsPath());
     start();
-    EXPECT_EQ(app->frameRate(), 30);
+    EXPECT_EQ(app->frameRate(), 24);
     EXPECT_TRUE(app->isNoVirtualDriver());
     EXPECT_FALSE(app->shmem().appRunning());
     EXPECT_TRUE(app->isMirrorImagePreview());
+}
 
+TEST_F(LVControllerTest, UnusableStoredPreferencesFallBack)
+{
     for (const QJsonValue& bad : {QJsonValue(0), QJsonValue(-5), QJsonValue("fast"), QJsonValue(100000)}) {
         defaults->setValue("frameRate", bad);
         start();
@@ -170,26 +187,6 @@ TEST(LVDefaultsTest, AFileThatCannotBeReadOrKeptIsNeverWrittenOver)
                 EXPECT_EQ(readFile(path), damaged);
             }
         }
-    }
-}
-
-TEST_F(LVControllerTest, SettersWriteThroughAtOnce)
-{
-    QSignalSpy changed(app.get(), &Lumaveil::preferenceChanged);
-    app->setFrameRate(24);
-    app->setMirrorImagePreview(true);
-    app->setSyphonServerEnabled(true);
-    app->setNoVirtualDriver(true);
-    app->setAudioOutputDevice(QStringLiteral("Speakers"));
-    const QJsonObject stored = readJson(prefsPath());
-    EXPECT_EQ(stored, (QJsonObject{{"version", 300}, {"frameRate", 24}, {"mirrorImagePreview", true},
-                                   {"syphonServerEnabled", true}, {"noVirtualDriver", true},
-                                   {"audioOutputDevice", "Speakers"}}));
-    EXPECT_GE(changed.count(), 5);
-
-    for (int refused : {0, -1, LVMaxFrameRate + 1}) {
-        app->setFrameRate(refused);
-        EXPECT_EQ(app->frameRate(), 24) << refused;
     }
 }
 
