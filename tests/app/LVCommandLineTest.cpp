@@ -79,14 +79,6 @@ TEST(LVCommandLineTest, AcceptsTheOptionsAndRefusesNonsenseSayingWhatIsAllowed)
     }
 }
 
-// Stored sizes are "{w, h}" with doubles; anything else falls back to the default size.
-TEST(LVCommandLineTest, StoredSizeStrings)
-{
-    const std::pair<const char*, std::optional<QSize>> cases[] = {
-        {"{640, 480}", QSize(640, 480)}, {"{1280.7,720}", QSize(1280, 720)}, {"640, 480", std::nullopt}};
-    for (const auto& [text, size] : cases) EXPECT_EQ(LVParseSizeString(QString::fromLatin1(text)), size) << text;
-}
-
 TEST(LVCommandLineTest, CloseMatchesForUnknownNames)
 {
     const QStringList known{QStringLiteral("Clock"), QStringLiteral("Lower Third"), QStringLiteral("Blur"),

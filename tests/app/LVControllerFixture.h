@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 
 #include <memory>
+#include <string>
 
 class LVManualClock : public LVClock {
 public:
@@ -98,11 +99,12 @@ protected:
         return effect;
     }
 
-    QStringList chainNames() const
+    // The live chain's names, comma-separated.
+    std::string chain() const
     {
         QStringList names;
         for (const auto& effect : app->liveEffects()) names.append(effect->name());
-        return names;
+        return names.join(QLatin1Char(',')).toStdString();
     }
 
     QTemporaryDir dir;

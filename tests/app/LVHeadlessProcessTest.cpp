@@ -94,6 +94,9 @@ TEST_F(LVHeadlessProcessTest, RendersTheAskedFramesSaysWhatItDoesAndBenchesOnReq
     EXPECT_TRUE(status.front().contains(QStringLiteral("shared memory"))) << status.front().toStdString();
     EXPECT_EQ(lastJsonLine().value(QStringLiteral("frames")).toInt(), 5) << out.toStdString();
     EXPECT_FALSE(err.contains(QStringLiteral("Opening shmem segment"))) << "routine detail stays out of sight";
+    QFile prefs(home.filePath(QStringLiteral("config/lumaveil/com.marrowkit.Lumaveil.json")));
+    ASSERT_TRUE(prefs.open(QIODevice::ReadOnly));
+    EXPECT_FALSE(QJsonDocument::fromJson(prefs.readAll()).object().contains("frameRate")) << "a launch rate is never stored";
 
     LVShmem reader(LVShmemRole::Reader);
     EXPECT_FALSE(reader.appRunning()) << "the producer is marked not running at exit";

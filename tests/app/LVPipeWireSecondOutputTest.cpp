@@ -19,22 +19,13 @@
 
 namespace {
 
-class LVPipeWireSecondOutputTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        lvEnsureApplication();
-        LVRegisterTestKinds();
-        LV_START_PIPEWIRE(daemon);
-        ASSERT_TRUE(dir.isValid());
-    }
-
-    std::unique_ptr<LVPipeWireDaemon> daemon;
-    QTemporaryDir dir;
-};
-
-TEST_F(LVPipeWireSecondOutputTest, NodeCarriesTheFullFrameOnlyWhileThePreferenceIsOn)
+TEST(LVPipeWireSecondOutputTest, NodeCarriesTheFullFrameOnlyWhileThePreferenceIsOn)
 {
+    lvEnsureApplication();
+    LVRegisterTestKinds();
+    std::unique_ptr<LVPipeWireDaemon> daemon;
+    LV_START_PIPEWIRE(daemon);
+    QTemporaryDir dir;
     std::atomic<LVPipeWireSecondOutput*> second = nullptr;
     int made = 0;
     LVDefaults defaults(dir.filePath(QStringLiteral("prefs.json")));

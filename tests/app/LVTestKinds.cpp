@@ -4,24 +4,15 @@
 
 namespace {
 
-// Descriptors must outlive every effect made from them: kept for the whole process.
-std::vector<std::unique_ptr<LVEffectDescriptor>>& keptDescriptors()
-{
-    static std::vector<std::unique_ptr<LVEffectDescriptor>> kept;
-    return kept;
-}
-
 template <class T>
-LVEffectDescriptor* describe(const char* className, const char* name, LVEffectRole role,
-                             LVParameterList parameters = {})
+void registerKind(const char* className, const char* name, LVEffectRole role, LVParameterList parameters = {})
 {
-    auto* descriptor = keptDescriptors().emplace_back(std::make_unique<LVEffectDescriptor>()).get();
-    descriptor->className = QString::fromLatin1(className);
-    descriptor->name = QString::fromLatin1(name);
-    descriptor->role = role;
-    descriptor->parameters = std::move(parameters);
-    descriptor->make = [descriptor] { return std::make_unique<T>(*descriptor); };
-    return descriptor;
+    // Descriptors must outlive every effect made from them: kept for the whole process.
+    static std::vector<std::unique_ptr<LVEffectDescriptor>> kept;
+    auto* descriptor = kept.emplace_back(std::make_unique<LVEffectDescriptor>()).get();
+    *descriptor = {QString::fromLatin1(className), QString::fromLatin1(name), role,
+                   [descriptor] { return std::make_unique<T>(*descriptor); }, std::move(parameters)};
+    LVEffectClasses::registerClass(descriptor);
 }
 
 } // namespace
@@ -31,12 +22,12 @@ void LVRegisterTestKinds()
     static bool registered = false;
     if (registered) return;
     registered = true;
-    LVEffectClasses::registerClass(describe<LVRecordingEffect>("RedSource", "Red Source", LVEffectRole::Source));
-    LVEffectClasses::registerClass(describe<LVRecordingEffect>("BlueSource", "Blue Source", LVEffectRole::Source));
-    LVEffectClasses::registerClass(describe<LVTestMovieSource>("TestMovie", "Movie", LVEffectRole::Source));
-    LVEffectClasses::registerClass(describe<LVTestSlideShow>("TestSlides", "Slide Show", LVEffectRole::Source));
-    LVEffectClasses::registerClass(describe<LVRecordingEffect>("Marker", "Marker", LVEffectRole::Effect));
-    LVEffectClasses::registerClass(describe<LVRecordingEffect>(
-        "TestOverlay", "Image Overlay", LVEffectRole::Effect, {LVImageParameter(QStringLiteral("image"), QStringLiteral("Image"))}));
-    LVEffectClasses::registerClass(describe<LVTestPip>("TestPip", "PIP", LVEffectRole::Effect));
+    registerKind<LVRecordingEffect>("RedSource", "Red Source", LVEffectRole::Source);
+    registerKind<LVRecordingEffect>("BlueSource", "Blue Source", LVEffectRole::Source);
+    registerKind<LVTestMovieSource>("TestMovie", "Movie", LVEffectRole::Source);
+    registerKind<LVTestSlideShow>("TestSlides", "Slide Show", LVEffectRole::Source);
+    registerKind<LVRecordingEffect>("Marker", "Marker", LVEffectRole::Effect);
+    registerKind<LVRecordingEffect>("TestOverlay", "Image Overlay", LVEffectRole::Effect,
+                                    {LVImageParameter(QStringLiteral("image"), QStringLiteral("Image"))});
+    registerKind<LVTestPip>("TestPip", "PIP", LVEffectRole::Effect);
 }

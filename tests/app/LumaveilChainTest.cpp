@@ -37,23 +37,23 @@ TEST_F(LVControllerTest, OneSourceAlwaysFirst)
     auto a = make("Marker", "A");
     app->addOneEffect(a);
     app->addOneEffect(red);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("red"), QStringLiteral("A")}));
+    EXPECT_EQ(chain(), "red,A");
     EXPECT_EQ(red->mode(), LVModeLive);
     EXPECT_EQ(a->mode(), LVModeLive);
 
     app->setSource(red);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("red"), QStringLiteral("A")})) << "same source: no change";
+    EXPECT_EQ(chain(), "red,A") << "same source: no change";
     EXPECT_EQ(red->mode(), LVModeLive);
 
     app->addOneEffect(blue);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("blue"), QStringLiteral("A")}));
+    EXPECT_EQ(chain(), "blue,A");
     EXPECT_EQ(red->mode(), LVModeOff);
     EXPECT_EQ(app->source(), blue);
 
     app->removeEffect(a);
     EXPECT_EQ(a->mode(), LVModeOff);
     app->removeOneEffect(7);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("blue")}));
+    EXPECT_EQ(chain(), "blue");
 }
 
 TEST_F(LVControllerTest, ClearKeepsOrDropsTheSource)
@@ -61,20 +61,18 @@ TEST_F(LVControllerTest, ClearKeepsOrDropsTheSource)
     struct Case {
         bool withSource;
         bool includingSource;
-        QStringList left;
+        const char* left;
     };
-    for (const Case& c : {Case{true, false, {QStringLiteral("src")}}, Case{true, true, {}},
-                          Case{false, false, {}}, Case{false, true, {}}}) {
+    for (const Case& c : {Case{true, false, "src"}, Case{true, true, ""}, Case{false, false, ""}, Case{false, true, ""}}) {
         app->clearEffects(true);
         std::vector<LVEffectRef> removed;
         if (c.withSource) app->addOneEffect(make("RedSource", "src"));
         for (const char* name : {"A", "B"}) {
-            auto effect = make("Marker", name);
-            removed.push_back(effect);
-            app->addOneEffect(effect);
+            removed.push_back(make("Marker", name));
+            app->addOneEffect(removed.back());
         }
         app->clearEffects(c.includingSource);
-        EXPECT_EQ(chainNames(), c.left);
+        EXPECT_EQ(chain(), c.left);
         for (const auto& effect : removed) EXPECT_EQ(effect->mode(), LVModeOff);
     }
 }
@@ -85,21 +83,18 @@ TEST_F(LVControllerTest, AddEffectsFromReplacesOrMerges)
     app->addOneEffect(make("Marker", "old"));
 
     app->addEffectsFrom({make("Marker", "new1"), nullptr, make("Marker", "new2")}, true, false);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("src"), QStringLiteral("old"), QStringLiteral("new1"),
-                                         QStringLiteral("new2")}));
+    EXPECT_EQ(chain(), "src,old,new1,new2");
 
     app->addEffectsFrom({make("Marker", "only")}, false, false);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("src"), QStringLiteral("only")}))
-        << "replacing keeps the source, as the Clear command does";
+    EXPECT_EQ(chain(), "src,only") << "replacing keeps the source, as the Clear command does";
 
     app->addEffectsFrom({make("Marker", "x"), make("BlueSource", "blue")}, false, false);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("blue"), QStringLiteral("x")}))
-        << "a setup's source replaces the current one";
+    EXPECT_EQ(chain(), "blue,x") << "a setup's source replaces the current one";
 
     auto ignored = make("Marker", "ignored");
     ignored->setMode(LVModeLive);
     app->addEffectsFrom({ignored}, true, true);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("blue"), QStringLiteral("x")}));
+    EXPECT_EQ(chain(), "blue,x");
     EXPECT_EQ(ignored->mode(), LVModeOff);
 }
 
@@ -108,13 +103,13 @@ TEST_F(LVControllerTest, ReorderingNeverMovesTheSource)
     app->addOneEffect(make("RedSource", "S"));
     for (const char* name : {"A", "B", "C"}) app->addOneEffect(make("Marker", name));
     app->moveRows({3}, 1);
-    EXPECT_EQ(chainNames().join(QString()), QStringLiteral("SCAB"));
+    EXPECT_EQ(chain(), "S,C,A,B");
     app->moveRows({2}, 0);
-    EXPECT_EQ(chainNames().join(QString()), QStringLiteral("SACB")) << "nothing goes above the source";
+    EXPECT_EQ(chain(), "S,A,C,B") << "nothing goes above the source";
     app->moveRows({0, 2}, 4);
-    EXPECT_EQ(chainNames().join(QString()), QStringLiteral("SACB")) << "a drag with the source is refused";
+    EXPECT_EQ(chain(), "S,A,C,B") << "a drag with the source is refused";
     EXPECT_TRUE(app->acceptDrop({}, {1, 2}, 4));
-    EXPECT_EQ(chainNames().join(QString()), QStringLiteral("SBAC"));
+    EXPECT_EQ(chain(), "S,B,A,C");
     EXPECT_FALSE(app->acceptDrop({}, {}, 1));
 }
 
@@ -132,32 +127,27 @@ TEST_F(LVControllerTest, DroppedFilesMakeQuickEffects)
     struct Case {
         QStringList files;
         int row;
-        const char* kind;  // the name of the kind made, or "" for none
+        QString kind; // the name of the kind made, or empty for none
     };
     for (const Case& c : {Case{{png}, 2, "Image Overlay"}, Case{{png}, 0, "Slide Show"}, Case{{png, jpg}, 2, "Slide Show"},
                           Case{{mp4, mkv}, 2, "Movie"}, Case{{mp4}, 0, "Movie"}, Case{{png, mp4}, 2, ""},
                           Case{{text}, 2, ""}, Case{{text, png}, 2, "Image Overlay"}}) {
+        SCOPED_TRACE(testing::Message() << c.kind.toStdString() << " row " << c.row);
         app->clearEffects(true);
         app->addOneEffect(make("RedSource", "S"));
         app->addOneEffect(make("Marker", "A"));
-        const bool taken = app->acceptDrop(c.files, {}, c.row);
-        const QString kind = QString::fromLatin1(c.kind);
-        EXPECT_EQ(taken, !kind.isEmpty()) << c.kind << " row " << c.row;
-        if (kind.isEmpty()) {
-            EXPECT_EQ(chainNames().join(QString()), QStringLiteral("SA"));
-            continue;
-        }
+        EXPECT_EQ(app->acceptDrop(c.files, {}, c.row), !c.kind.isEmpty());
         const auto& chain = app->liveEffects();
-        if (kind == QStringLiteral("Image Overlay")) {
+        if (c.kind.isEmpty()) {
+            EXPECT_EQ(this->chain(), "S,A");
+        } else if (c.kind == QStringLiteral("Image Overlay")) {
             ASSERT_EQ(chain.size(), 3u);
-            EXPECT_EQ(chain.back()->name(), kind);
+            EXPECT_EQ(chain.back()->name(), c.kind);
             EXPECT_EQ(chain.back()->effectPropertyForName(QStringLiteral("Image")).toString(), png);
-        } else if (kind == QStringLiteral("Slide Show")) {
+        } else if (c.kind == QStringLiteral("Slide Show")) {
             auto* slides = dynamic_cast<LVTestSlideShow*>(chain.front().get());
             ASSERT_TRUE(slides) << "a dropped slide show replaces the source";
-            QStringList images = c.files;
-            images.removeAll(text);
-            EXPECT_EQ(slides->files, images);
+            EXPECT_EQ(slides->files, c.files);
         } else {
             auto* movie = dynamic_cast<LVTestMovieSource*>(chain.front().get());
             ASSERT_TRUE(movie);
@@ -166,7 +156,7 @@ TEST_F(LVControllerTest, DroppedFilesMakeQuickEffects)
     }
 }
 
-TEST_F(LVControllerTest, SwapExchangesTheSourceWithThePipSource)
+TEST_F(LVControllerTest, SwapExchangesTheSourceWithThePipSourceChosenByKindName)
 {
     auto red = make("RedSource", "red");
     auto blue = make("BlueSource", "blue");
@@ -178,24 +168,21 @@ TEST_F(LVControllerTest, SwapExchangesTheSourceWithThePipSource)
     app->addOneEffect(red);
     app->addOneEffect(pip);
     app->doSwap(pip);
-    EXPECT_EQ(chainNames(), (QStringList{QStringLiteral("blue"), QStringLiteral("pip")}));
+    EXPECT_EQ(chain(), "blue,pip");
     EXPECT_EQ(pip->other, red);
     EXPECT_EQ(blue->mode(), LVModeLive);
     EXPECT_EQ(app->selectedEffect(), pip);
     EXPECT_TRUE(app->pipSelected());
     app->setSelectedEffect(red);
     EXPECT_FALSE(app->pipSelected());
-}
 
-TEST_F(LVControllerTest, PipSourceIsChosenByKindName)
-{
-    auto pip = make<LVTestPip>("TestPip", "pip");
+    // The inset is chosen by kind name, only on an effect that holds one.
     auto marker = make("Marker", "marker");
     const struct {
         LVEffectRef effect;
-        const char* kind;
+        QString kind;
         bool taken;
-        const char* inset; // after the step, "" for none
+        QString inset; // after the step, empty for none
     } steps[] = {
         {pip, "Blue Source", true, "Blue Source"},
         {pip, "No Such Source", false, "Blue Source"},
@@ -203,8 +190,9 @@ TEST_F(LVControllerTest, PipSourceIsChosenByKindName)
         {pip, "", true, ""},
     };
     for (const auto& s : steps) {
-        EXPECT_EQ(app->setOtherSourceNamed(s.effect, QString::fromLatin1(s.kind)), s.taken) << s.kind;
-        EXPECT_EQ(pip->other ? pip->other->name() : QString(), QString::fromLatin1(s.inset)) << s.kind;
+        SCOPED_TRACE(s.kind.toStdString());
+        EXPECT_EQ(app->setOtherSourceNamed(s.effect, s.kind), s.taken);
+        EXPECT_EQ(pip->other ? pip->other->name() : QString(), s.inset);
     }
 }
 

@@ -8,9 +8,8 @@
 
 #include <QDateTime>
 #include <QDir>
-#include <QFileInfo>
-#include <QTemporaryDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
@@ -19,11 +18,16 @@
 
 namespace {
 
-QJsonObject readJson(const QString& path)
+// The file's bytes; a null array when it cannot be read.
+QByteArray readFile(const QString& path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) return {};
-    return QJsonDocument::fromJson(file.readAll()).object();
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QJsonObject readJson(const QString& path)
+{
+    return QJsonDocument::fromJson(readFile(path)).object();
 }
 
 void writeFile(const QString& path, const QByteArray& bytes)
@@ -35,38 +39,57 @@ void writeFile(const QString& path, const QByteArray& bytes)
 
 } // namespace
 
-TEST_F(LVControllerTest, StoredPreferencesApplyAtStartAndUnusableOnesFallBack)
+TEST_F(LVControllerTest, SettersWriteThroughAtOnceAndApplyAtTheNextStart)
 {
-    defaults->setValue(QStringLiteral("frameRate"), 30);
-    defaults->setValue(QStringLiteral("noVirtualDriver"), true);
-    defaults->setValue(QStringLiteral("mirrorImagePreview"), true);
+    QSignalSpy changed(app.get(), &Lumaveil::preferenceChanged);
+    app->setFrameRate(24);
+    app->setMirrorImagePreview(true);
+    app->setSyphonServerEnabled(true);
+    app->setNoVirtualDriver(true);
+    app->setAudioOutputDevice(QStringLiteral("Speakers"));
+    EXPECT_EQ(readJson(prefsPath()), (QJsonObject{{"version", 300}, {"frameRate", 24}, {"mirrorImagePreview", true},
+                                                  {"syphonServerEnabled", true}, {"noVirtualDriver", true},
+                                                  {"audioOutputDevice", "Speakers"}}));
+    EXPECT_GE(changed.count(), 5);
+    for (int refused : {0, -1, LVMaxFrameRate + 1}) {
+        app->setFrameRate(refused);
+        EXPECT_EQ(app->frameRate(), 24) << refused;
+    }
+
+    app.reset();
+    defaults = std::make_unique<LVDefaults>(prefsPath());
     start();
-    EXPECT_EQ(app->frameRate(), 30);
+    EXPECT_EQ(app->frameRate(), 24);
     EXPECT_TRUE(app->isNoVirtualDriver());
     EXPECT_FALSE(app->shmem().appRunning());
     EXPECT_TRUE(app->isMirrorImagePreview());
+}
 
-    for (const QJsonValue& bad : {QJsonValue(0), QJsonValue(-5), QJsonValue(QStringLiteral("fast")), QJsonValue(100000)}) {
-        defaults->setValue(QStringLiteral("frameRate"), bad);
+TEST_F(LVControllerTest, UnusableStoredPreferencesFallBack)
+{
+    for (const QJsonValue& bad : {QJsonValue(0), QJsonValue(-5), QJsonValue("fast"), QJsonValue(100000)}) {
+        defaults->setValue("frameRate", bad);
         start();
-        EXPECT_EQ(app->frameRate(), 15) << QJsonDocument(QJsonObject{{QStringLiteral("v"), bad}}).toJson().constData();
+        EXPECT_EQ(app->frameRate(), 15) << QJsonDocument(QJsonObject{{"v", bad}}).toJson().constData();
     }
-    for (const char* bad : {"{0, 0}", "640x480", "{99999, 10}", ""}) {
-        defaults->setValue(QStringLiteral("videoSize"), QString::fromLatin1(bad));
-        EXPECT_EQ(app->videoSize(), QSize(320, 240)) << bad;
+    // Stored sizes are "{w, h}" with doubles; anything else, or out of range, is the default size.
+    const std::pair<const char*, QSize> sizes[] = {{"{1280.7,720}", {1280, 720}}, {"{0, 0}", {320, 240}},
+                                                   {"640, 480", {320, 240}}, {"{99999, 10}", {320, 240}}, {"", {320, 240}}};
+    for (const auto& [text, size] : sizes) {
+        defaults->setValue("videoSize", text);
+        EXPECT_EQ(app->videoSize(), size) << text;
     }
 }
 
 // Only values below 100 are old decimal versions: they are scaled first, then become 300.
 TEST_F(LVControllerTest, OldDecimalVersionIsScaledThenBecomes300)
 {
-    const std::pair<QJsonValue, QList<int>> cases[] = {
-        {2.5, {250, 300}}, {QStringLiteral("2.1"), {210, 300}}, {250, {300}}};
+    const std::pair<QJsonValue, QList<int>> cases[] = {{2.5, {250, 300}}, {"2.1", {210, 300}}, {250, {300}}};
     for (const auto& [old, expected] : cases) {
-        defaults->setValue(QStringLiteral("version"), old);
+        defaults->setValue("version", old);
         QList<int> written;
         QObject::connect(defaults.get(), &LVDefaults::valueChanged, [&](const QString& key) {
-            if (key == QStringLiteral("version")) written.append(defaults->integerForKey(key));
+            if (key == "version") written.append(defaults->integerForKey(key));
         });
         start();
         EXPECT_EQ(written, expected);
@@ -82,15 +105,11 @@ TEST_F(LVControllerTest, DamagedPreferencesAreKeptAsideAndDefaultsUsed)
     writeFile(prefsPath(), damaged);
     defaults = std::make_unique<LVDefaults>(prefsPath());
     ASSERT_FALSE(defaults->damagedFileBackup().isEmpty());
-    QFile backup(defaults->damagedFileBackup());
-    ASSERT_TRUE(backup.open(QIODevice::ReadOnly)) << "the damaged file is never deleted";
-    EXPECT_EQ(backup.readAll(), damaged);
+    EXPECT_EQ(readFile(defaults->damagedFileBackup()), damaged) << "the damaged file is never deleted";
     start();
     EXPECT_EQ(app->frameRate(), 15);
-    const QJsonObject fresh = readJson(prefsPath());
-    EXPECT_EQ(fresh.value(QStringLiteral("version")).toInt(), 300) << "a fresh, valid file replaces it";
-    EXPECT_FALSE(fresh.contains(QStringLiteral("frameRate")));
-    EXPECT_EQ(QDir(dir.path()).entryList({QStringLiteral("prefs.json.damaged-*")}).size(), 1);
+    EXPECT_EQ(readJson(prefsPath()), (QJsonObject{{"version", 300}})) << "a fresh, valid file replaces it";
+    EXPECT_EQ(QDir(dir.path()).entryList({"prefs.json.damaged-*"}).size(), 1);
 }
 
 // Backup names LVDefaults may pick for a damaged file moved aside around now.
@@ -149,53 +168,25 @@ TEST(LVDefaultsTest, AFileThatCannotBeReadOrKeptIsNeverWrittenOver)
         const QFileInfo before(path);
         testing::internal::CaptureStderr();
         LVDefaults defaults(path);
-        defaults.setValue(QStringLiteral("frameRate"), 25);
+        defaults.setValue("frameRate", 25);
         const std::string log = testing::internal::GetCapturedStderr();
         EXPECT_NE(log.find(c.log), std::string::npos) << log;
         EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
         EXPECT_EQ(defaults.isSaving(), c.saving);
-        EXPECT_EQ(defaults.integerForKey(QStringLiteral("frameRate")), 25) << "changes still apply in memory";
-        for (const QString& name : taken) {
-            QFile file(name);
-            ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-            EXPECT_EQ(file.readAll(), planted) << "a backup name in use was written over";
-        }
+        EXPECT_EQ(defaults.integerForKey("frameRate"), 25) << "changes still apply in memory";
+        for (const QString& name : taken) EXPECT_EQ(readFile(name), planted) << "a backup name in use was written over";
         if (c.saving) {
-            QFile backup(defaults.damagedFileBackup());
-            ASSERT_TRUE(backup.open(QIODevice::ReadOnly));
-            EXPECT_EQ(backup.readAll(), damaged);
-            EXPECT_EQ(readJson(path).value(QStringLiteral("frameRate")).toInt(), 25);
+            EXPECT_EQ(readFile(defaults.damagedFileBackup()), damaged);
+            EXPECT_EQ(readJson(path).value("frameRate").toInt(), 25);
         } else {
             const QFileInfo after(path);
             EXPECT_EQ(after.isSymLink(), before.isSymLink());
             EXPECT_EQ(after.isDir(), before.isDir());
             EXPECT_EQ(after.size(), before.size());
             if (c.kind == Kind::NoFreeBackupName) {
-                QFile file(path);
-                ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-                EXPECT_EQ(file.readAll(), damaged);
+                EXPECT_EQ(readFile(path), damaged);
             }
         }
-    }
-}
-
-TEST_F(LVControllerTest, SettersWriteThroughAtOnce)
-{
-    QSignalSpy changed(app.get(), &Lumaveil::preferenceChanged);
-    app->setFrameRate(24);
-    app->setMirrorImagePreview(true);
-    app->setSyphonServerEnabled(true);
-    app->setNoVirtualDriver(true);
-    app->setAudioOutputDevice(QStringLiteral("Speakers"));
-    const QJsonObject stored = readJson(prefsPath());
-    EXPECT_EQ(stored, (QJsonObject{{"version", 300}, {"frameRate", 24}, {"mirrorImagePreview", true},
-                                   {"syphonServerEnabled", true}, {"noVirtualDriver", true},
-                                   {"audioOutputDevice", "Speakers"}}));
-    EXPECT_GE(changed.count(), 5);
-
-    for (int refused : {0, -1, LVMaxFrameRate + 1}) {
-        app->setFrameRate(refused);
-        EXPECT_EQ(app->frameRate(), 24) << refused;
     }
 }
 
@@ -209,11 +200,11 @@ TEST_F(LVControllerTest, AudioOutputDeviceReachesTheChain)
     app->addOneEffect(make("Marker", "A"));
     testLog().clear();
     app->setAudioOutputDevice(QStringLiteral("USB Headset"));
-    EXPECT_EQ(testLog(), (QStringList{QStringLiteral("S.audio=USB Headset"), QStringLiteral("A.audio=USB Headset")}));
-    EXPECT_EQ(app->audioOutputDevice(), QStringLiteral("USB Headset"));
+    EXPECT_EQ(testLog(), (QStringList{"S.audio=USB Headset", "A.audio=USB Headset"}));
+    EXPECT_EQ(app->audioOutputDevice(), "USB Headset");
     testLog().clear();
     app->addOneEffect(make("Marker", "B"));
-    EXPECT_EQ(testLog(), (QStringList{QStringLiteral("B.audio=USB Headset")})) << "new effects follow the choice";
+    EXPECT_EQ(testLog(), QStringList{"B.audio=USB Headset"}) << "new effects follow the choice";
 }
 
 TEST_F(LVControllerTest, VideoSizeMenuStoresSizesForTheNextStart)
@@ -231,8 +222,8 @@ TEST_F(LVControllerTest, VideoSizeMenuStoresSizesForTheNextStart)
                          Case{5, 800, 0, "{800, 240}", true, 5}, Case{5, 640, 480, "{640, 480}", true, 5},
                          Case{2, 0, 0, "{640, 480}", false, 2}}) {
         app->chooseVideoSizeItem(c.index, c.customW, c.customH);
-        EXPECT_EQ(defaults->stringForKey(QStringLiteral("videoSize")), QString::fromLatin1(c.stored));
-        EXPECT_EQ(defaults->boolForKey(QStringLiteral("usingCustomVideoSize")), c.custom);
+        EXPECT_EQ(defaults->stringForKey("videoSize"), c.stored);
+        EXPECT_EQ(defaults->boolForKey("usingCustomVideoSize"), c.custom);
         EXPECT_EQ(app->videoSizeMenuIndex(), c.menuIndex) << c.stored;
     }
     EXPECT_EQ(LVGetWidth(), 320) << "the running size does not change";
@@ -249,8 +240,8 @@ TEST_F(LVControllerTest, QuitMarksTheProducerNotRunningFirst)
     EXPECT_TRUE(app->shmem().appRunning());
     testLog().clear();
     app->applicationWillTerminate();
-    EXPECT_EQ(testLog(), (QStringList{QStringLiteral("frames running=0"), QStringLiteral("studio running=0")}));
+    EXPECT_EQ(testLog(), (QStringList{"frames running=0", "studio running=0"}));
     const QJsonObject stored = readJson(prefsPath());
-    EXPECT_EQ(stored.value(QStringLiteral("windowFrame")).toString(), QStringLiteral("{{10, 20}, {800, 600}}"));
-    EXPECT_EQ(stored.value(QStringLiteral("previewOrigin")).toString(), QStringLiteral("{5, 6}"));
+    EXPECT_EQ(stored.value("windowFrame").toString(), "{{10, 20}, {800, 600}}");
+    EXPECT_EQ(stored.value("previewOrigin").toString(), "{5, 6}");
 }

@@ -149,8 +149,9 @@ TEST_F(SavedSetup, LegacyArrayIsRewrittenAsDictionaryOnFirstPersist)
     EXPECT_EQ(LVSavedSetup(nullptr, path("Old")).fileForm(), LVSavedSetup::FileForm::Dictionary);
 }
 
-// A newer build's effect and keys come back byte for byte, whatever the setup goes through.
-TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytes)
+// A newer build's effect and keys come back byte for byte, whatever the setup goes through; a
+// duplicate is written at once, icon and key included, and leaves the original as it was.
+TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytesThroughRenameAndDuplicate)
 {
     const QJsonObject original{{"encoded", QJsonArray{b64(sourceBlob()), b64(kForeignBlob)}},
                                {"midiKey", 3},
@@ -160,9 +161,14 @@ TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytes)
     EXPECT_EQ(setup.instantiateWithContext(nullptr).size(), 1u) << "the unknown kind is skipped when loading";
 
     setup.setMidiKey(9);
+    setup.setIcon(redImage(64, 64));
     setup.setName("Future Renamed");
+    const QByteArray renamedBytes = readAll(path("Future Renamed"));
     LVSavedSetup copy(std::vector<LVEffectRef>{}, path("Copy"));
+    QSignalSpy sourceChanged(&copy, &LVSavedSetup::hasVideoSourceChanged);
     copy.duplicateFrom(LVSavedSetup(nullptr, path("Future Renamed")));
+    EXPECT_EQ(sourceChanged.count(), 1) << "the list redraws the copy";
+    EXPECT_EQ(readAll(path("Future Renamed")), renamedBytes) << "the original is untouched";
 
     for (const QString& name : {QString("Future Renamed"), QString("Copy")}) {
         SCOPED_TRACE(name.toStdString());
@@ -172,6 +178,9 @@ TEST_F(SavedSetup, UnknownKindsAndKeysKeepTheirBytes)
         EXPECT_EQ(QByteArray::fromBase64(blobs.at(1).toString().toLatin1()), kForeignBlob);
         EXPECT_EQ(stored.value("tags"), original.value("tags"));
         EXPECT_EQ(stored.value("midiKey").toInt(), 9);
+        const LVSavedSetup reread(nullptr, path(name));
+        EXPECT_EQ(reread.encoded(), setup.encoded());
+        EXPECT_EQ(reread.iconData(), setup.iconData());
     }
 }
 
@@ -244,26 +253,6 @@ TEST_F(SavedSetup, RenameMovesTheFileOrKeepsNameAndFileWhenItCannot)
     }
 }
 
-TEST_F(SavedSetup, DuplicateCopiesContentAndMidiKeyAndWritesAtOnce)
-{
-    LVSavedSetup original({newTestEffect(setupTestSource()), newTestEffect(setupTestEffect(), "Warm")},
-                          path("Show"));
-    original.setIcon(redImage(64, 64));
-    original.setMidiKey(61);
-    const QByteArray originalBytes = readAll(path("Show"));
-
-    LVSavedSetup copy(std::vector<LVEffectRef>{}, path("Copy of Show"));
-    QSignalSpy sourceChanged(&copy, &LVSavedSetup::hasVideoSourceChanged);
-    copy.duplicateFrom(original);
-    EXPECT_EQ(sourceChanged.count(), 1) << "the list redraws the copy";
-    // Written at once: the file holds it all, and both setups answer the same key.
-    const LVSavedSetup reread(nullptr, path("Copy of Show"));
-    EXPECT_EQ(reread.encoded(), original.encoded());
-    EXPECT_EQ(reread.midiKey(), 61u);
-    EXPECT_EQ(reread.iconData(), original.iconData());
-    EXPECT_EQ(readAll(path("Show")), originalBytes) << "the original is untouched";
-}
-
 TEST_F(SavedSetup, InstantiatesFreshEffectsMarkedWithTheSetupName)
 {
     auto tint = newTestEffect(setupTestEffect(), "Warm");
@@ -284,20 +273,6 @@ TEST_F(SavedSetup, InstantiatesFreshEffectsMarkedWithTheSetupName)
     EXPECT_DOUBLE_EQ(first[1]->parameterValue("amount").toDouble(), 0.25);
 }
 
-TEST_F(SavedSetup, NamesDifferingOnlyByCaseAreTwoSetupsThatSortTogether)
-{
-    LVSavedSetup upper({newTestEffect(setupTestSource())}, path("X"));
-    LVSavedSetup lower({newTestEffect(setupTestEffect())}, path("x"));
-    LVSavedSetup after(std::vector<LVEffectRef>{}, path("Y"));
-    upper.persist();
-    lower.persist();
-    EXPECT_TRUE(LVSavedSetup(nullptr, path("X")).hasVideoSource());
-    EXPECT_FALSE(LVSavedSetup(nullptr, path("x")).hasVideoSource());
-    EXPECT_TRUE(LVSavedSetup::lessThan(upper, after));
-    EXPECT_TRUE(LVSavedSetup::lessThan(lower, after));
-    EXPECT_NE(LVSavedSetup::lessThan(upper, lower), LVSavedSetup::lessThan(lower, upper));
-}
-
 TEST_F(SavedSetup, NameProblems)
 {
     const std::vector<std::pair<QString, bool>> cases = {
@@ -312,14 +287,12 @@ TEST_F(SavedSetup, NameProblems)
 
 TEST_F(SavedSetup, IconIsTheFrameFittedOnBlack)
 {
+    const QRgb red = qRgb(255, 0, 0), black = qRgb(0, 0, 0);
     const QImage wide = LVSavedSetup::iconFromFrame(redImage(320, 160));
     ASSERT_EQ(wide.size(), QSize(64, 64));
-    EXPECT_EQ(wide.pixel(32, 32), qRgb(255, 0, 0));
-    EXPECT_EQ(wide.pixel(32, 4), qRgb(0, 0, 0));
-    EXPECT_EQ(wide.pixel(32, 60), qRgb(0, 0, 0));
+    EXPECT_EQ((std::vector{wide.pixel(32, 32), wide.pixel(32, 4), wide.pixel(32, 60)}), (std::vector{red, black, black}));
     const QImage tall = LVSavedSetup::iconFromFrame(redImage(100, 200));
-    EXPECT_EQ(tall.pixel(4, 32), qRgb(0, 0, 0));
-    EXPECT_EQ(tall.pixel(32, 32), qRgb(255, 0, 0));
+    EXPECT_EQ((std::vector{tall.pixel(32, 32), tall.pixel(4, 32)}), (std::vector{red, black}));
 }
 
 } // namespace

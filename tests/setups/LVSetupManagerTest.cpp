@@ -22,17 +22,12 @@
 
 namespace {
 
-QStringList namesOf(const std::vector<LVSavedSetupRef>& setups)
+// The names of setups or of sets, in their order.
+template <class List>
+QStringList namesOf(const List& items)
 {
     QStringList names;
-    for (const auto& setup : setups) names.append(setup->name());
-    return names;
-}
-
-QStringList setNamesOf(const LVSetupManager& manager)
-{
-    QStringList names;
-    for (const auto& set : manager.allSets()) names.append(set->name());
+    for (const auto& item : items) names.append(item->name());
     return names;
 }
 
@@ -192,7 +187,7 @@ TEST_F(SetupManager, SetOperations)
     manager->removeSet("A");
     EXPECT_EQ(manager->currentSet(), manager->allSet()) << "removing the current set falls back to all setups";
     EXPECT_EQ(current.count(), 1);
-    EXPECT_EQ(setNamesOf(*manager), QStringList({"B"}));
+    EXPECT_EQ(namesOf(manager->allSets()), QStringList({"B"}));
     manager->removeSet("Nope");
     manager->selectSetWithName("Nope");
     EXPECT_EQ(manager->currentSet(), manager->allSet());
@@ -216,7 +211,7 @@ TEST_F(SetupManager, PendingSetsAndHintsAreWrittenAtQuitAndComeBackInTheirOrder)
     QFile::remove(setupDir() + "/Two");
 
     auto manager = start();
-    EXPECT_EQ(setNamesOf(*manager), QStringList({"Zulu", "Alpha"}));
+    EXPECT_EQ(namesOf(manager->allSets()), QStringList({"Zulu", "Alpha"}));
     EXPECT_EQ(namesOf(manager->setWithName("Zulu")->setups()), QStringList({"Three", "One"}));
     EXPECT_TRUE(manager->setWithName("Alpha")->setups().empty()) << "a member whose file is gone is dropped";
     const auto hint = manager->setWithName("Zulu")->positionHintForSetup("One");

@@ -11,11 +11,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <optional>
 #include <vector>
 
 namespace {
 
-// Keeps what the bridge writes.
+// Keeps what the bridge writes; a consumer that follows accepts a new size or rate while open.
 class RecordingOutput : public LVVideoOutput {
 public:
     bool open(LVVcamLayout& layout, int rate, QString*) override
@@ -24,6 +25,7 @@ public:
         openedRate = rate;
         return true;
     }
+    bool reconfigure(LVVcamLayout& layout, int rate) override { return follows && open(layout, rate, nullptr); }
     bool writeFrame(const uint8_t* data, size_t bytes) override
     {
         frames.emplace_back(data, data + bytes);
@@ -31,6 +33,7 @@ public:
     }
     QString description() const override { return QStringLiteral("recording"); }
 
+    bool follows = false;
     LVVcamLayout openedLayout;
     int openedRate = 0;
     std::vector<std::vector<uint8_t>> frames;
@@ -72,71 +75,52 @@ protected:
     void TearDown() override { lvUnlinkFrameSegments(); }
 };
 
-TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGiven)
+// The producer's size and rate unless given; with nothing running, what Lumaveil will render
+// at, from its preferences, else 320x240 at 15.
+TEST_F(LVVcamBridgeTest, TakesSizeAndRateFromTheProducerUnlessGivenElseFromThePreferences)
 {
-    LVShmem producer(LVShmemRole::Producer);
-    producer.setAppRunning();
-    publishGrey(producer, 64, 48, 25, 10);
+    QTemporaryDir dir;
+    const QByteArray hd = R"({"videoSize": "{1280, 720}", "frameRate": 30})";
     struct Case {
+        bool producer; // one publishing 64x48 at 25 fps
         QSize size;
         int rate;
+        QByteArray prefs; // empty: no file
         int w, h, wantRate;
     };
-    const Case cases[] = {{{}, 0, 64, 48, 25}, {{32, 16}, 60, 32, 16, 60}};
+    const Case cases[] = {
+        {true, {}, 0, hd, 64, 48, 25},
+        {true, {32, 16}, 60, hd, 32, 16, 60},
+        {false, {}, 0, hd, 1280, 720, 30},
+        {false, {}, 0, R"({"frameRate": 24})", 320, 240, 24},
+        {false, {}, 0, R"({"videoSize": "{99999, 720}", "frameRate": 0})", 320, 240, 15},
+        {false, {}, 0, "{ damaged", 320, 240, 15},
+        {false, {}, 0, "", 320, 240, 15},
+    };
     for (const Case& c : cases) {
-        LVShmem reader(LVShmemRole::Reader);
-        RecordingOutput out;
-        LVVcamBridge bridge(reader, out, bgraOptions(c.size, c.rate));
-        ASSERT_TRUE(bridge.open(nullptr));
-        EXPECT_EQ(out.openedLayout.width, c.w);
-        EXPECT_EQ(out.openedLayout.height, c.h);
-        EXPECT_EQ(out.openedRate, c.wantRate);
-    }
-    producer.setAppNotRunning();
-    producer.removeSegments();
-
-    // Nothing running: what Lumaveil will render at, from its preferences, else 320x240 at 15.
-    QTemporaryDir dir;
-    struct Stored {
-        QByteArray prefs; // empty: no file
-        int w, h, rate;
-    };
-    const Stored stored[] = {
-        {R"({"videoSize": "{1280, 720}", "frameRate": 30})", 1280, 720, 30},
-        {R"({"frameRate": 24})", 320, 240, 24},
-        {R"({"videoSize": "{99999, 720}", "frameRate": 0})", 320, 240, 15},
-        {"{ damaged", 320, 240, 15},
-        {"", 320, 240, 15},
-    };
-    for (const Stored& c : stored) {
-        SCOPED_TRACE(c.prefs.toStdString());
-        const QString path = dir.filePath(QStringLiteral("prefs.json"));
-        QFile::remove(path);
+        SCOPED_TRACE(testing::Message() << c.producer << " " << c.prefs.toStdString());
+        lvUnlinkFrameSegments();
+        std::optional<LVShmem> producer;
+        if (c.producer) {
+            producer.emplace(LVShmemRole::Producer);
+            producer->setAppRunning();
+            publishGrey(*producer, 64, 48, 25, 10);
+        }
+        QFile::remove(dir.filePath(QStringLiteral("prefs.json")));
         if (!c.prefs.isEmpty()) {
             ASSERT_TRUE(lvWriteFiles(dir.path(), {{"prefs.json", c.prefs}}));
         }
         LVShmem reader(LVShmemRole::Reader);
         RecordingOutput out;
-        LVVcamOptions o = bgraOptions();
-        o.preferencesPath = path;
+        LVVcamOptions o = bgraOptions(c.size, c.rate);
+        o.preferencesPath = dir.filePath(QStringLiteral("prefs.json"));
         LVVcamBridge bridge(reader, out, o);
         ASSERT_TRUE(bridge.open(nullptr));
         EXPECT_EQ(out.openedLayout.width, c.w);
         EXPECT_EQ(out.openedLayout.height, c.h);
-        EXPECT_EQ(out.openedRate, c.rate);
+        EXPECT_EQ(out.openedRate, c.wantRate);
     }
 }
-
-// An output whose consumer accepts a new size or rate while open.
-class FollowingOutput : public RecordingOutput {
-public:
-    bool reconfigure(LVVcamLayout& layout, int rate) override
-    {
-        openedLayout = layout;
-        openedRate = rate;
-        return true;
-    }
-};
 
 TEST_F(LVVcamBridgeTest, FollowsTheProducerWhereTheConsumerCanElseWritesWhatWasAnnounced)
 {
@@ -157,24 +141,24 @@ TEST_F(LVVcamBridgeTest, FollowsTheProducerWhereTheConsumerCanElseWritesWhatWasA
         producer.setAppRunning();
         publishGrey(producer, 8, 8, 15, 10);
         LVShmem reader(LVShmemRole::Reader);
-        std::unique_ptr<RecordingOutput> out =
-            c.consumerFollows ? std::make_unique<FollowingOutput>() : std::make_unique<RecordingOutput>();
-        LVVcamBridge bridge(reader, *out, bgraOptions());
+        RecordingOutput out;
+        out.follows = c.consumerFollows;
+        LVVcamBridge bridge(reader, out, bgraOptions());
         ASSERT_TRUE(bridge.open(nullptr));
-        ASSERT_EQ(out->openedRate, 15);
+        ASSERT_EQ(out.openedRate, 15);
         const auto t0 = LVVcamBridge::Clock::now();
         ASSERT_TRUE(bridge.step(t0));
-        out->frames.clear();
+        out.frames.clear();
         for (int i = 1; i <= 6; ++i) {
             publishGrey(producer, 16, 8, 30, uint8_t(10 + i));
             ASSERT_TRUE(bridge.step(t0 + milliseconds(34 * i)));
         }
-        EXPECT_EQ(out->openedLayout.width, c.wantW);
-        EXPECT_EQ(out->openedLayout.height, c.wantH);
+        EXPECT_EQ(out.openedLayout.width, c.wantW);
+        EXPECT_EQ(out.openedLayout.height, c.wantH);
         EXPECT_EQ(bridge.rate(), c.wantRate);
-        EXPECT_EQ(out->openedRate, c.wantRate);
-        EXPECT_EQ(out->frames.size(), c.written);
-        EXPECT_EQ(out->frames.back().size(), size_t(c.wantW * c.wantH * 4));
+        EXPECT_EQ(out.openedRate, c.wantRate);
+        EXPECT_EQ(out.frames.size(), c.written);
+        EXPECT_EQ(out.frames.back().size(), size_t(c.wantW * c.wantH * 4));
     }
 }
 
