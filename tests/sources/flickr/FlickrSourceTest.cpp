@@ -127,7 +127,7 @@ protected:
     }
 };
 
-TEST_F(FlickrSourceTest, TypedTextIsLookedUpByAddressOrByName)
+TEST_F(FlickrSourceTest, TypedTextIsLookedUpAndAChosenSetListsItsPhotosInOrder)
 {
     const struct {
         const char* typed;
@@ -137,8 +137,9 @@ TEST_F(FlickrSourceTest, TypedTextIsLookedUpByAddressOrByName)
         {"Stewart", "api_key=feedfacefeedfacefeedfacefeedface&method=flickr.people.findByUsername&username=Stewart"},
         {"Big Al & Co", "api_key=feedfacefeedfacefeedfacefeedface&method=flickr.people.findByUsername&username=Big%20Al%20%26%20Co"},
     };
+    std::unique_ptr<FlickrSource> source;
     for (const auto& c : cases) {
-        auto source = makeSource();
+        source = makeSource();
         const qsizetype before = restCalls().size();
         source->setEmail(c.typed);
         EXPECT_EQ(titles(*source), QStringList{"Searching"});
@@ -146,13 +147,6 @@ TEST_F(FlickrSourceTest, TypedTextIsLookedUpByAddressOrByName)
         EXPECT_EQ(restCalls().at(before), QLatin1String(c.call));
         EXPECT_EQ(restCalls().at(before + 1), "api_key=feedfacefeedfacefeedfacefeedface&method=flickr.photosets.getList&user_id=12037949632%40N01");
     }
-}
-
-TEST_F(FlickrSourceTest, ChoosingASetListsItsPhotosInOrder)
-{
-    auto source = makeSource();
-    source->setEmail("Stewart");
-    ASSERT_TRUE(waitFor([&] { return source->sets().size() == 3; }));
     EXPECT_EQ(titles(*source), (QStringList{"Select a set", "Avis Blanche", "Mah Kittehs"}));
     source->setChanged(0);
     EXPECT_TRUE(source->setURL().isEmpty()) << "the message line is no set";

@@ -83,6 +83,14 @@ protected:
         return lvColourName(lvCentrePixel(*context));
     }
 
+    // Moves the playing movie to position (thousandths of its length) and draws a frame there.
+    static void seek(MovieSource& source, int32_t position)
+    {
+        source.player()->setMoviePosition(position);
+        ASSERT_TRUE(source.player()->waitUntilReady(10000));
+        source.doit();
+    }
+
     char shown(MovieSource& source)
     {
         if (source.player()) source.player()->waitUntilReady(10000);
@@ -249,13 +257,10 @@ TEST_F(MovieSourceTest, TimeCountsUpOrDownInWholeSeconds)
         source->setParameterValue(QStringLiteral("timePosition"), 1);
         source->setParameterValue(QStringLiteral("timeDirection"), direction);
         source->selectMovieFromPlaylist(0);
-        ASSERT_TRUE(source->player()->waitUntilReady(10000));
-        source->doit();
+        seek(*source, 0);
         EXPECT_EQ(source->timeText(), QLatin1String(text)) << direction;
         // A second on, counting either way.
-        source->player()->setMoviePosition(600);
-        ASSERT_TRUE(source->player()->waitUntilReady(10000));
-        source->doit();
+        seek(*source, 600);
         EXPECT_EQ(source->timeText(), "00:01") << direction;
     }
 }
@@ -280,22 +285,15 @@ TEST_F(MovieSourceTest, AtEndTimelineFiresOnceInModeZeroAndEveryFrameInModeTwo)
         source->setAtEndTimeLine(QStringLiteral("Wrap Up"));
         source->setMode(LVModeLive);
         source->selectMovieFromPlaylist(0);
-        ASSERT_TRUE(source->player()->waitUntilReady(10000));
-        source->doit();
+        seek(*source, 0);
         EXPECT_EQ(runs, 0) << "two seconds before the end";
-        source->player()->setMoviePosition(800);
-        ASSERT_TRUE(source->player()->waitUntilReady(10000));
-        source->doit();
+        seek(*source, 800);
         source->doit();
         EXPECT_EQ(runs, c.afterTwoFrames) << "mode " << c.mode;
         if (c.mode == 0) {
             // Back before the point clears the mark; past it again fires again.
-            source->player()->setMoviePosition(0);
-            ASSERT_TRUE(source->player()->waitUntilReady(10000));
-            source->doit();
-            source->player()->setMoviePosition(800);
-            ASSERT_TRUE(source->player()->waitUntilReady(10000));
-            source->doit();
+            seek(*source, 0);
+            seek(*source, 800);
             EXPECT_EQ(runs, 2);
         }
     }
