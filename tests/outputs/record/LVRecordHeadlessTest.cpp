@@ -34,7 +34,7 @@ protected:
     // Asks for recordStatus until it shows text, at most seconds.
     bool waitForStatus(const QString& property, const QString& text, double seconds)
     {
-        return lvWaitUntil([&] { return ctl({QStringLiteral("get"), property}).out.contains(text); }, seconds);
+        return lvWaitFor([&] { return ctl({QStringLiteral("get"), property}).out.contains(text); }, seconds);
     }
 
     // Frames sent so far, from recordStatus.
@@ -56,7 +56,7 @@ TEST_F(RecordHeadlessTest, CtlStartAndStopRecordLeaveAPlayableFile)
     const LVProcessRun started = ctl({QStringLiteral("startRecord"), path});
     ASSERT_EQ(started.status, 0) << started.err.toStdString();
     EXPECT_EQ(started.out.trimmed(), path);
-    ASSERT_TRUE(lvWaitUntil([&] { return framesRecorded() >= 60; }, 60));
+    ASSERT_TRUE(lvWaitFor([&] { return framesRecorded() >= 60; }, 60));
     ASSERT_EQ(ctl({QStringLiteral("stopRecord")}).status, 0);
     ASSERT_TRUE(waitForStatus(QStringLiteral("recordStatus"), QStringLiteral("state=stopped"), 30));
     lvTerminate(*lumaveil);
@@ -68,7 +68,7 @@ TEST_F(RecordHeadlessTest, RecordingCutByKillStillPlays)
     for (const char* name : {"cut.mp4", "cut.mkv"}) {
         const QString path = dir.filePath(QString::fromUtf8(name));
         const auto lumaveil = startLumaveil({QStringLiteral("--record"), path});
-        ASSERT_TRUE(lvWaitUntil([&] { return framesRecorded() >= 90; }, 60)) << name;
+        ASSERT_TRUE(lvWaitFor([&] { return framesRecorded() >= 90; }, 60)) << name;
         lumaveil->kill();
         lumaveil->waitForFinished();
         QProcess decode;

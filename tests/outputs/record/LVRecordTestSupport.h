@@ -1,6 +1,7 @@
 #pragma once
 // Frames, a real media server and ffprobe for the recording and streaming tests.
 #include "outputs/record/LVEncoder.h"
+#include "tests/sources/LVWaitFor.h"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +15,6 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -54,17 +54,6 @@ inline void lvPushPaced(LVEncoder& encoder, int frames, int frameRate, const std
         std::this_thread::sleep_until(start + std::chrono::microseconds(int64_t(i) * 1000000 / frameRate));
         encoder.pushFrame(pool[size_t(i) % pool.size()], double(i) / frameRate);
     }
-}
-
-// Polls until ready() or the time is up.
-inline bool lvWaitUntil(const std::function<bool()>& ready, double seconds)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!ready()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
 }
 
 // A loopback TCP port nobody listens on right now.
@@ -137,14 +126,11 @@ public:
         process_.setProcessChannelMode(QProcess::ForwardedChannels);
         process_.start(QStringLiteral("nginx"), {QStringLiteral("-p"), dir_.path(), QStringLiteral("-c"), QStringLiteral("nginx.conf")});
         if (!process_.waitForStarted()) return false;
-        return lvWaitUntil(
-            [this] {
-                QTcpSocket socket;
-                socket.connectToHost(QHostAddress::LocalHost, port_);
-                return socket.waitForConnected(200) || process_.state() == QProcess::NotRunning;
-            },
-            10) &&
-               process_.state() == QProcess::Running;
+        return lvWaitFor([this] {
+            QTcpSocket socket;
+            socket.connectToHost(QHostAddress::LocalHost, port_);
+            return socket.waitForConnected(200) || process_.state() == QProcess::NotRunning;
+        }) && process_.state() == QProcess::Running;
     }
     void stop()
     {

@@ -101,7 +101,7 @@ TEST_F(StreamTest, StreamKeyNeverReachesTheLog)
         QString error;
         ASSERT_TRUE(encoder.start(&error)) << error.toStdString();
         lvPushPaced(encoder, 30, 30);
-        ASSERT_TRUE(lvWaitUntil([&] { return encoder.status().reconnects >= 2; }, 20));
+        ASSERT_TRUE(lvWaitFor([&] { return encoder.status().reconnects >= 2; }, 20));
         EXPECT_FALSE(encoder.status().problem.isEmpty());
         EXPECT_FALSE(encoder.status().problem.contains(QStringLiteral("Sup3rS3cretKey")));
     }
@@ -126,7 +126,7 @@ TEST_F(StreamTest, SrtCallerReachesAnFfmpegListener)
     LVEncoder encoder(streamSettings(QStringLiteral("srt://127.0.0.1:%1").arg(port)), quickRetries());
     QString error;
     ASSERT_TRUE(encoder.start(&error)) << error.toStdString();
-    ASSERT_TRUE(lvWaitUntil([&] { return encoder.status().state == LVEncoderState::Running; }, 20));
+    ASSERT_TRUE(lvWaitFor([&] { return encoder.status().state == LVEncoderState::Running; }, 20));
     lvPushPaced(encoder, 90, 30);
     encoder.stop();
     ASSERT_TRUE(encoder.waitFinished(30));
@@ -152,7 +152,7 @@ TEST_F(StreamTest, HlsFolderGetsAPlaylistAndSegments)
     QString error;
     ASSERT_TRUE(encoder.start(&error)) << error.toStdString();
     // Frames pushed while the pipeline still starts are not taken: a loaded machine lost half a second.
-    ASSERT_TRUE(lvWaitUntil([&] { return encoder.status().state == LVEncoderState::Running; }, 20));
+    ASSERT_TRUE(lvWaitFor([&] { return encoder.status().state == LVEncoderState::Running; }, 20));
     lvPushPaced(encoder, 90, 30);
     encoder.stop();
     ASSERT_TRUE(encoder.waitFinished(30));

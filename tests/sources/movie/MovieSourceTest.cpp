@@ -6,15 +6,14 @@
 #include "sources/movie/LVMoviePlayer.h"
 #include "sources/webcam/LVCamConverter.h"
 #include "sources/movie/MovieSource.h"
+#include "tests/sources/LVWaitFor.h"
 #include "tests/support/LVTestSupport.h"
 
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QGuiApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTimer>
 
 #include <set>
 
@@ -375,15 +374,7 @@ TEST_F(MovieSourceTest, HotFolderFollowsTheFolderAndKeepsInAndOutPoints)
 
     // A new file arrives: the watcher tells the source.
     ASSERT_TRUE(put("blue", "c.mp4"));
-    QEventLoop loop;
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-        if (source->playlist().size() == 3) loop.quit();
-    });
-    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-    poll.start(20);
-    loop.exec();
-    ASSERT_EQ(source->playlist().size(), 3u);
+    ASSERT_TRUE(lvWaitFor([&] { return source->playlist().size() == 3; }));
     EXPECT_EQ(source->playlist()[0].inPoint, 200);
     EXPECT_EQ(source->playlist()[0].outPoint, 800);
     EXPECT_EQ(source->playlistFile(), 1);

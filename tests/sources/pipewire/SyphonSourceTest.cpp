@@ -73,7 +73,7 @@ protected:
 
     LVPipeWireNode waitListed(const QString& name)
     {
-        EXPECT_TRUE(LVWaitFor([&] { return listed(name); }, 10000)) << name.toStdString() << " never listed";
+        EXPECT_TRUE(lvWaitFor([&] { return listed(name); })) << name.toStdString() << " never listed";
         for (const LVPipeWireNode& node : LVPipeWireSources::nodes()) {
             if (node.name == name) return node;
         }
@@ -152,18 +152,18 @@ TEST_F(SyphonSourceTest, PickedNodeIsShownHeldWhenItLeavesThenBlackAndTakenUpAga
     // Picked through the settings panel, as a user does.
     source->setParameterValue(QLatin1String(SyphonSource::kServerKey), 0);
     EXPECT_EQ(syphon(source).serverName(), node.name);
-    EXPECT_TRUE(LVWaitFor([&] { return showsPicture(*source); }, 10000)) << "the node's picture never showed";
+    EXPECT_TRUE(lvWaitFor([&] { return showsPicture(*source); })) << "the node's picture never showed";
 
     LVSteppedDelayClock clock;
     stopProgram(program);
-    ASSERT_TRUE(LVWaitFor([&] { return !listed(node.name); }, 10000));
+    ASSERT_TRUE(lvWaitFor([&] { return !listed(node.name); }));
     EXPECT_EQ(source->statusNote(), "Waiting for \"Other Program\"");
     EXPECT_TRUE(showsPicture(*source)) << "the last picture goes at once";
     clock.advance(LVCamGrabber::kLostPictureHoldMs + 100);
-    EXPECT_TRUE(LVWaitFor([&] { return showsBlack(*source); }, 5000)) << "the last picture stays for ever";
+    EXPECT_TRUE(lvWaitFor([&] { return showsBlack(*source); }, 5)) << "the last picture stays for ever";
 
     startProgram(node.name, node.description);
-    EXPECT_TRUE(LVWaitFor([&] { return showsPicture(*source); }, 10000)) << "the node was not taken up again";
+    EXPECT_TRUE(lvWaitFor([&] { return showsPicture(*source); })) << "the node was not taken up again";
 }
 
 TEST_F(SyphonSourceTest, ArchivedNodeIsFoundByNameNowOrWhenItAppears)
@@ -193,7 +193,7 @@ TEST_F(SyphonSourceTest, ArchivedNodeIsFoundByNameNowOrWhenItAppears)
             EXPECT_EQ(source->statusNote(), "Waiting for \"Program\"") << c.what;
             startProgram(name, QStringLiteral("Program"));
         }
-        EXPECT_TRUE(LVWaitFor([&] { return showsPicture(*source); }, 10000)) << c.what;
+        EXPECT_TRUE(lvWaitFor([&] { return showsPicture(*source); })) << c.what;
 
         // Stored again by name, not by the panel's index.
         const QJsonObject stored = QJsonDocument::fromJson(LVEffect::dataFromEffect(*source)).object();

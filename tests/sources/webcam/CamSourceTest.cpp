@@ -163,7 +163,7 @@ TEST_F(CamSourceTest, DrawsTheCameraPictureAndNothingWithoutOne)
         context->fetchOpenGLPixels(argb.data(), 8 * 4);
         return argb;
     };
-    ASSERT_TRUE(LVWaitFor([&] {
+    ASSERT_TRUE(lvWaitFor([&] {
         context->reset(false);
         source.doit();
         return read()[1] == 255; // the picture has arrived when the frame turns white

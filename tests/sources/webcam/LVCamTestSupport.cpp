@@ -1,10 +1,7 @@
 #include "LVCamTestSupport.h"
 
-#include <QCoreApplication>
-
 #include <atomic>
 #include <chrono>
-#include <thread>
 
 namespace {
 
@@ -33,17 +30,6 @@ LVSteppedDelayClock::~LVSteppedDelayClock()
 void LVSteppedDelayClock::advance(int milliseconds)
 {
     gSteppedNs += int64_t(milliseconds) * 1000000;
-}
-
-bool LVWaitFor(const std::function<bool()>& done, int limitMs)
-{
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        if (QCoreApplication::instance()) QCoreApplication::processEvents();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 LVPictureReader::LVPictureReader()
@@ -91,15 +77,12 @@ void LVCamFixture::TearDown()
     LVDefaults::setStandardUserDefaults(nullptr);
 }
 
-std::shared_ptr<const LVCamPicture> LVNextPicture(LVCamGrabber& grabber,
-                                                  const std::shared_ptr<const LVCamPicture>& previous, int limitMs)
+std::shared_ptr<const LVCamPicture> LVNextPicture(LVCamGrabber& grabber, const std::shared_ptr<const LVCamPicture>& previous)
 {
     std::shared_ptr<const LVCamPicture> picture;
-    LVWaitFor(
-        [&] {
-            picture = grabber.last();
-            return picture && picture != previous;
-        },
-        limitMs);
+    lvWaitFor([&] {
+        picture = grabber.last();
+        return picture && picture != previous;
+    });
     return picture != previous ? picture : nullptr;
 }

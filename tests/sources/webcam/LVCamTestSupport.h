@@ -5,6 +5,7 @@
 #include "sources/webcam/LVCamConverter.h"
 #include "sources/webcam/LVCamGrabber.h"
 #include "sources/webcam/LVCamTestProvider.h"
+#include "tests/sources/LVWaitFor.h"
 
 #include <QTemporaryDir>
 
@@ -14,9 +15,6 @@
 #include <functional>
 
 using RGBA = std::array<int, 4>;
-
-// Polls until done() holds or the limit passes; answers done().
-bool LVWaitFor(const std::function<bool()>& done, int limitMs = 5000);
 
 // The grabbers' delay clock while it lives: the steady clock plus the steps taken.
 class LVSteppedDelayClock {
@@ -52,5 +50,4 @@ protected:
 
 // A running grabber's next picture that differs from previous (null when none came).
 std::shared_ptr<const LVCamPicture> LVNextPicture(LVCamGrabber& grabber,
-                                                  const std::shared_ptr<const LVCamPicture>& previous = nullptr,
-                                                  int limitMs = 5000);
+                                                  const std::shared_ptr<const LVCamPicture>& previous = nullptr);
