@@ -119,7 +119,7 @@ protected:
     std::vector<std::unique_ptr<QProcess>> programs;
 };
 
-TEST_F(SyphonSourceTest, ListsOtherProgramsNodesButNeverOurOwn)
+TEST_F(SyphonSourceTest, OtherProgramsNodeIsListedShownHeldWhenItLeavesThenBlackAndTakenUpAgain)
 {
     const LVEffectDescriptor* kind = LVEffectClasses::classNamed(QStringLiteral("SyphonSource"));
     ASSERT_TRUE(kind);
@@ -129,10 +129,10 @@ TEST_F(SyphonSourceTest, ListsOtherProgramsNodesButNeverOurOwn)
     LVPipeWireOutput own;
     const std::vector<uint8_t> frame(16 * 16 * 4, 0x80);
     own.pushFrame(frame.data(), 16, 16, 64);
-    startProgram(QStringLiteral("other.program"), QStringLiteral("Other Program"));
-    waitListed(QStringLiteral("other.program"));
+    QProcess& program = startProgram(QStringLiteral("other.program"), QStringLiteral("Other Program"));
+    const LVPipeWireNode node = waitListed(QStringLiteral("other.program"));
     ASSERT_TRUE(LVPipeWireSources::refresh());
-    EXPECT_FALSE(listed(QStringLiteral("Lumaveil")));
+    EXPECT_FALSE(listed(QStringLiteral("Lumaveil"))) << "never our own";
 
     LVEffectRef source = makeSource();
     EXPECT_TRUE(syphon(source).serverName().isEmpty());
@@ -140,15 +140,7 @@ TEST_F(SyphonSourceTest, ListsOtherProgramsNodesButNeverOurOwn)
     const LVParameterList parameters = source->effectProperties();
     ASSERT_EQ(parameters.size(), 1u);
     EXPECT_EQ(parameters[0].choiceLabels, QStringList{QStringLiteral("Other Program")});
-    // Nothing is drawn before a node is picked.
-    EXPECT_TRUE(showsBlack(*source));
-}
-
-TEST_F(SyphonSourceTest, PickedNodeIsShownHeldWhenItLeavesThenBlackAndTakenUpAgain)
-{
-    QProcess& program = startProgram(QStringLiteral("other.program"), QStringLiteral("Other Program"));
-    const LVPipeWireNode node = waitListed(QStringLiteral("other.program"));
-    LVEffectRef source = makeSource();
+    EXPECT_TRUE(showsBlack(*source)) << "nothing is drawn before a node is picked";
     // Picked through the settings panel, as a user does.
     source->setParameterValue(QLatin1String(SyphonSource::kServerKey), 0);
     EXPECT_EQ(syphon(source).serverName(), node.name);
