@@ -1,11 +1,14 @@
 // The desktop sources against a real X server started by the test: exact pixels, damage-driven
 // reads, the mouse arrow, display names, the unplugged monitor, the archive, Desktop+ windows,
-// and a session with no X at all.
+// a saved setup in the real lumaveil run headless, and a session with no X at all.
 #include "LVDesktopTestSupport.h"
 #include "LVXvfb.h"
 
+#include "core/LVDefaults.h"
 #include "core/LVEffectRegistry.h"
+#include "setups/model/LVSetupManager.h"
 #include "sources/desktop/DesktopPlus.h"
+#include "tests/sources/LVHeadlessRun.h"
 
 #include <QGuiApplication>
 #include <QJsonDocument>
@@ -387,6 +390,51 @@ TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCoveredAndFindsItAga
     plus.reset();
     client_->destroyWindow(cover);
     client_->destroyWindow(again);
+}
+
+TEST_F(DesktopX, ASavedSetupPublishesTheScreenThroughItsViewportInTheApplication)
+{
+    // Left half red, right half blue, over the whole screen.
+    const unsigned long halves = client_->createWindow(QRect(0, 0, kRootW, kRootH), "Halves", "Halves");
+    client_->fill(halves, QRect(0, 0, kRootW / 2, kRootH), kRed);
+    client_->fill(halves, QRect(kRootW / 2, 0, kRootW / 2, kRootH), kBlue);
+    // A setup saved the way the application saves one: the viewport from x 560 to 880, so the
+    // frame's left edge shows red, and blue from its x 80 on (the whole screen would be red there).
+    QTemporaryDir home;
+    LVRegisterDesktopKinds();
+    auto ctx = lvMakeContext(QSize(320, 240));
+    ASSERT_TRUE(ctx);
+    LVEffectFolders folders;
+    folders.bundled = home.filePath("no-effects");
+    LVEffectRegistry registry(folders);
+    registry.findEffects();
+    const LVEffectRef effect = registry.instantiateNamedSource("Desktop", ctx.get());
+    auto* desktop = dynamic_cast<DesktopLion*>(effect.get());
+    ASSERT_NE(desktop, nullptr);
+    desktop->viewPort()->setPortRect(QRectF(560, 280, 320, 240));
+    desktop->model().setFullScreen(false);
+    {
+        LVDefaults defaults(home.filePath("builder.json"));
+        LVSetupManager manager(defaults, ctx.get(), home.filePath("data/Lumaveil/Saved Setups"));
+        manager.startup();
+        QString error;
+        ASSERT_TRUE(manager.newSavedSetupWithName("Middle", {effect}, &error)) << error.toStdString();
+    }
+    QProcessEnvironment environment = lvPrivateEnvironment(home);
+    environment.insert("DISPLAY", server_->name());
+    const auto rgb = [](const uint8_t* argb, int x) {
+        const uint8_t* px = argb + (120 * 320 + x) * 4;
+        return uint32_t(px[1]) << 16 | uint32_t(px[2]) << 8 | px[3];
+    };
+    const LVHeadlessRun run = lvRunHeadless(
+        LV_LUMAVEIL_BINARY, environment, {"--video-size", "320x240", "--fps", "15", "--frames", "150", "--setup", "Middle"},
+        [&](const LVShmemReadResult& r, const uint8_t* argb) {
+            return r.width == 320 && r.height == 240 && rgb(argb, 10) == kRed && rgb(argb, 100) == kBlue &&
+                   rgb(argb, 310) == kBlue;
+        },
+        std::chrono::seconds(20));
+    EXPECT_TRUE(run.seen) << run.log;
+    client_->destroyWindow(halves);
 }
 
 TEST_F(DesktopX, MonitorNamesComeFromEdidAndAnUnpluggedOneFallsBackToMainScreen)
