@@ -1,13 +1,13 @@
 // The movie player and the Movie source on real generated clips: exact pictures after seeks
 // and at in and out points, titles, loop modes, shuffle, the time overlay, the at-end
-// timeline, the hot folder and the archive with its older forms.
+// timeline, the hot folder, the archive with its older forms, and the real lumaveil's `--play`.
 #include "LVMovieTestSupport.h"
 
 #include "sources/movie/LVMoviePlayer.h"
 #include "sources/webcam/LVCamConverter.h"
 #include "sources/movie/MovieSource.h"
+#include "tests/sources/LVHeadlessRun.h"
 #include "tests/sources/LVWaitFor.h"
-#include "tests/support/LVTestSupport.h"
 
 #include <QDir>
 #include <QFile>
@@ -47,6 +47,8 @@ protected:
         context = LVContext::create(QSize(64, 48), &error);
         ASSERT_TRUE(context) << error.toStdString();
     }
+    // Frames a lumaveil run left would be read by the next.
+    void TearDown() override { lvUnlinkFrameSegments(); }
 
     std::unique_ptr<MovieSource> makeSource(const QStringList& files)
     {
@@ -433,6 +435,51 @@ TEST_F(MovieSourceTest, ModesFollowAutoPlayAutoStopAndMutedInPreview)
     source->selectMovieFromPlaylist(5);
     EXPECT_FALSE(source->player()) << "past the end clears the movie";
     EXPECT_EQ(source->getMovieTitle(), "- no movie selected -");
+}
+
+TEST_F(MovieSourceTest, PlayInTheApplicationPublishesEachClipInOrder)
+{
+    // A second each: long enough for every clip to reach a published frame.
+    QTemporaryDir home;
+    QStringList clips;
+    QString error;
+    for (const char* colour : {"red", "lime", "blue"}) {
+        clips << home.filePath(QLatin1String(colour) + QStringLiteral(".mp4"));
+        ASSERT_TRUE(lvMakeSolidMovie(colour, 1.0, clips.last(), &error)) << error.toStdString();
+    }
+    // The colours the published frames show, repeats folded.
+    std::string seen;
+    const LVHeadlessRun run = lvRunHeadless(
+        LV_LUMAVEIL_BINARY, lvPrivateEnvironment(home),
+        QStringList{"--video-size", "64x48", "--fps", "15", "--frames", "400", "--play"} + clips,
+        [&](const LVShmemReadResult& r, const uint8_t* argb) {
+            const size_t at = (size_t(r.height / 2) * size_t(r.width) + size_t(r.width / 2)) * 4;
+            const char colour = lvColourName(qRgb(argb[at + 1], argb[at + 2], argb[at + 3]));
+            if (colour != 'k' && colour != '?' && (seen.empty() || seen.back() != colour)) seen += colour;
+            return seen.size() >= 3;
+        },
+        std::chrono::seconds(40));
+    EXPECT_EQ(seen.substr(0, 3), "rgb") << run.log;
+}
+
+TEST_F(MovieSourceTest, PlayInTheApplicationRefusesWhatItCannotPlay)
+{
+    QTemporaryDir home;
+    const struct {
+        QStringList arguments;
+        const char* message;
+    } cases[] = {
+        {{"--play"}, "--play needs at least one file"},
+        {{"--play", "/no/such/clip.mp4"}, "file /no/such/clip.mp4 does not exist"},
+        {{"--play", "/tmp"}, "/tmp is not a regular file"},
+        {{"--play", "--source", "Movie", "x.mp4"}, "--play cannot be combined"},
+    };
+    for (const auto& c : cases) {
+        const LVProcessRun run = lvRunServed(LV_LUMAVEIL_BINARY, QStringList{"--headless", "--frames", "1"} + c.arguments,
+                                             lvPrivateEnvironment(home));
+        EXPECT_NE(run.status, 0) << c.message;
+        EXPECT_TRUE(run.err.contains(QLatin1String(c.message))) << run.err.toStdString();
+    }
 }
 
 } // namespace
