@@ -19,16 +19,14 @@ const RGBA kRed{255, 0, 0, 255};
 const RGBA kBlue{0, 0, 255, 255};
 const RGBA kBlack{0, 0, 0, 255};
 
-class SyphonSourceTest : public ::testing::Test {
+// The webcam tests' fixture for its private preferences; the nodes' grabbers need no fake camera.
+class SyphonSourceTest : public LVCamFixture {
 protected:
     void SetUp() override
     {
         lvEnsureApplication();
         LV_START_PIPEWIRE(daemon);
-        ASSERT_TRUE(dir.isValid());
-        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
-        defaults->setValue(QStringLiteral("frameRate"), 30);
-        LVDefaults::setStandardUserDefaults(defaults.get());
+        ASSERT_NO_FATAL_FAILURE(install({}));
         LVRegisterPipeWireKinds();
         QString error;
         // 4:3, so the 16:9 picture is letter-boxed: 64x36 at row 6.
@@ -41,7 +39,7 @@ protected:
         for (auto& program : programs) stopProgram(*program);
         LVPipeWireSources::shutdown();
         context.reset();
-        LVDefaults::setStandardUserDefaults(nullptr);
+        LVCamFixture::TearDown();
     }
 
     // Another program publishing a node of the given name.
@@ -113,8 +111,6 @@ protected:
     static SyphonSource& syphon(const LVEffectRef& effect) { return static_cast<SyphonSource&>(*effect); }
 
     std::unique_ptr<LVPipeWireDaemon> daemon;
-    QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
     std::unique_ptr<LVContext> context;
     std::vector<std::unique_ptr<QProcess>> programs;
 };
