@@ -38,8 +38,11 @@ uint32_t frameAt(const std::vector<uint8_t>& argb, int width, int x, int y)
     return uint32_t(px[1]) << 16 | uint32_t(px[2]) << 8 | px[3];
 }
 
-std::vector<uint8_t> readFrame(LVContext& ctx)
+// One frame of the chain with only this source, read back.
+std::vector<uint8_t> drawFrame(LVContext& ctx, LVEffect& source)
 {
+    ctx.reset(false);
+    source.doit();
     std::vector<uint8_t> argb(size_t(ctx.width()) * size_t(ctx.height()) * 4);
     ctx.fetchOpenGLPixels(argb.data(), ctx.width() * 4);
     return argb;
@@ -182,9 +185,7 @@ TEST_F(DesktopX, ANewSourceCapturesThisScreenWhole)
     // Whole display, 1280x800 into 640x400: every second pixel of the pattern.
     desktop->setMode(LVModeLive);
     ASSERT_TRUE(desktop->grabber()->waitFor([&] { return desktop->grabber()->readCount() >= 1; }, 5s));
-    ctx->reset(false);
-    desktop->doit();
-    const auto argb = readFrame(*ctx);
+    const auto argb = drawFrame(*ctx, *desktop);
     EXPECT_EQ(frameAt(argb, 640, 100 + 10, 50 + 10), kRed);
     EXPECT_EQ(frameAt(argb, 640, 100 + 190, 50 + 90), kOdd);
     EXPECT_EQ(frameAt(argb, 640, 20, 300), 0u) << "the bare root is black";
@@ -202,9 +203,7 @@ TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
     desktop->setMode(LVModeLive);
     LVDesktopGrabber* grabber = desktop->grabber();
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() >= 1; }, 5s));
-    ctx->reset(false);
-    desktop->doit();
-    auto argb = readFrame(*ctx);
+    auto argb = drawFrame(*ctx, *desktop);
     const struct {
         int x, y;
         uint32_t rgb;
@@ -218,9 +217,7 @@ TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
     // A small change: only its rectangle goes up again.
     client_->fill(pattern_, QRect(300, 150, 10, 10), kWhite);
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() >= 2; }, 5s));
-    ctx->reset(false);
-    desktop->doit();
-    argb = readFrame(*ctx);
+    argb = drawFrame(*ctx, *desktop);
     EXPECT_EQ(desktop->drawer().lastUpload(), QRect(300, 150, 10, 10));
     EXPECT_EQ(frameAt(argb, 400, 300, 150), kWhite);
     EXPECT_EQ(frameAt(argb, 400, 309, 159), kWhite);
@@ -233,9 +230,7 @@ TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
     desktop->model().setShowMouse(true);
     ASSERT_TRUE(grabber->waitFor(
         [&] { return grabber->mouse().cursor && grabber->mouse().location == kPattern.topLeft() + QPoint(100, 50); }, 5s));
-    ctx->reset(false);
-    desktop->doit();
-    argb = readFrame(*ctx);
+    argb = drawFrame(*ctx, *desktop);
     EXPECT_EQ(frameAt(argb, 400, 100, 50), kCyan);
     EXPECT_EQ(frameAt(argb, 400, 115, 65), kCyan);
     EXPECT_EQ(frameAt(argb, 400, 116, 66), kRed);
@@ -372,9 +367,7 @@ TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCoveredAndFindsItAga
     client_->fill(slides, QRect(200, 100, 10, 10), kRed);
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() > reads && lvPictureAt(*grabber->last(), 185, 95) == kRed; }, 5s));
     EXPECT_EQ(lvPictureAt(*grabber->last(), 100, 60), kGreen) << "the covering window does not show";
-    ctx->reset(false);
-    plus->doit();
-    EXPECT_EQ(frameAt(readFrame(*ctx), 200, 100, 60), kGreen);
+    EXPECT_EQ(frameAt(drawFrame(*ctx, *plus), 200, 100, 60), kGreen);
 
     const QJsonObject keys = decodedKeys(*plus);
     EXPECT_EQ(keys.value("windowClass").toString(), "Impress");
@@ -514,9 +507,7 @@ TEST(DesktopWithoutX, SaysSoAndDrawsNothingButKeepsTheSetup)
     EXPECT_TRUE(desktop->message().contains("Wayland"));
     EXPECT_EQ(desktop->grabber(), nullptr);
     desktop->setMode(LVModeLive);
-    ctx->reset(false);
-    desktop->doit();
-    const auto argb = readFrame(*ctx);
+    const auto argb = drawFrame(*ctx, *desktop);
     EXPECT_EQ(argb[0], 255);
     EXPECT_EQ(argb[1] | argb[2] | argb[3], 0) << "nothing drawn";
 
