@@ -1,8 +1,8 @@
 // Archives are written with their keys in the order each kind lists them, and read back the
 // same whatever the order.
+#include "tests/sources/flickr/LVFlickrTestService.h"
+
 #include "core/LVKeyedArchive.h"
-#include "core/LVDefaults.h"
-#include "render/LVContext.h"
 #include "sources/flickr/FlickrSource.h"
 #include "sources/movie/MovieSource.h"
 #include "sources/slideshow/SlideShow.h"
@@ -10,7 +10,6 @@
 
 #include <QGuiApplication>
 #include <QJsonArray>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -57,23 +56,14 @@ TEST(LVKeyedArchiverTest, KeysAreWrittenInTheOrderFirstEncoded)
     }
 }
 
-class LVArchiveKeyOrderTest : public ::testing::Test {
+// The photo-set tests' service brings private preferences and a context.
+class LVArchiveKeyOrderTest : public ::testing::Test, protected LVFlickrTestService {
 protected:
     void SetUp() override
     {
         lvEnsureApplication<QGuiApplication>();
-        ASSERT_TRUE(home.isValid());
-        defaults = std::make_unique<LVDefaults>(home.filePath("prefs.json"));
-        LVDefaults::setStandardUserDefaults(defaults.get());
-        QString error;
-        context = LVContext::create(QSize(32, 24), &error);
-        ASSERT_TRUE(context) << error.toStdString();
+        ASSERT_NO_FATAL_FAILURE(start());
     }
-    void TearDown() override { LVDefaults::setStandardUserDefaults(nullptr); }
-
-    QTemporaryDir home;
-    std::unique_ptr<LVDefaults> defaults;
-    std::unique_ptr<LVContext> context;
 };
 
 template <class Source>
