@@ -31,8 +31,7 @@ protected:
             ASSERT_TRUE(lvMakeSolidMovie(colour, 0.3, path(colour), &error)) << error.toStdString();
         ASSERT_TRUE(lvMakeQuarterMovie(path("quarters"), &error)) << error.toStdString();
         ASSERT_TRUE(lvMakeSolidMovie("red", 0.3, path("titled"), &error, "Holding Slide")) << error.toStdString();
-        QFile garbage(path("garbage"));
-        ASSERT_TRUE(garbage.open(QIODevice::WriteOnly) && garbage.write(QByteArray(4096, 'x')) == 4096);
+        ASSERT_TRUE(lvWriteFiles(folder->path(), {{"garbage.mp4", QByteArray(4096, 'x')}}));
     }
     static void TearDownTestSuite()
     {
