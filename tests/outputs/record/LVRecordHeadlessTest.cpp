@@ -75,10 +75,11 @@ TEST_F(RecordHeadlessTest, HeadlessStreamPlaysBackFromALocalServer)
     LVNginxRtmp server(port);
     ASSERT_TRUE(server.start());
     const auto lumaveil = startLumaveil({QStringLiteral("--stream"), server.url(QStringLiteral("show"))});
-    ASSERT_TRUE(lvWaitFor([&] { return ctl({QStringLiteral("get"), QStringLiteral("streamStatus")}).out.contains(QStringLiteral("state=running")); }, 30));
+    const auto streamStatus = [&] { return ctl({QStringLiteral("get"), QStringLiteral("streamStatus")}).out; };
+    ASSERT_TRUE(lvWaitFor([&] { return streamStatus().contains(QStringLiteral("state=running")); }, 30));
     const QJsonObject live = lvProbe(server.url(QStringLiteral("show")), 30000, false);
-    const LVProcessRun status = ctl({QStringLiteral("get"), QStringLiteral("streamStatus")});
-    EXPECT_TRUE(status.out.contains(QStringLiteral("target=rtmp://127.0.0.1:%1/live/(key hidden)").arg(port))) << status.out.toStdString();
+    const QString status = streamStatus();
+    EXPECT_TRUE(status.contains(QStringLiteral("target=rtmp://127.0.0.1:%1/live/(key hidden)").arg(port))) << status.toStdString();
     ASSERT_EQ(ctl({QStringLiteral("stopStream")}).status, 0);
     lvTerminate(*lumaveil);
     log += QString::fromUtf8(lumaveil->readAllStandardError());

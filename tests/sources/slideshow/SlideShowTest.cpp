@@ -193,7 +193,8 @@ TEST_F(SlideShowTest, AlbumsAreThePicturesSubFolders)
     image("Pictures/Holiday/1.png");
     image("Pictures/Holiday/notes.txt");
     image("Pictures/Studio/s.png");
-    ASSERT_TRUE(lvWriteFiles(folder.filePath("config"), {{"user-dirs.dirs", QStringLiteral("XDG_PICTURES_DIR=\"%1\"\n").arg(pictures).toUtf8()}}));
+    const QByteArray dirs = QStringLiteral("XDG_PICTURES_DIR=\"%1\"\n").arg(pictures).toUtf8();
+    ASSERT_TRUE(lvWriteFiles(folder.filePath("config"), {{"user-dirs.dirs", dirs}}));
     const QByteArray oldConfig = qgetenv("XDG_CONFIG_HOME");
     qputenv("XDG_CONFIG_HOME", folder.filePath("config").toUtf8());
 
