@@ -50,16 +50,6 @@ protected:
             app->renderFrame();
         }
     }
-    // Serves queued changes until ready() or the time is up.
-    static bool serveUntil(const std::function<bool()>& ready, double seconds)
-    {
-        return lvWaitUntil(
-            [&] {
-                QCoreApplication::processEvents();
-                return ready();
-            },
-            seconds);
-    }
 
     std::unique_ptr<LVBroadcaster> broadcaster;
 };
@@ -90,10 +80,10 @@ TEST_F(BroadcastControlTest, ControlCommandsStartReportAndStopARecording)
                                      : reply.value("error").toString();
         EXPECT_TRUE(text.contains(step.mention)) << text.toStdString();
     }
-    ASSERT_TRUE(serveUntil([&] { return broadcaster->recordStatus().state == LVEncoderState::Running; }, 20));
+    ASSERT_TRUE(lvWaitFor([&] { return broadcaster->recordStatus().state == LVEncoderState::Running; }, 20));
     renderFrames(30);
     EXPECT_TRUE(commands.handle({{"command", "stopRecord"}}).value("ok").toBool());
-    ASSERT_TRUE(serveUntil([&] { return !broadcaster->isRecording(); }, 30));
+    ASSERT_TRUE(lvWaitFor([&] { return !broadcaster->isRecording(); }, 30));
     const QJsonObject status = commands.handle({{"command", "get"}, {"property", "recordStatus"}}).value("result").toObject();
     EXPECT_EQ(status.value("state").toString(), QStringLiteral("stopped"));
     EXPECT_EQ(status.value("framesSent").toInt(), 30);
@@ -137,7 +127,7 @@ TEST_F(BroadcastControlTest, RemoteRequestsAnswerAndTellStateChanges)
             EXPECT_EQ(response.data.value(QString::fromLatin1(step.field)), step.value) << step.type;
         }
     }
-    ASSERT_TRUE(serveUntil([&] { return broadcaster->recordStatus().state == LVEncoderState::Running; }, 20));
+    ASSERT_TRUE(lvWaitFor([&] { return broadcaster->recordStatus().state == LVEncoderState::Running; }, 20));
     renderFrames(5);
     const LVRemote::Response stopped = requests.handle("StopRecord", {});
     EXPECT_EQ(stopped.code, LVRemote::Success);
@@ -146,7 +136,7 @@ TEST_F(BroadcastControlTest, RemoteRequestsAnswerAndTellStateChanges)
     const QStringList order{"RecordStateChanged OBS_WEBSOCKET_OUTPUT_STARTING", "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STARTED",
                             "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STOPPING", "RecordStateChanged OBS_WEBSOCKET_OUTPUT_STOPPED"};
     // The end reaches the main thread as a queued call after the encoder has finished.
-    ASSERT_TRUE(serveUntil([&] { return events.contains(order[3]); }, 30)) << events.join(", ").toStdString();
+    ASSERT_TRUE(lvWaitFor([&] { return events.contains(order[3]); }, 30)) << events.join(", ").toStdString();
     EXPECT_TRUE(events.contains(order[1])) << events.join(", ").toStdString();
     EXPECT_EQ(events.last(), order[3]);
     for (qsizetype i = 1; i < events.size(); ++i) EXPECT_LT(order.indexOf(events[i - 1]), order.indexOf(events[i])) << events.join(", ").toStdString();
@@ -171,7 +161,7 @@ TEST_F(BroadcastControlTest, UserMenuRecordActionsGoThroughTheSwitchAndSurviveSa
         EXPECT_FALSE(start ? broadcaster->startRecord(&error) : broadcaster->stopRecord(&error));
         EXPECT_TRUE(error.contains(start ? QStringLiteral("already recording") : QStringLiteral("not recording"))) << error.toStdString();
     }
-    ASSERT_TRUE(serveUntil([&] { return !broadcaster->isRecording(); }, 30));
+    ASSERT_TRUE(lvWaitFor([&] { return !broadcaster->isRecording(); }, 30));
     LVTimeLineRecord::setSwitch(nullptr);
 }
 
@@ -184,7 +174,7 @@ TEST_F(BroadcastControlTest, WindowBarShowsRecordingAndStreamState)
     EXPECT_FALSE(bar.streamState()->isVisible());
 
     bar.recordButton()->click();
-    ASSERT_TRUE(serveUntil([&] { return broadcaster->recordStatus().state == LVEncoderState::Running; }, 20));
+    ASSERT_TRUE(lvWaitFor([&] { return broadcaster->recordStatus().state == LVEncoderState::Running; }, 20));
     EXPECT_EQ(bar.recordButton()->text(), QStringLiteral("Stop Recording"));
     EXPECT_TRUE(bar.recordIndicator()->isVisible());
     EXPECT_TRUE(bar.recordIndicator()->text().startsWith(QStringLiteral("\u25CF REC 00:00:0"))) << bar.recordIndicator()->text().toStdString();
@@ -195,14 +185,14 @@ TEST_F(BroadcastControlTest, WindowBarShowsRecordingAndStreamState)
     defaults->setValue(QLatin1String(LVBroadcaster::streamKeyKey), QStringLiteral("Sup3rS3cret"));
     bar.streamButton()->click();
     EXPECT_EQ(bar.streamButton()->text(), QStringLiteral("Stop Streaming"));
-    ASSERT_TRUE(serveUntil([&] { return bar.streamState()->text().startsWith(QStringLiteral("Connection lost, trying again in")); }, 20))
+    ASSERT_TRUE(lvWaitFor([&] { return bar.streamState()->text().startsWith(QStringLiteral("Connection lost, trying again in")); }, 20))
         << bar.streamState()->text().toStdString();
     EXPECT_FALSE(bar.streamState()->toolTip().contains(QStringLiteral("Sup3rS3cret")));
 
     bar.recordButton()->click();
     bar.streamButton()->click();
     // The bar follows the encoders' ends on a later turn of the event loop: wait for what it shows.
-    EXPECT_TRUE(serveUntil(
+    EXPECT_TRUE(lvWaitFor(
         [&] {
             return bar.recordButton()->text() == QStringLiteral("Record") && !bar.recordIndicator()->isVisible() &&
                    bar.streamButton()->text() == QStringLiteral("Stream");

@@ -29,7 +29,7 @@ std::unique_ptr<LVEncoder> startUnpaced(const LVEncodeSettings& settings)
     auto encoder = std::make_unique<LVEncoder>(settings, options);
     QString error;
     EXPECT_TRUE(encoder->start(&error)) << error.toStdString();
-    EXPECT_TRUE(lvWaitUntil([&] { return encoder->status().state == LVEncoderState::Running; }, 10));
+    EXPECT_TRUE(lvWaitFor([&] { return encoder->status().state == LVEncoderState::Running; }));
     return encoder;
 }
 
@@ -101,7 +101,7 @@ TEST(Encoder, FramesItCannotTakeAreCountedAsDropped)
     encoder.pushFrame(lvPatternFrame(1280, 720, 0), 0);
     QString error;
     ASSERT_TRUE(encoder.start(&error)) << error.toStdString();
-    ASSERT_TRUE(lvWaitUntil([&] { return encoder.status().state == LVEncoderState::Running; }, 10));
+    ASSERT_TRUE(lvWaitFor([&] { return encoder.status().state == LVEncoderState::Running; }));
     const LVFramePixelsRef frame = lvPatternFrame(1280, 720, 1);
     // Far faster than 720p can be encoded here: the queue fills and frames are dropped, never waited for.
     for (int i = 1; i <= 200; ++i) encoder.pushFrame(frame, i / 30.0);

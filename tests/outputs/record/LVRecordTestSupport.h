@@ -1,6 +1,7 @@
 #pragma once
 // Frames, a real media server and ffprobe for the recording and streaming tests.
 #include "outputs/record/LVEncoder.h"
+#include "tests/sources/LVWaitFor.h"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +15,6 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -42,43 +42,18 @@ inline LVFramePixelsRef lvPatternFrame(int width, int height, int index)
     return frame;
 }
 
-struct LVPushRun {
-    int pushed = 0;
-    double longestPushMs = 0;
-};
-
 // Pushes frames at the frame rate, as the render loop would (the pause paces a live source;
 // nothing waits on the encoder). between runs before each frame, with its index.
-inline LVPushRun lvPushPaced(LVEncoder& encoder, int frames, int frameRate, int firstIndex = 0,
-                             const std::function<void(int)>& between = {})
+inline void lvPushPaced(LVEncoder& encoder, int frames, int frameRate, const std::function<void(int)>& between = {})
 {
-    const int width = encoder.settings().width;
-    const int height = encoder.settings().height;
     std::vector<LVFramePixelsRef> pool;
-    for (int i = 0; i < 30; ++i) pool.push_back(lvPatternFrame(width, height, i));
-    LVPushRun run;
+    for (int i = 0; i < 30; ++i) pool.push_back(lvPatternFrame(encoder.settings().width, encoder.settings().height, i));
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < frames; ++i) {
-        const int index = firstIndex + i;
-        if (between) between(index);
+        if (between) between(i);
         std::this_thread::sleep_until(start + std::chrono::microseconds(int64_t(i) * 1000000 / frameRate));
-        const auto before = std::chrono::steady_clock::now();
-        encoder.pushFrame(pool[size_t(index) % pool.size()], double(index) / frameRate);
-        run.longestPushMs = std::max(run.longestPushMs, std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - before).count());
-        ++run.pushed;
+        encoder.pushFrame(pool[size_t(i) % pool.size()], double(i) / frameRate);
     }
-    return run;
-}
-
-// Polls until ready() or the time is up.
-inline bool lvWaitUntil(const std::function<bool()>& ready, double seconds)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!ready()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
 }
 
 // A loopback TCP port nobody listens on right now.
@@ -151,14 +126,11 @@ public:
         process_.setProcessChannelMode(QProcess::ForwardedChannels);
         process_.start(QStringLiteral("nginx"), {QStringLiteral("-p"), dir_.path(), QStringLiteral("-c"), QStringLiteral("nginx.conf")});
         if (!process_.waitForStarted()) return false;
-        return lvWaitUntil(
-            [this] {
-                QTcpSocket socket;
-                socket.connectToHost(QHostAddress::LocalHost, port_);
-                return socket.waitForConnected(200) || process_.state() == QProcess::NotRunning;
-            },
-            10) &&
-               process_.state() == QProcess::Running;
+        return lvWaitFor([this] {
+            QTcpSocket socket;
+            socket.connectToHost(QHostAddress::LocalHost, port_);
+            return socket.waitForConnected(200) || process_.state() == QProcess::NotRunning;
+        }) && process_.state() == QProcess::Running;
     }
     void stop()
     {

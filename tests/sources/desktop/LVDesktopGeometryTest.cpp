@@ -38,20 +38,6 @@ TEST(ViewPortView, ZeroRectangleSitsHundredPointsFromTheTopLeft)
     EXPECT_EQ(view.portRect(), QRectF(0, 0, 10, 0)) << "only the all-zero rectangle is replaced";
 }
 
-TEST(ViewPortView, HandlesSitAroundTheRectangleOnlyWhenResizable)
-{
-    ViewPortView view = makeView();
-    ASSERT_EQ(view.grabPoints().size(), 8u);
-    const QRectF bottomLeft = view.grabPoints()[0].rect;
-    EXPECT_EQ(bottomLeft, QRectF(100 - 9, 150 - 9, 8, 8));
-    const QRectF topRight = view.grabPoints()[4].rect;
-    EXPECT_EQ(topRight, QRectF(100 + 640 + 1, 150 + 480 + 1, 8, 8));
-    const QRectF rightMiddle = view.grabPoints()[3].rect;
-    EXPECT_EQ(rightMiddle, QRectF(741, 150 + 240 - 4, 8, 8));
-    view.setResizable(false);
-    EXPECT_TRUE(view.grabPoints().empty());
-}
-
 struct DragCase {
     const char* what;
     LVDragTransform handle; // {1,1,0,0} presses inside the rectangle
@@ -88,19 +74,20 @@ TEST(ViewPortView, DragsFollowTheHandleAndItsLimits)
         EXPECT_EQ(view.portRect(), c.expected);
         EXPECT_EQ(actions, 1);
     }
-}
-
-TEST(ViewPortView, TurningTheLimitOnShrinksAKeptRectangle)
-{
+    // Turned on later, the limit shrinks a kept rectangle where it is too large.
     ViewPortView view = makeView();
     view.setPortRect(QRectF(10, 20, 1000, 300));
     view.setDoNotExceedResolution(true);
     EXPECT_EQ(view.portRect(), QRectF(10, 20, 640, 300));
 }
 
-TEST(ViewPortView, TakesTheMouseOnlyOnTheFrameAndHandles)
+TEST(ViewPortView, HandlesSitAroundTheRectangleAndOnlyTheyAndTheFrameTakeTheMouse)
 {
     ViewPortView view = makeView();
+    ASSERT_EQ(view.grabPoints().size(), 8u);
+    EXPECT_EQ(view.grabPoints()[0].rect, QRectF(100 - 9, 150 - 9, 8, 8)); // bottom left
+    EXPECT_EQ(view.grabPoints()[3].rect, QRectF(741, 150 + 240 - 4, 8, 8)); // right middle
+    EXPECT_EQ(view.grabPoints()[4].rect, QRectF(100 + 640 + 1, 150 + 480 + 1, 8, 8)); // top right
     const QRegion region = view.inputRegion();
     // Painter coordinates run down: the rectangle's top edge is at 1080 - 150 - 480.
     const int top = 1080 - 150 - 480;
@@ -117,6 +104,8 @@ TEST(ViewPortView, TakesTheMouseOnlyOnTheFrameAndHandles)
         {{20, 20}, false},
     };
     for (const auto& probe : probes) EXPECT_EQ(region.contains(probe.at), probe.inside) << probe.at.x() << "," << probe.at.y();
+    view.setResizable(false);
+    EXPECT_TRUE(view.grabPoints().empty());
 }
 
 TEST(LVScreenUtils, ConvertsBetweenDisplayAndRootCoordinates)

@@ -1,11 +1,14 @@
 // The desktop sources against a real X server started by the test: exact pixels, damage-driven
 // reads, the mouse arrow, display names, the unplugged monitor, the archive, Desktop+ windows,
-// and a session with no X at all.
+// a saved setup in the real lumaveil run headless, and a session with no X at all.
 #include "LVDesktopTestSupport.h"
 #include "LVXvfb.h"
 
+#include "core/LVDefaults.h"
 #include "core/LVEffectRegistry.h"
+#include "setups/model/LVSetupManager.h"
 #include "sources/desktop/DesktopPlus.h"
+#include "tests/sources/LVHeadlessRun.h"
 
 #include <QGuiApplication>
 #include <QJsonDocument>
@@ -35,8 +38,11 @@ uint32_t frameAt(const std::vector<uint8_t>& argb, int width, int x, int y)
     return uint32_t(px[1]) << 16 | uint32_t(px[2]) << 8 | px[3];
 }
 
-std::vector<uint8_t> readFrame(LVContext& ctx)
+// One frame of the chain with only this source, read back.
+std::vector<uint8_t> drawFrame(LVContext& ctx, LVEffect& source)
 {
+    ctx.reset(false);
+    source.doit();
     std::vector<uint8_t> argb(size_t(ctx.width()) * size_t(ctx.height()) * 4);
     ctx.fetchOpenGLPixels(argb.data(), ctx.width() * 4);
     return argb;
@@ -80,18 +86,6 @@ protected:
         client_->fill(pattern_, QRect(0, 100, 200, 100), kBlue);
         client_->fill(pattern_, QRect(200, 100, 200, 100), kOdd);
     }
-    static void expectPattern(const LVDesktopPicture& p)
-    {
-        ASSERT_EQ(p.width, 400);
-        ASSERT_EQ(p.height, 200);
-        const struct {
-            int x, y;
-            uint32_t rgb;
-        } probes[] = {{0, 0, kRed}, {199, 99, kRed}, {200, 0, kGreen}, {0, 100, kBlue}, {399, 199, kOdd}, {250, 150, kOdd}};
-        for (const auto& probe : probes)
-            EXPECT_EQ(lvPictureAt(p, probe.x, probe.y), probe.rgb) << probe.x << "," << probe.y;
-    }
-
     static LVXvfb* server_;
     std::unique_ptr<LVXClient> client_;
     unsigned long pattern_ = 0;
@@ -119,7 +113,10 @@ TEST_F(DesktopX, ReadsExactPixelsOnlyWhenTheRectangleChanges)
     EXPECT_TRUE(grabber->slowPathMessage().isEmpty());
     grabber->start();
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() >= 1; }, 5s));
-    expectPattern(*grabber->last());
+    // Each quadrant is checked where the source draws this picture (DrawsTheViewportAndTheArrowExactly).
+    ASSERT_EQ(grabber->last()->width, 400);
+    ASSERT_EQ(grabber->last()->height, 200);
+    EXPECT_EQ(lvPictureAt(*grabber->last(), 399, 199), kOdd);
 
     // Outside the rectangle: reported, handled, not read.
     client_->fill(DefaultRootWindow(client_->display()), QRect(900, 600, 40, 40), kWhite);
@@ -185,15 +182,10 @@ TEST_F(DesktopX, ANewSourceCapturesThisScreenWhole)
     auto ctx = lvMakeContext(QSize(640, 400));
     ASSERT_TRUE(ctx);
     auto desktop = lvMakeDesktop(ctx.get());
-    EXPECT_EQ(desktop->grabRect(), QRectF(0, 0, kRootW, kRootH));
-    EXPECT_EQ(desktop->grabber()->rootGrabRect(), QRect(0, 0, kRootW, kRootH));
-
     // Whole display, 1280x800 into 640x400: every second pixel of the pattern.
     desktop->setMode(LVModeLive);
     ASSERT_TRUE(desktop->grabber()->waitFor([&] { return desktop->grabber()->readCount() >= 1; }, 5s));
-    ctx->reset(false);
-    desktop->doit();
-    const auto argb = readFrame(*ctx);
+    const auto argb = drawFrame(*ctx, *desktop);
     EXPECT_EQ(frameAt(argb, 640, 100 + 10, 50 + 10), kRed);
     EXPECT_EQ(frameAt(argb, 640, 100 + 190, 50 + 90), kOdd);
     EXPECT_EQ(frameAt(argb, 640, 20, 300), 0u) << "the bare root is black";
@@ -208,14 +200,10 @@ TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
     auto desktop = lvMakeDesktop(ctx.get());
     desktop->viewPort()->setPortRect(patternInDisplay());
     desktop->model().setFullScreen(false);
-    EXPECT_EQ(desktop->grabRect(), patternInDisplay());
-    EXPECT_EQ(desktop->globalGrab(), QRectF(kPattern));
     desktop->setMode(LVModeLive);
     LVDesktopGrabber* grabber = desktop->grabber();
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() >= 1; }, 5s));
-    ctx->reset(false);
-    desktop->doit();
-    auto argb = readFrame(*ctx);
+    auto argb = drawFrame(*ctx, *desktop);
     const struct {
         int x, y;
         uint32_t rgb;
@@ -229,9 +217,7 @@ TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
     // A small change: only its rectangle goes up again.
     client_->fill(pattern_, QRect(300, 150, 10, 10), kWhite);
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() >= 2; }, 5s));
-    ctx->reset(false);
-    desktop->doit();
-    argb = readFrame(*ctx);
+    argb = drawFrame(*ctx, *desktop);
     EXPECT_EQ(desktop->drawer().lastUpload(), QRect(300, 150, 10, 10));
     EXPECT_EQ(frameAt(argb, 400, 300, 150), kWhite);
     EXPECT_EQ(frameAt(argb, 400, 309, 159), kWhite);
@@ -244,9 +230,7 @@ TEST_F(DesktopX, DrawsTheViewportAndTheArrowExactly)
     desktop->model().setShowMouse(true);
     ASSERT_TRUE(grabber->waitFor(
         [&] { return grabber->mouse().cursor && grabber->mouse().location == kPattern.topLeft() + QPoint(100, 50); }, 5s));
-    ctx->reset(false);
-    desktop->doit();
-    argb = readFrame(*ctx);
+    argb = drawFrame(*ctx, *desktop);
     EXPECT_EQ(frameAt(argb, 400, 100, 50), kCyan);
     EXPECT_EQ(frameAt(argb, 400, 115, 65), kCyan);
     EXPECT_EQ(frameAt(argb, 400, 116, 66), kRed);
@@ -352,15 +336,15 @@ std::unique_ptr<DesktopPlus> makePlus(LVContext* ctx, const char* filter)
     auto plus = std::unique_ptr<DesktopPlus>(static_cast<DesktopPlus*>(DesktopPlus::classDescriptor().make().release()));
     plus->initWithContext(ctx);
     plus->setParameterValue("filter", filter);
-    EXPECT_EQ(plus->windows().size(), 1u);
     return plus;
 }
 
-TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCovered)
+TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCoveredAndFindsItAgain)
 {
     auto ctx = lvMakeContext(QSize(200, 100));
     ASSERT_TRUE(ctx);
-    const unsigned long slides = client_->createWindow(QRect(700, 300, 220, 110), "Impress", "Talk.odp");
+    // A 32-bit window, as programs that draw their own shadows make.
+    const unsigned long slides = client_->createWindow(QRect(700, 300, 220, 110), "Impress", "Talk.odp", true);
     client_->fill(slides, QRect(0, 0, 220, 110), kGreen);
     client_->fill(slides, QRect(0, 0, 20, 10), kWhite);
 
@@ -383,43 +367,67 @@ TEST_F(DesktopX, DesktopPlusCapturesOneWindowCroppedEvenWhenCovered)
     client_->fill(slides, QRect(200, 100, 10, 10), kRed);
     ASSERT_TRUE(grabber->waitFor([&] { return grabber->readCount() > reads && lvPictureAt(*grabber->last(), 185, 95) == kRed; }, 5s));
     EXPECT_EQ(lvPictureAt(*grabber->last(), 100, 60), kGreen) << "the covering window does not show";
-    ctx->reset(false);
-    plus->doit();
-    EXPECT_EQ(frameAt(readFrame(*ctx), 200, 100, 60), kGreen);
+    EXPECT_EQ(frameAt(drawFrame(*ctx, *plus), 200, 100, 60), kGreen);
 
     const QJsonObject keys = decodedKeys(*plus);
     EXPECT_EQ(keys.value("windowClass").toString(), "Impress");
     EXPECT_EQ(keys.value("cropLeft").toInt(), 20);
-    plus->setMode(LVModeOff);
-    plus.reset();
-    client_->destroyWindow(cover);
-    client_->destroyWindow(slides);
-}
-
-TEST_F(DesktopX, DesktopPlusReadsAWindowWithAlpha)
-{
-    auto ctx = lvMakeContext(QSize(100, 50));
-    ASSERT_TRUE(ctx);
-    const unsigned long shadowed = client_->createWindow(QRect(50, 600, 100, 50), "Shadowed", "Alpha", true);
-    client_->fill(shadowed, QRect(0, 0, 100, 50), kOdd);
-    auto plus = makePlus(ctx.get(), "shadowed");
-    ASSERT_EQ(plus->windows().size(), 1u);
-    plus->setParameterValue("window", 0);
-    plus->setMode(LVModeLive);
-    LVDesktopGrabber* grabber = plus->grabber();
-    ASSERT_TRUE(grabber->waitFor([&] { return grabber->last() != nullptr; }, 5s));
-    EXPECT_EQ(grabber->last()->width, 100);
-    EXPECT_EQ(lvPictureAt(*grabber->last(), 50, 25), kOdd);
 
     // The program closes the window and opens it again elsewhere: it is found by class and title.
-    client_->destroyWindow(shadowed);
-    const unsigned long again = client_->createWindow(QRect(300, 650, 80, 40), "Shadowed", "Alpha");
-    client_->fill(again, QRect(0, 0, 80, 40), kRed);
+    client_->destroyWindow(slides);
+    const unsigned long again = client_->createWindow(QRect(300, 650, 100, 50), "Impress", "Talk.odp");
+    client_->fill(again, QRect(0, 0, 100, 50), kRed);
     EXPECT_TRUE(grabber->waitFor([&] { return grabber->window() == again && grabber->last()->width == 80; }, 5s));
     EXPECT_EQ(lvPictureAt(*grabber->last(), 40, 20), kRed);
     plus->setMode(LVModeOff);
     plus.reset();
+    client_->destroyWindow(cover);
     client_->destroyWindow(again);
+}
+
+TEST_F(DesktopX, ASavedSetupPublishesTheScreenThroughItsViewportInTheApplication)
+{
+    // Left half red, right half blue, over the whole screen.
+    const unsigned long halves = client_->createWindow(QRect(0, 0, kRootW, kRootH), "Halves", "Halves");
+    client_->fill(halves, QRect(0, 0, kRootW / 2, kRootH), kRed);
+    client_->fill(halves, QRect(kRootW / 2, 0, kRootW / 2, kRootH), kBlue);
+    // A setup saved the way the application saves one: the viewport from x 560 to 880, so the
+    // frame's left edge shows red, and blue from its x 80 on (the whole screen would be red there).
+    QTemporaryDir home;
+    LVRegisterDesktopKinds();
+    auto ctx = lvMakeContext(QSize(320, 240));
+    ASSERT_TRUE(ctx);
+    LVEffectFolders folders;
+    folders.bundled = home.filePath("no-effects");
+    LVEffectRegistry registry(folders);
+    registry.findEffects();
+    const LVEffectRef effect = registry.instantiateNamedSource("Desktop", ctx.get());
+    auto* desktop = dynamic_cast<DesktopLion*>(effect.get());
+    ASSERT_NE(desktop, nullptr);
+    desktop->viewPort()->setPortRect(QRectF(560, 280, 320, 240));
+    desktop->model().setFullScreen(false);
+    {
+        LVDefaults defaults(home.filePath("builder.json"));
+        LVSetupManager manager(defaults, ctx.get(), home.filePath("data/Lumaveil/Saved Setups"));
+        manager.startup();
+        QString error;
+        ASSERT_TRUE(manager.newSavedSetupWithName("Middle", {effect}, &error)) << error.toStdString();
+    }
+    QProcessEnvironment environment = lvPrivateEnvironment(home);
+    environment.insert("DISPLAY", server_->name());
+    const auto rgb = [](const uint8_t* argb, int x) {
+        const uint8_t* px = argb + (120 * 320 + x) * 4;
+        return uint32_t(px[1]) << 16 | uint32_t(px[2]) << 8 | px[3];
+    };
+    const LVHeadlessRun run = lvRunHeadless(
+        LV_LUMAVEIL_BINARY, environment, {"--video-size", "320x240", "--fps", "15", "--frames", "150", "--setup", "Middle"},
+        [&](const LVShmemReadResult& r, const uint8_t* argb) {
+            return r.width == 320 && r.height == 240 && rgb(argb, 10) == kRed && rgb(argb, 100) == kBlue &&
+                   rgb(argb, 310) == kBlue;
+        },
+        std::chrono::seconds(20));
+    EXPECT_TRUE(run.seen) << run.log;
+    client_->destroyWindow(halves);
 }
 
 TEST_F(DesktopX, MonitorNamesComeFromEdidAndAnUnpluggedOneFallsBackToMainScreen)
@@ -499,9 +507,7 @@ TEST(DesktopWithoutX, SaysSoAndDrawsNothingButKeepsTheSetup)
     EXPECT_TRUE(desktop->message().contains("Wayland"));
     EXPECT_EQ(desktop->grabber(), nullptr);
     desktop->setMode(LVModeLive);
-    ctx->reset(false);
-    desktop->doit();
-    const auto argb = readFrame(*ctx);
+    const auto argb = drawFrame(*ctx, *desktop);
     EXPECT_EQ(argb[0], 255);
     EXPECT_EQ(argb[1] | argb[2] | argb[3], 0) << "nothing drawn";
 

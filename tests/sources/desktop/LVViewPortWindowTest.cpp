@@ -2,8 +2,8 @@
 // it puts its frame line around the capture rectangle and leaves the desktop inside visible.
 #include "LVDesktopTestSupport.h"
 #include "LVXvfb.h"
+#include "tests/sources/LVWaitFor.h"
 
-#include <QElapsedTimer>
 #include <QGuiApplication>
 
 namespace {
@@ -13,15 +13,6 @@ using namespace std::chrono_literals;
 LVXvfb* server = nullptr;
 constexpr int kRootW = 1024;
 constexpr int kRootH = 768;
-
-// Runs the event loop until done() holds or two seconds pass.
-bool processEventsUntil(const std::function<bool()>& done)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done() && timer.elapsed() < 2000) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-}
 
 TEST(ViewPortWindow, ShowsTheFrameAroundTheRectangleOverTheScreen)
 {
@@ -37,7 +28,7 @@ TEST(ViewPortWindow, ShowsTheFrameAroundTheRectangleOverTheScreen)
     desktop->setParameterValue("select", true);
     ViewPortWindow* window = desktop->viewPort()->window();
     ASSERT_NE(window, nullptr);
-    ASSERT_TRUE(processEventsUntil([&] { return window->isExposed(); }));
+    ASSERT_TRUE(lvWaitFor([&] { return window->isExposed(); }));
     // The rectangle sits at (100, 150) from the bottom left: its top row on the root is this.
     const QRect rect(100, kRootH - 150 - 240, 320, 240);
     const QRect around = rect.adjusted(-20, -20, 20, 20);
@@ -54,7 +45,7 @@ TEST(ViewPortWindow, ShowsTheFrameAroundTheRectangleOverTheScreen)
         return p && (lvPictureAt(*p, 20 + 60, edge) >> 16) > 200;
     };
     // The first paint arrives through the event loop; each read follows the damage it makes.
-    ASSERT_TRUE(processEventsUntil([&] { return grabber->waitFor(frameShows, 20ms); }));
+    ASSERT_TRUE(lvWaitFor([&] { return grabber->waitFor(frameShows, 20ms); }));
     const auto picture = grabber->last();
     const uint32_t line = lvPictureAt(*picture, 20 + 60, edge);
     EXPECT_GT(int(line >> 16), 200) << std::hex << line;

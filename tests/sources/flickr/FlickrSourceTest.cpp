@@ -4,11 +4,11 @@
 
 #include "sources/flickr/FlickrSource.h"
 #include "sources/flickr/LVXmlElement.h"
+#include "tests/sources/LVWaitFor.h"
 #include "tests/support/LVTestSupport.h"
 
 #include <QGuiApplication>
 #include <QJsonDocument>
-#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -74,20 +74,6 @@ protected:
         return source;
     }
 
-    // Serves the main thread's events until done() or ten seconds have passed.
-    static bool waitFor(const std::function<bool()>& done)
-    {
-        QEventLoop loop;
-        QTimer check;
-        QObject::connect(&check, &QTimer::timeout, &loop, [&] {
-            if (done()) loop.quit();
-        });
-        QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-        check.start(5);
-        if (!done()) loop.exec();
-        return done();
-    }
-
     static QStringList titles(const FlickrSource& source)
     {
         QStringList list;
@@ -122,12 +108,12 @@ protected:
     {
         auto source = makeSource();
         source->setSetURL("4");
-        EXPECT_TRUE(waitFor([&] { return source->photos().size() == 2; }));
+        EXPECT_TRUE(lvWaitFor([&] { return source->photos().size() == 2; }));
         return source;
     }
 };
 
-TEST_F(FlickrSourceTest, TypedTextIsLookedUpByAddressOrByName)
+TEST_F(FlickrSourceTest, TypedTextIsLookedUpAndAChosenSetListsItsPhotosInOrder)
 {
     const struct {
         const char* typed;
@@ -137,28 +123,22 @@ TEST_F(FlickrSourceTest, TypedTextIsLookedUpByAddressOrByName)
         {"Stewart", "api_key=feedfacefeedfacefeedfacefeedface&method=flickr.people.findByUsername&username=Stewart"},
         {"Big Al & Co", "api_key=feedfacefeedfacefeedfacefeedface&method=flickr.people.findByUsername&username=Big%20Al%20%26%20Co"},
     };
+    std::unique_ptr<FlickrSource> source;
     for (const auto& c : cases) {
-        auto source = makeSource();
+        source = makeSource();
         const qsizetype before = restCalls().size();
         source->setEmail(c.typed);
         EXPECT_EQ(titles(*source), QStringList{"Searching"});
-        ASSERT_TRUE(waitFor([&] { return source->sets().size() == 3; })) << c.typed;
+        ASSERT_TRUE(lvWaitFor([&] { return source->sets().size() == 3; })) << c.typed;
         EXPECT_EQ(restCalls().at(before), QLatin1String(c.call));
         EXPECT_EQ(restCalls().at(before + 1), "api_key=feedfacefeedfacefeedfacefeedface&method=flickr.photosets.getList&user_id=12037949632%40N01");
     }
-}
-
-TEST_F(FlickrSourceTest, ChoosingASetListsItsPhotosInOrder)
-{
-    auto source = makeSource();
-    source->setEmail("Stewart");
-    ASSERT_TRUE(waitFor([&] { return source->sets().size() == 3; }));
     EXPECT_EQ(titles(*source), (QStringList{"Select a set", "Avis Blanche", "Mah Kittehs"}));
     source->setChanged(0);
     EXPECT_TRUE(source->setURL().isEmpty()) << "the message line is no set";
     source->setChanged(2);
     EXPECT_EQ(source->setURL(), "72157624618609504");
-    ASSERT_TRUE(waitFor([&] { return source->photos().size() == 2; }));
+    ASSERT_TRUE(lvWaitFor([&] { return source->photos().size() == 2; }));
     EXPECT_EQ(source->photos()[0].eyeD, "2484");
     EXPECT_EQ(source->photos()[0].title, "my photo");
     EXPECT_EQ(source->photos()[1].url(), server->address() + "/farm1/1/2483_654321.jpg");
@@ -174,7 +154,7 @@ TEST_F(FlickrSourceTest, PastedSetAddressesAskForTheSetNumber)
     for (const char* typed : cases) {
         auto source = makeSource();
         source->setSetURL(typed);
-        ASSERT_TRUE(waitFor([&] { return source->photos().size() == 2; })) << typed;
+        ASSERT_TRUE(lvWaitFor([&] { return source->photos().size() == 2; })) << typed;
         EXPECT_TRUE(restCalls().last().endsWith("method=flickr.photosets.getPhotos&photoset_id=72157626216528324")) << typed;
     }
 }
@@ -197,14 +177,14 @@ TEST_F(FlickrSourceTest, BadAnswersAreReportedOnceAndTheSourceStaysUsable)
         auto source = makeSource();
         server->answer(c.method, c.answer);
         source->setEmail("Stewart");
-        ASSERT_TRUE(waitFor([&] { return source->requestsInFlight() == 0; })) << c.what;
+        ASSERT_TRUE(lvWaitFor([&] { return source->requestsInFlight() == 0; })) << c.what;
         EXPECT_EQ(titles(*source), QStringList{c.message}) << c.what;
         EXPECT_TRUE(source->statusNote().contains(QLatin1String(c.note))) << c.what << ": " << source->statusNote().toStdString();
         // Fixed on the server, typed again: it works.
         server->answer("flickr.people.findByUsername", {200, kUser});
         server->answer("flickr.photosets.getList", {200, kSets});
         source->setEmail("Stewart again");
-        ASSERT_TRUE(waitFor([&] { return source->sets().size() == 3; })) << c.what;
+        ASSERT_TRUE(lvWaitFor([&] { return source->sets().size() == 3; })) << c.what;
         EXPECT_TRUE(source->statusNote().isEmpty()) << c.what;
     }
 }
@@ -245,7 +225,7 @@ TEST_F(FlickrSourceTest, APickedPhotoWinsOverAFetchStillRunning)
     source->tableViewSelectionDidChange(1);
     context->setFrameTime(1.1);
     source->doit(); // asks for the picked one
-    ASSERT_TRUE(waitFor([&] { return shownAt(*source, 1.2) == 'b'; }));
+    ASSERT_TRUE(lvWaitFor([&] { return shownAt(*source, 1.2) == 'b'; }));
     server->release("/farm1/1/2484_123456.jpg");
     source->waitForFetches();
     EXPECT_EQ(shownAt(*source, 1.3), 'b') << "the late first photo is dropped";
@@ -275,11 +255,10 @@ TEST_F(FlickrSourceTest, ALoadedSetupAsksTheServiceAgain)
     const LVEffectRef effect = LVEffect::effectFromData(QJsonDocument(archive).toJson(), context.get());
     ASSERT_TRUE(effect);
     auto& source = static_cast<FlickrSource&>(*effect);
-    EXPECT_EQ(source.delay(), 7);
-    EXPECT_TRUE(source.isPaused());
-    ASSERT_TRUE(waitFor([&] { return source.photos().size() == 2 && source.sets().size() == 3; }));
+    ASSERT_TRUE(lvWaitFor([&] { return source.photos().size() == 2 && source.sets().size() == 3; }));
     LVKeyedArchiver coder;
     source.encodeWithCoder(coder);
+    // Read and written back: none of them is the default.
     for (const char* key : {"delay", "paused", "set", "email"}) EXPECT_EQ(coder.object().value(key), archive.value(key)) << key;
     EXPECT_FALSE(coder.object().contains("setChoice"));
 }

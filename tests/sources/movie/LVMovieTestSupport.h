@@ -12,13 +12,13 @@
 
 #include <memory>
 
-// Runs ffmpeg; false (with its output in error) when it fails.
-inline bool lvMakeMovie(const QStringList& arguments, const QString& path, QString* error)
+// An H.264 clip of an ffmpeg-generated picture graph; false (with ffmpeg's output in error) when
+// it fails.
+inline bool lvMakeMovie(const QString& graph, const QString& path, QString* error, const QStringList& extra = {})
 {
     QProcess ffmpeg;
-    QStringList all{QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-y")};
-    all << arguments << path;
-    ffmpeg.start(QStringLiteral("ffmpeg"), all);
+    ffmpeg.start(QStringLiteral("ffmpeg"), QStringList{"-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i", graph,
+                                                       "-c:v", "libx264", "-pix_fmt", "yuv420p"} + extra + QStringList{path});
     if (!ffmpeg.waitForFinished(60000) || ffmpeg.exitCode() != 0) {
         *error = QString::fromUtf8(ffmpeg.readAllStandardError());
         return false;
@@ -26,25 +26,20 @@ inline bool lvMakeMovie(const QStringList& arguments, const QString& path, QStri
     return true;
 }
 
-// A solid-colour H.264 clip of the given length at 30 fps, 64x48.
+// A solid-colour clip of the given length at 30 fps, 64x48.
 inline bool lvMakeSolidMovie(const QString& colour, double seconds, const QString& path, QString* error,
                              const QString& title = {})
 {
-    QStringList arguments{QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                          QStringLiteral("color=c=%1:s=64x48:r=30:d=%2").arg(colour).arg(seconds),
-                          QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p")};
-    if (!title.isEmpty()) arguments << QStringLiteral("-metadata") << QStringLiteral("title=%1").arg(title);
-    return lvMakeMovie(arguments, path, error);
+    return lvMakeMovie(QStringLiteral("color=c=%1:s=64x48:r=30:d=%2").arg(colour).arg(seconds), path, error,
+                       title.isEmpty() ? QStringList{} : QStringList{"-metadata", "title=" + title});
 }
 
 // Two seconds: red, green, blue and white for half a second each.
 inline bool lvMakeQuarterMovie(const QString& path, QString* error)
 {
-    return lvMakeMovie({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                        QStringLiteral("color=c=red:s=64x48:r=30:d=0.5[a];color=c=lime:s=64x48:r=30:d=0.5[b];"
-                                       "color=c=blue:s=64x48:r=30:d=0.5[c];color=c=white:s=64x48:r=30:d=0.5[d];"
-                                       "[a][b][c][d]concat=n=4"),
-                        QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p")},
+    return lvMakeMovie(QStringLiteral("color=c=red:s=64x48:r=30:d=0.5[a];color=c=lime:s=64x48:r=30:d=0.5[b];"
+                                      "color=c=blue:s=64x48:r=30:d=0.5[c];color=c=white:s=64x48:r=30:d=0.5[d];"
+                                      "[a][b][c][d]concat=n=4"),
                        path, error);
 }
 

@@ -1,20 +1,19 @@
 // The movie player and the Movie source on real generated clips: exact pictures after seeks
 // and at in and out points, titles, loop modes, shuffle, the time overlay, the at-end
-// timeline, the hot folder and the archive with its older forms.
+// timeline, the hot folder, the archive with its older forms, and the real lumaveil's `--play`.
 #include "LVMovieTestSupport.h"
 
 #include "sources/movie/LVMoviePlayer.h"
 #include "sources/webcam/LVCamConverter.h"
 #include "sources/movie/MovieSource.h"
-#include "tests/support/LVTestSupport.h"
+#include "tests/sources/LVHeadlessRun.h"
+#include "tests/sources/LVWaitFor.h"
 
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QGuiApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTimer>
 
 #include <set>
 
@@ -32,8 +31,7 @@ protected:
             ASSERT_TRUE(lvMakeSolidMovie(colour, 0.3, path(colour), &error)) << error.toStdString();
         ASSERT_TRUE(lvMakeQuarterMovie(path("quarters"), &error)) << error.toStdString();
         ASSERT_TRUE(lvMakeSolidMovie("red", 0.3, path("titled"), &error, "Holding Slide")) << error.toStdString();
-        QFile garbage(path("garbage"));
-        ASSERT_TRUE(garbage.open(QIODevice::WriteOnly) && garbage.write(QByteArray(4096, 'x')) == 4096);
+        ASSERT_TRUE(lvWriteFiles(folder->path(), {{"garbage.mp4", QByteArray(4096, 'x')}}));
     }
     static void TearDownTestSuite()
     {
@@ -48,6 +46,8 @@ protected:
         context = LVContext::create(QSize(64, 48), &error);
         ASSERT_TRUE(context) << error.toStdString();
     }
+    // Frames a lumaveil run left would be read by the next.
+    void TearDown() override { lvUnlinkFrameSegments(); }
 
     std::unique_ptr<MovieSource> makeSource(const QStringList& files)
     {
@@ -83,6 +83,14 @@ protected:
         return lvColourName(lvCentrePixel(*context));
     }
 
+    // Moves the playing movie to position (thousandths of its length) and draws a frame there.
+    static void seek(MovieSource& source, int32_t position)
+    {
+        source.player()->setMoviePosition(position);
+        ASSERT_TRUE(source.player()->waitUntilReady(10000));
+        source.doit();
+    }
+
     char shown(MovieSource& source)
     {
         if (source.player()) source.player()->waitUntilReady(10000);
@@ -97,7 +105,7 @@ protected:
 
 QTemporaryDir* MovieSourceTest::folder = nullptr;
 
-TEST_F(MovieSourceTest, PlayerSeeksLandOnTheExactPicture)
+TEST_F(MovieSourceTest, PlayerSeeksLandOnTheExactPictureAndPlaybackEndsAtTheOutPoint)
 {
     const struct {
         int32_t position; // thousandths of two seconds
@@ -113,17 +121,13 @@ TEST_F(MovieSourceTest, PlayerSeeksLandOnTheExactPicture)
         EXPECT_EQ(drawn(player), c.colour) << "at " << c.position;
         EXPECT_NEAR(player.getMoviePosition(), c.position, 20) << c.position;
     }
-}
 
-TEST_F(MovieSourceTest, PlayerPlaybackEndsAtTheOutPoint)
-{
-    LVMoviePlayer player(path("quarters"));
+    // Played from there, it ends at the out point.
     player.setMoviePosition(400);
     player.stopAt(550);
     ASSERT_TRUE(player.waitUntilReady(10000));
     EXPECT_FALSE(player.isOver()) << "never started";
     player.setPlaying(true);
-    EXPECT_TRUE(player.getPlaying());
     ASSERT_TRUE(player.waitForEnd(10000));
     EXPECT_TRUE(player.isOver());
     EXPECT_FALSE(player.getPlaying());
@@ -249,13 +253,10 @@ TEST_F(MovieSourceTest, TimeCountsUpOrDownInWholeSeconds)
         source->setParameterValue(QStringLiteral("timePosition"), 1);
         source->setParameterValue(QStringLiteral("timeDirection"), direction);
         source->selectMovieFromPlaylist(0);
-        ASSERT_TRUE(source->player()->waitUntilReady(10000));
-        source->doit();
+        seek(*source, 0);
         EXPECT_EQ(source->timeText(), QLatin1String(text)) << direction;
         // A second on, counting either way.
-        source->player()->setMoviePosition(600);
-        ASSERT_TRUE(source->player()->waitUntilReady(10000));
-        source->doit();
+        seek(*source, 600);
         EXPECT_EQ(source->timeText(), "00:01") << direction;
     }
 }
@@ -280,22 +281,15 @@ TEST_F(MovieSourceTest, AtEndTimelineFiresOnceInModeZeroAndEveryFrameInModeTwo)
         source->setAtEndTimeLine(QStringLiteral("Wrap Up"));
         source->setMode(LVModeLive);
         source->selectMovieFromPlaylist(0);
-        ASSERT_TRUE(source->player()->waitUntilReady(10000));
-        source->doit();
+        seek(*source, 0);
         EXPECT_EQ(runs, 0) << "two seconds before the end";
-        source->player()->setMoviePosition(800);
-        ASSERT_TRUE(source->player()->waitUntilReady(10000));
-        source->doit();
+        seek(*source, 800);
         source->doit();
         EXPECT_EQ(runs, c.afterTwoFrames) << "mode " << c.mode;
         if (c.mode == 0) {
             // Back before the point clears the mark; past it again fires again.
-            source->player()->setMoviePosition(0);
-            ASSERT_TRUE(source->player()->waitUntilReady(10000));
-            source->doit();
-            source->player()->setMoviePosition(800);
-            ASSERT_TRUE(source->player()->waitUntilReady(10000));
-            source->doit();
+            seek(*source, 0);
+            seek(*source, 800);
             EXPECT_EQ(runs, 2);
         }
     }
@@ -377,15 +371,7 @@ TEST_F(MovieSourceTest, HotFolderFollowsTheFolderAndKeepsInAndOutPoints)
 
     // A new file arrives: the watcher tells the source.
     ASSERT_TRUE(put("blue", "c.mp4"));
-    QEventLoop loop;
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-        if (source->playlist().size() == 3) loop.quit();
-    });
-    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-    poll.start(20);
-    loop.exec();
-    ASSERT_EQ(source->playlist().size(), 3u);
+    ASSERT_TRUE(lvWaitFor([&] { return source->playlist().size() == 3; }));
     EXPECT_EQ(source->playlist()[0].inPoint, 200);
     EXPECT_EQ(source->playlist()[0].outPoint, 800);
     EXPECT_EQ(source->playlistFile(), 1);
@@ -448,6 +434,51 @@ TEST_F(MovieSourceTest, ModesFollowAutoPlayAutoStopAndMutedInPreview)
     source->selectMovieFromPlaylist(5);
     EXPECT_FALSE(source->player()) << "past the end clears the movie";
     EXPECT_EQ(source->getMovieTitle(), "- no movie selected -");
+}
+
+TEST_F(MovieSourceTest, PlayInTheApplicationPublishesEachClipInOrder)
+{
+    // A second each: long enough for every clip to reach a published frame.
+    QTemporaryDir home;
+    QStringList clips;
+    QString error;
+    for (const char* colour : {"red", "lime", "blue"}) {
+        clips << home.filePath(QLatin1String(colour) + QStringLiteral(".mp4"));
+        ASSERT_TRUE(lvMakeSolidMovie(colour, 1.0, clips.last(), &error)) << error.toStdString();
+    }
+    // The colours the published frames show, repeats folded.
+    std::string seen;
+    const LVHeadlessRun run = lvRunHeadless(
+        LV_LUMAVEIL_BINARY, lvPrivateEnvironment(home),
+        QStringList{"--video-size", "64x48", "--fps", "15", "--frames", "400", "--play"} + clips,
+        [&](const LVShmemReadResult& r, const uint8_t* argb) {
+            const size_t at = (size_t(r.height / 2) * size_t(r.width) + size_t(r.width / 2)) * 4;
+            const char colour = lvColourName(qRgb(argb[at + 1], argb[at + 2], argb[at + 3]));
+            if (colour != 'k' && colour != '?' && (seen.empty() || seen.back() != colour)) seen += colour;
+            return seen.size() >= 3;
+        },
+        std::chrono::seconds(40));
+    EXPECT_EQ(seen.substr(0, 3), "rgb") << run.log;
+}
+
+TEST_F(MovieSourceTest, PlayInTheApplicationRefusesWhatItCannotPlay)
+{
+    QTemporaryDir home;
+    const struct {
+        QStringList arguments;
+        const char* message;
+    } cases[] = {
+        {{"--play"}, "--play needs at least one file"},
+        {{"--play", "/no/such/clip.mp4"}, "file /no/such/clip.mp4 does not exist"},
+        {{"--play", "/tmp"}, "/tmp is not a regular file"},
+        {{"--play", "--source", "Movie", "x.mp4"}, "--play cannot be combined"},
+    };
+    for (const auto& c : cases) {
+        const LVProcessRun run = lvRunServed(LV_LUMAVEIL_BINARY, QStringList{"--headless", "--frames", "1"} + c.arguments,
+                                             lvPrivateEnvironment(home));
+        EXPECT_NE(run.status, 0) << c.message;
+        EXPECT_TRUE(run.err.contains(QLatin1String(c.message))) << run.err.toStdString();
+    }
 }
 
 } // namespace

@@ -19,16 +19,14 @@ const RGBA kRed{255, 0, 0, 255};
 const RGBA kBlue{0, 0, 255, 255};
 const RGBA kBlack{0, 0, 0, 255};
 
-class SyphonSourceTest : public ::testing::Test {
+// The webcam tests' fixture for its private preferences; the nodes' grabbers need no fake camera.
+class SyphonSourceTest : public LVCamFixture {
 protected:
     void SetUp() override
     {
         lvEnsureApplication();
         LV_START_PIPEWIRE(daemon);
-        ASSERT_TRUE(dir.isValid());
-        defaults = std::make_unique<LVDefaults>(dir.filePath(QStringLiteral("prefs.json")));
-        defaults->setValue(QStringLiteral("frameRate"), 30);
-        LVDefaults::setStandardUserDefaults(defaults.get());
+        ASSERT_NO_FATAL_FAILURE(install({}));
         LVRegisterPipeWireKinds();
         QString error;
         // 4:3, so the 16:9 picture is letter-boxed: 64x36 at row 6.
@@ -41,7 +39,7 @@ protected:
         for (auto& program : programs) stopProgram(*program);
         LVPipeWireSources::shutdown();
         context.reset();
-        LVDefaults::setStandardUserDefaults(nullptr);
+        LVCamFixture::TearDown();
     }
 
     // Another program publishing a node of the given name.
@@ -73,7 +71,7 @@ protected:
 
     LVPipeWireNode waitListed(const QString& name)
     {
-        EXPECT_TRUE(LVWaitFor([&] { return listed(name); }, 10000)) << name.toStdString() << " never listed";
+        EXPECT_TRUE(lvWaitFor([&] { return listed(name); })) << name.toStdString() << " never listed";
         for (const LVPipeWireNode& node : LVPipeWireSources::nodes()) {
             if (node.name == name) return node;
         }
@@ -113,13 +111,11 @@ protected:
     static SyphonSource& syphon(const LVEffectRef& effect) { return static_cast<SyphonSource&>(*effect); }
 
     std::unique_ptr<LVPipeWireDaemon> daemon;
-    QTemporaryDir dir;
-    std::unique_ptr<LVDefaults> defaults;
     std::unique_ptr<LVContext> context;
     std::vector<std::unique_ptr<QProcess>> programs;
 };
 
-TEST_F(SyphonSourceTest, ListsOtherProgramsNodesButNeverOurOwn)
+TEST_F(SyphonSourceTest, OtherProgramsNodeIsListedShownHeldWhenItLeavesThenBlackAndTakenUpAgain)
 {
     const LVEffectDescriptor* kind = LVEffectClasses::classNamed(QStringLiteral("SyphonSource"));
     ASSERT_TRUE(kind);
@@ -129,10 +125,10 @@ TEST_F(SyphonSourceTest, ListsOtherProgramsNodesButNeverOurOwn)
     LVPipeWireOutput own;
     const std::vector<uint8_t> frame(16 * 16 * 4, 0x80);
     own.pushFrame(frame.data(), 16, 16, 64);
-    startProgram(QStringLiteral("other.program"), QStringLiteral("Other Program"));
-    waitListed(QStringLiteral("other.program"));
+    QProcess& program = startProgram(QStringLiteral("other.program"), QStringLiteral("Other Program"));
+    const LVPipeWireNode node = waitListed(QStringLiteral("other.program"));
     ASSERT_TRUE(LVPipeWireSources::refresh());
-    EXPECT_FALSE(listed(QStringLiteral("Lumaveil")));
+    EXPECT_FALSE(listed(QStringLiteral("Lumaveil"))) << "never our own";
 
     LVEffectRef source = makeSource();
     EXPECT_TRUE(syphon(source).serverName().isEmpty());
@@ -140,30 +136,22 @@ TEST_F(SyphonSourceTest, ListsOtherProgramsNodesButNeverOurOwn)
     const LVParameterList parameters = source->effectProperties();
     ASSERT_EQ(parameters.size(), 1u);
     EXPECT_EQ(parameters[0].choiceLabels, QStringList{QStringLiteral("Other Program")});
-    // Nothing is drawn before a node is picked.
-    EXPECT_TRUE(showsBlack(*source));
-}
-
-TEST_F(SyphonSourceTest, PickedNodeIsShownHeldWhenItLeavesThenBlackAndTakenUpAgain)
-{
-    QProcess& program = startProgram(QStringLiteral("other.program"), QStringLiteral("Other Program"));
-    const LVPipeWireNode node = waitListed(QStringLiteral("other.program"));
-    LVEffectRef source = makeSource();
+    EXPECT_TRUE(showsBlack(*source)) << "nothing is drawn before a node is picked";
     // Picked through the settings panel, as a user does.
     source->setParameterValue(QLatin1String(SyphonSource::kServerKey), 0);
     EXPECT_EQ(syphon(source).serverName(), node.name);
-    EXPECT_TRUE(LVWaitFor([&] { return showsPicture(*source); }, 10000)) << "the node's picture never showed";
+    EXPECT_TRUE(lvWaitFor([&] { return showsPicture(*source); })) << "the node's picture never showed";
 
     LVSteppedDelayClock clock;
     stopProgram(program);
-    ASSERT_TRUE(LVWaitFor([&] { return !listed(node.name); }, 10000));
+    ASSERT_TRUE(lvWaitFor([&] { return !listed(node.name); }));
     EXPECT_EQ(source->statusNote(), "Waiting for \"Other Program\"");
     EXPECT_TRUE(showsPicture(*source)) << "the last picture goes at once";
     clock.advance(LVCamGrabber::kLostPictureHoldMs + 100);
-    EXPECT_TRUE(LVWaitFor([&] { return showsBlack(*source); }, 5000)) << "the last picture stays for ever";
+    EXPECT_TRUE(lvWaitFor([&] { return showsBlack(*source); }, 5)) << "the last picture stays for ever";
 
     startProgram(node.name, node.description);
-    EXPECT_TRUE(LVWaitFor([&] { return showsPicture(*source); }, 10000)) << "the node was not taken up again";
+    EXPECT_TRUE(lvWaitFor([&] { return showsPicture(*source); })) << "the node was not taken up again";
 }
 
 TEST_F(SyphonSourceTest, ArchivedNodeIsFoundByNameNowOrWhenItAppears)
@@ -193,7 +181,7 @@ TEST_F(SyphonSourceTest, ArchivedNodeIsFoundByNameNowOrWhenItAppears)
             EXPECT_EQ(source->statusNote(), "Waiting for \"Program\"") << c.what;
             startProgram(name, QStringLiteral("Program"));
         }
-        EXPECT_TRUE(LVWaitFor([&] { return showsPicture(*source); }, 10000)) << c.what;
+        EXPECT_TRUE(lvWaitFor([&] { return showsPicture(*source); })) << c.what;
 
         // Stored again by name, not by the panel's index.
         const QJsonObject stored = QJsonDocument::fromJson(LVEffect::dataFromEffect(*source)).object();

@@ -6,7 +6,6 @@
 #include "tests/support/LVTestSupport.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QImage>
@@ -173,14 +172,11 @@ TEST_F(SlideShowTest, HugeAndBrokenImagesNeverStopTheShow)
     const QString hugePath = folder.filePath("huge.jpg");
     ASSERT_TRUE(huge.save(hugePath, "JPEG"));
     huge = QImage();
-    QFile broken(folder.filePath("broken.png"));
-    ASSERT_TRUE(broken.open(QIODevice::WriteOnly));
-    broken.write("not a picture");
-    broken.close();
+    ASSERT_TRUE(lvWriteFiles(folder.path(), {{"broken.png", "not a picture"}}));
 
     auto show = makeShow();
     show->addFile(hugePath, "huge");
-    show->addFile(broken.fileName(), "broken");
+    show->addFile(folder.filePath("broken.png"), "broken");
     show->addFile(image("g.png", Qt::green), "g");
     frameAt(*show, 1.0);
     EXPECT_LE(show->shownImage().width(), LVGetWidth());
@@ -197,11 +193,8 @@ TEST_F(SlideShowTest, AlbumsAreThePicturesSubFolders)
     image("Pictures/Holiday/1.png");
     image("Pictures/Holiday/notes.txt");
     image("Pictures/Studio/s.png");
-    QDir().mkpath(folder.filePath("config"));
-    QFile dirs(folder.filePath("config/user-dirs.dirs"));
-    ASSERT_TRUE(dirs.open(QIODevice::WriteOnly));
-    dirs.write(QStringLiteral("XDG_PICTURES_DIR=\"%1\"\n").arg(pictures).toUtf8());
-    dirs.close();
+    const QByteArray dirs = QStringLiteral("XDG_PICTURES_DIR=\"%1\"\n").arg(pictures).toUtf8();
+    ASSERT_TRUE(lvWriteFiles(folder.filePath("config"), {{"user-dirs.dirs", dirs}}));
     const QByteArray oldConfig = qgetenv("XDG_CONFIG_HOME");
     qputenv("XDG_CONFIG_HOME", folder.filePath("config").toUtf8());
 

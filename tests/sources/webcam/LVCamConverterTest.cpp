@@ -1,20 +1,14 @@
 // The camera converter on its own offscreen GL context: every layout to the same upright
 // picture, straight to another size in the same pass, and its texture reuse.
-#include "render/LVGLContext.h"
-#include "sources/webcam/LVCamConverter.h"
+#include "LVCamTestSupport.h"
+
 #include "sources/webcam/LVCamDevice.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
 #include <cstdlib>
-#include <functional>
-#include <memory>
 #include <string>
 
 namespace {
 
-using RGBA = std::array<int, 4>;
 struct YUV {
     int y, u, v;
 };
@@ -71,14 +65,12 @@ protected:
         gl->makeCurrent();
         converter = LVCamConverter::create();
         ASSERT_TRUE(converter);
-        glGenFramebuffers(1, &fbo);
     }
     void TearDown() override
     {
         if (!gl) return;
         gl->makeCurrent();
         converter.reset();
-        glDeleteFramebuffers(1, &fbo);
     }
 
     // Writes each pixel's components where the format keeps them, over padding that must not show.
@@ -113,20 +105,17 @@ protected:
         return converted;
     }
 
+    // Reads on a context of its own that shares the converter's textures.
     RGBA at(const LVCamPicture& picture, int x, int row)
     {
-        glBindFramebuffer(GL_FRAMEBUFFER, fbo);
-        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, picture.name(), 0);
-        unsigned char p[4] = {};
-        // Stored the GL way up: the frame's row 0 is the texture's top row.
-        glReadPixels(x, picture.height() - 1 - row, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, p);
-        glBindFramebuffer(GL_FRAMEBUFFER, 0);
-        return {p[0], p[1], p[2], p[3]};
+        const RGBA pixel = reader.at(picture, x, row);
+        gl->makeCurrent();
+        return pixel;
     }
 
     std::unique_ptr<LVGLContext> gl;
     std::unique_ptr<LVCamConverter> converter;
-    GLuint fbo = 0;
+    LVPictureReader reader;
 };
 
 TEST_F(LVCamConverterTest, EveryLayoutConvertsUprightToTheAskedSize)

@@ -112,7 +112,7 @@ TEST_F(LVCamGrabberTest, UsersShareOneSessionAndKeepCamsWarmKeepsItRunning)
     EXPECT_TRUE(g->hasSession());
     g->stop();
     EXPECT_FALSE(g->hasSession());
-    EXPECT_TRUE(LVWaitFor([&] { return g->activeFormat().isEmpty(); }));
+    EXPECT_TRUE(lvWaitFor([&] { return g->activeFormat().isEmpty(); }));
 
     defaults_->setValue(QStringLiteral("keepCamsWarm"), true);
     g->start();
@@ -147,7 +147,7 @@ TEST_F(LVCamGrabberTest, ForcedSizeAndFrameRatePickTheFormatAndArePersisted)
     for (const auto& s : steps) {
         if (g->forceResolution() != s.force) g->setForceResolution(s.force);
         defaults_->setValue(QStringLiteral("frameRate"), s.frameRate);
-        EXPECT_TRUE(LVWaitFor([&] { return g->activeFormat().contains(QLatin1String(s.caps)); }))
+        EXPECT_TRUE(lvWaitFor([&] { return g->activeFormat().contains(QLatin1String(s.caps)); }))
             << s.caps << " vs " << qPrintable(g->activeFormat());
     }
     const auto picture = LVNextPicture(*g);
@@ -175,7 +175,7 @@ TEST_F(LVCamGrabberTest, UnpluggedCameraShowsItsLastPictureThenBlackAndIsPickedU
 
     provider_->removeDevice("test:a");
     EXPECT_FALSE(g->isPresent());
-    EXPECT_TRUE(LVWaitFor([&] { return g->activeFormat().isEmpty(); }));
+    EXPECT_TRUE(lvWaitFor([&] { return g->activeFormat().isEmpty(); }));
     // Right after the loss the last picture is still what the source shows.
     const auto kept = g->last();
     ASSERT_TRUE(kept);
@@ -201,11 +201,11 @@ TEST_F(LVCamGrabberTest, FailedPipelineIsRetriedWhileTheCameraStaysListed)
     g->start();
     ASSERT_TRUE(LVNextPicture(*g));
     provider_->failDevice("test:j");
-    EXPECT_TRUE(LVWaitFor([&] { return g->activeFormat().isEmpty(); }));
+    EXPECT_TRUE(lvWaitFor([&] { return g->activeFormat().isEmpty(); }));
     EXPECT_TRUE(g->isPresent());
     // Retried after a second: capture resumes in the same format.
     delays.advance(LVCamGrabber::kRetryIntervalMs);
-    EXPECT_TRUE(LVWaitFor([&] {
+    EXPECT_TRUE(lvWaitFor([&] {
         g->last();
         return !g->activeFormat().isEmpty();
     }));
@@ -223,7 +223,7 @@ TEST_F(LVCamGrabberTest, CameraRefusingTheChosenFormatRunsWithWhatItGives)
     const LVCamGrabber::Ref g = grabber("test:s");
     ASSERT_TRUE(g);
     g->start();
-    EXPECT_TRUE(LVWaitFor([&] { return g->activeFormat() == "video/x-raw"; })) << qPrintable(g->activeFormat());
+    EXPECT_TRUE(lvWaitFor([&] { return g->activeFormat() == "video/x-raw"; })) << qPrintable(g->activeFormat());
     const auto picture = LVNextPicture(*g);
     ASSERT_TRUE(picture);
     EXPECT_EQ(picture->width(), 160);
