@@ -52,7 +52,7 @@ TEST(LVPipeWireSecondOutputTest, NodeCarriesTheFullFrameOnlyWhileThePreferenceIs
     const int width = app->context()->width();
     const int height = app->context()->height();
     // A reader is linked only to a node that is there.
-    ASSERT_TRUE(lvWaitUntil([&] {
+    ASSERT_TRUE(lvWaitFor([&] {
         app->renderFrame();
         return second && second.load()->output().isPublished();
     }));
@@ -77,7 +77,7 @@ TEST(LVPipeWireSecondOutputTest, NodeCarriesTheFullFrameOnlyWhileThePreferenceIs
     EXPECT_LE(node.counts().pushed, pushed + 2);
     app->setSyphonServerEnabled(true);
     const uint64_t resumed = node.counts().pushed;
-    EXPECT_TRUE(lvWaitUntil([&] {
+    EXPECT_TRUE(lvWaitFor([&] {
         app->renderFrame();
         return node.counts().pushed > resumed;
     }));

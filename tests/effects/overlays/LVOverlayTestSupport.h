@@ -3,24 +3,16 @@
 #include "core/LVEffect.h"
 #include "effects/registration/LVEffectKinds.h"
 #include "tests/support/LVGLTestSupport.h"
+#include "tests/support/LVWaitFor.h"
 
 #include <QTest>
 #include <QVariantMap>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <functional>
-
 inline bool lvIsRed(int r, int g, int b) { return r > 200 && g < 60 && b < 60; }
 inline bool lvIsYellow(int r, int g, int b) { return r > 200 && g > 200 && b < 60; }
 inline bool lvIsBlue(int r, int g, int b) { return r < 30 && g < 30 && b > 220; }
-
-// Serves the event loop until done() holds; false when it never did.
-inline bool lvWaitFor(const std::function<bool()>& done, std::chrono::seconds limit = std::chrono::seconds(20))
-{
-    return QTest::qWaitFor(done, int(std::chrono::milliseconds(limit).count()));
-}
 
 // An overlay effect of a registered kind, with the given settings.
 template <class Effect = LVEffect>

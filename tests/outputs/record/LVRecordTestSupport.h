@@ -1,7 +1,7 @@
 #pragma once
 // Frames, a real media server and ffprobe for the recording and streaming tests.
 #include "outputs/record/LVEncoder.h"
-#include "tests/sources/LVWaitFor.h"
+#include "tests/support/LVWaitFor.h"
 
 #include <gtest/gtest.h>
 

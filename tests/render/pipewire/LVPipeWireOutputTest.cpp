@@ -66,7 +66,7 @@ TEST_F(LVPipeWireOutputTest, ReadersGetTheExactPixelsAtEverySize)
         const std::vector<uint8_t> pushed = pattern(size.width, size.height, stride, size.seed);
         const auto push = [&] { output.pushFrame(pushed.data(), size.width, size.height, stride); };
         // The session manager links a reader only to a node that is there.
-        ASSERT_TRUE(lvWaitUntil([&] {
+        ASSERT_TRUE(lvWaitFor([&] {
             push();
             return output.isPublished();
         }));
@@ -103,7 +103,7 @@ TEST_F(LVPipeWireOutputTest, PushersOnSeveralThreadsNeverMixTheirFrames)
     };
     std::thread first(pusher, std::cref(one), 40, 30);
     std::thread second(pusher, std::cref(other), 40, 30);
-    const bool published = lvWaitUntil([&] { return output.isPublished(); });
+    const bool published = lvWaitFor([&] { return output.isPublished(); });
     std::optional<LVReadFrame> frame;
     if (published) {
         LVPipeWireReader reader(QStringLiteral("Lumaveil"));

@@ -1,5 +1,7 @@
 #pragma once
 // Reads a PipeWire video node the way other programs do, with GStreamer's pipewiresrc.
+#include "tests/support/LVWaitFor.h"
+
 #include <QString>
 
 #include <gtest/gtest.h>
@@ -11,19 +13,7 @@
 #include <chrono>
 #include <functional>
 #include <optional>
-#include <thread>
 #include <vector>
-
-// Polls what another thread or process brings about; false when the time is up.
-inline bool lvWaitUntil(const std::function<bool()>& done, int limitMs = 10000)
-{
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
 
 struct LVReadFrame {
     int width = 0;

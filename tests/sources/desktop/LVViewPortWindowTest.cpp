@@ -2,7 +2,7 @@
 // it puts its frame line around the capture rectangle and leaves the desktop inside visible.
 #include "LVDesktopTestSupport.h"
 #include "LVXvfb.h"
-#include "tests/sources/LVWaitFor.h"
+#include "tests/support/LVWaitFor.h"
 
 #include <QGuiApplication>
 

@@ -4,7 +4,7 @@
 
 #include "sources/flickr/FlickrSource.h"
 #include "sources/flickr/LVXmlElement.h"
-#include "tests/sources/LVWaitFor.h"
+#include "tests/support/LVWaitFor.h"
 #include "tests/support/LVTestSupport.h"
 
 #include <QGuiApplication>

@@ -7,7 +7,7 @@
 #include "sources/webcam/LVCamConverter.h"
 #include "sources/movie/MovieSource.h"
 #include "tests/sources/LVHeadlessRun.h"
-#include "tests/sources/LVWaitFor.h"
+#include "tests/support/LVWaitFor.h"
 
 #include <QDir>
 #include <QFile>

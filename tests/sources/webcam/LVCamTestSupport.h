@@ -5,7 +5,7 @@
 #include "sources/webcam/LVCamConverter.h"
 #include "sources/webcam/LVCamGrabber.h"
 #include "sources/webcam/LVCamTestProvider.h"
-#include "tests/sources/LVWaitFor.h"
+#include "tests/support/LVWaitFor.h"
 
 #include <QTemporaryDir>
 

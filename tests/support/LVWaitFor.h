@@ -1,6 +1,5 @@
 #pragma once
-// Waiting in the sources' and outputs' tests for what other threads, processes or this thread's
-// own events bring about.
+// Waiting in tests for what other threads, processes or this thread's own events bring about.
 #include <QCoreApplication>
 
 #include <chrono>
@@ -9,7 +8,7 @@
 
 // Serves this thread's events (where there is an application) until done() holds or the seconds
 // have passed; answers done().
-inline bool lvWaitFor(const std::function<bool()>& done, double seconds = 10)
+inline bool lvWaitFor(const std::function<bool()>& done, double seconds = 20)
 {
     const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (!done()) {
